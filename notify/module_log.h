@@ -1,0 +1,9 @@
+// The module log's life: from the process's attach to its detach.
+#pragma once
+
+namespace ztl {
+
+void OpenModuleLog();   // "ztlinst.log" in the "temp" folder of the Windows directory; a failure leaves no log
+void CloseModuleLog();  // from here on every message is dropped
+
+}  // namespace ztl

@@ -1,0 +1,53 @@
+// The simulated machine's COM runtime.
+#include "platform/com.h"
+
+#include <cstdlib>
+
+#include "platform/simulated/machine.h"
+
+namespace platform {
+
+using simulated::Operation;
+
+void* CoTaskMemAlloc(std::size_t bytes) {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::CoTaskMemAlloc, {.number = static_cast<std::int64_t>(bytes)})) return nullptr;
+  void* const memory = std::malloc(bytes == 0 ? 1 : bytes);
+  const std::lock_guard lock(machine.mutex);
+  if (memory != nullptr) ++machine.taskAllocations;
+  return memory;
+}
+
+void CoTaskMemFree(void* memory) {
+  simulated::Machine& machine = simulated::Current();
+  machine.Enter(Operation::CoTaskMemFree);
+  if (memory == nullptr) return;
+  std::free(memory);
+  const std::lock_guard lock(machine.mutex);
+  --machine.taskAllocations;
+}
+
+int StringFromGUID2(const GUID& guid, char16_t* text, int capacity) {
+  constexpr int kLength = 39;
+  if (simulated::Current().Enter(Operation::StringFromGUID2, {.number2 = capacity}) || capacity < kLength) return 0;
+  char16_t* out = text;
+  auto put = [&out](std::uint32_t value, int digits) {
+    while (digits-- > 0) *out++ = u"0123456789ABCDEF"[(value >> (digits * 4)) & 0xF];
+  };
+  *out++ = u'{';
+  put(guid.Data1, 8);
+  *out++ = u'-';
+  put(guid.Data2, 4);
+  *out++ = u'-';
+  put(guid.Data3, 4);
+  *out++ = u'-';
+  for (int i = 0; i < 8; ++i) {
+    if (i == 2) *out++ = u'-';
+    put(guid.Data4[i], 2);
+  }
+  *out++ = u'}';
+  *out = u'\0';
+  return kLength;
+}
+
+}  // namespace platform

@@ -1,0 +1,49 @@
+// The simulated machine's files: real files below a directory that stands for drive C:.
+#pragma once
+
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+
+namespace platform::simulated {
+
+class Files {
+ public:
+  Files() = default;
+  ~Files();  // closes what is still open
+  Files(const Files&) = delete;
+  Files& operator=(const Files&) = delete;
+
+  std::filesystem::path root;                    // stands for C:; while it is empty, no path exists
+  std::string windowsDirectory = "C:\\Windows";  // what GetWindowsDirectoryA gives; empty: the call fails
+  // Real time between two tries of _locking, for what holds the lock may be another process.
+  unsigned lockRetryMilliseconds = 1000;
+
+  // The real path of a path of the machine: C:\... or \...; names that exist are found in any letter case. Empty for a
+  // path of another form.
+  std::filesystem::path RealPath(const char* path) const;
+
+  int OpenDescriptors() const;               // opened and not closed
+  std::string PathOf(int descriptor) const;  // as it was opened; empty when it is not open
+
+  // What the boundary's operations do once they have entered; the same contracts.
+  int Open(const char* path, bool create, bool truncate);
+  int Close(int descriptor);
+  int Lock(int descriptor, int mode, LONG bytes);
+  int MakeDirectory(const char* path);
+  int HostFile(int descriptor) const;  // -1, with errno set, when it is not open
+
+ private:
+  struct Descriptor {
+    int hostFile = -1;  // -1: a free slot
+    std::string path;
+  };
+
+  mutable std::mutex mutex_;
+  std::vector<Descriptor> descriptors_;
+};
+
+}  // namespace platform::simulated

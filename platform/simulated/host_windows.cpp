@@ -1,0 +1,43 @@
+#include "platform/simulated/host.h"
+// The runtime's own header defines names that ours declare as constants, so it comes last.
+#include <direct.h>
+#include <fcntl.h>
+#include <io.h>
+#include <sys/locking.h>
+#include <sys/stat.h>
+#include <windows.h>
+
+namespace platform::simulated::host {
+
+int Open(const std::filesystem::path& path, bool create, bool truncate) {
+  return ::_wopen(path.c_str(), _O_RDWR | _O_TEXT | (create ? _O_CREAT : 0) | (truncate ? _O_TRUNC : 0),
+                  _S_IREAD | _S_IWRITE);
+}
+
+int Close(int file) { return ::_close(file); }
+
+LONG Length(int file) { return ::_filelength(file); }
+
+LONG Seek(int file, LONG offset, int origin) { return ::_lseek(file, offset, origin); }
+
+int Read(int file, void* buffer, UINT bytes) { return ::_read(file, buffer, bytes); }
+
+int Write(int file, const void* buffer, UINT bytes) { return ::_write(file, buffer, bytes); }
+
+bool TryLock(int file, LONG bytes) { return ::_locking(file, _LK_NBLCK, bytes) == 0; }
+
+int Unlock(int file, LONG bytes) { return ::_locking(file, _LK_UNLCK, bytes); }
+
+int MakeDirectory(const std::filesystem::path& path) { return ::_wmkdir(path.c_str()); }
+
+// A console shows colour once it is told to understand the escape sequences.
+bool OutputIsTerminal() {
+  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  ::DWORD mode = 0;
+  return ::GetConsoleMode(output, &mode) != 0 &&
+         ::SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+void WriteOutputAsUtf8() { ::SetConsoleOutputCP(CP_UTF8); }
+
+}  // namespace platform::simulated::host

@@ -1,0 +1,152 @@
+// The simulated machine: everything that the platform boundary reaches, in one object.
+//
+// One machine is current at a time; CurrentMachine chooses it for a scope. Every operation of the boundary enters
+// through Machine::Enter, which counts it, shows it to an observer, and can make it fail with a given code.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/simulated/engine.h"
+#include "platform/simulated/files.h"
+#include "platform/simulated/registry.h"
+#include "platform/types.h"
+
+namespace platform::simulated {
+
+enum class Operation : std::uint8_t {
+  // registry
+  RegOpenKeyExW,
+  RegOpenKeyW,
+  RegCreateKeyExW,
+  RegEnumKeyExW,
+  RegEnumValueW,
+  RegQueryValueExW,
+  RegSetValueExW,
+  RegDeleteValueW,
+  RegDeleteKeyW,
+  RegCloseKey,
+  // files
+  _open,
+  _creat,
+  _close,
+  _filelength,
+  _lseek,
+  _read,
+  _write,
+  _locking,
+  _mkdir,
+  // clock, debugger, system
+  time,
+  localtime,
+  strftime,
+  OutputDebugStringA,
+  MessageBoxA,
+  GetWindowsDirectoryA,
+  GetVersionExW,
+  // COM runtime and engine
+  CoTaskMemAlloc,
+  CoTaskMemFree,
+  StringFromGUID2,
+  FindComponent,
+  OpenParamKey,
+  SendPnpReconfig,
+  Count
+};
+
+const char* OperationName(Operation operation);
+
+// What an operation was called with, as far as it has such an argument. The pointers are valid during the call.
+struct Arguments {
+  HKEY key = nullptr;
+  const char16_t* name = nullptr;  // subkey, value or component name
+  const char* path = nullptr;      // file path or text
+  std::int64_t number = 0;         // index, descriptor, size or access rights
+  std::int64_t number2 = 0;        // capacity in the operation's own unit, offset, type or mode
+  const void* data = nullptr;
+  std::size_t dataBytes = 0;
+};
+
+// A failure to come: calls of `operation` (any, when unset) that `matches` accepts (all, when unset) are counted, and
+// those numbered from `first` (1 is the first) on, `times` of them, fail with `code` in the operation's own kind of
+// result: a system error code, the runtime's errno, an HRESULT; allocations give null.
+struct Fault {
+  std::optional<Operation> operation = std::nullopt;
+  std::uint64_t first = 1;
+  std::uint64_t times = 1;
+  std::int32_t code = 0;
+  std::function<bool(Operation, const Arguments&)> matches = nullptr;
+  std::uint64_t seen = 0;  // calls counted so far
+};
+
+struct WindowsVersion {
+  DWORD major = 10;
+  DWORD minor = 0;
+  WORD servicePack = 0;
+};
+
+struct MessageBox {
+  std::string text;
+  std::string caption;
+  UINT style;
+};
+
+class Machine {
+ public:
+  Machine() = default;
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  Registry registry;
+  Files files;
+  WindowsVersion version;
+  std::optional<std::int64_t> clock;     // the time in seconds since 1970; the real time when unset
+  std::vector<std::string> debugOutput;  // every text given to OutputDebugStringA, in order
+  std::vector<MessageBox> messageBoxes;
+  std::vector<PnpReconfig> pnpReconfigs;                      // every request sent to the driver, in order
+  std::int64_t taskAllocations = 0;                           // task memory that has not been freed
+  std::atomic<std::int64_t> engineObjects{0};                 // objects of the engine that have not been released
+  std::vector<Fault> faults;                                  // set with no call under way
+  std::function<void(Operation, const Arguments&)> observer;  // sees every call before it happens
+
+  // Enters one operation of the boundary. A value is the code that it must fail with.
+  std::optional<std::int32_t> Enter(Operation operation, const Arguments& arguments = {}) {
+    counts_[static_cast<std::size_t>(operation)].fetch_add(1, std::memory_order_relaxed);
+    if (faults.empty() && !observer) [[likely]]
+      return std::nullopt;
+    return EnterWatched(operation, arguments);
+  }
+
+  std::uint64_t Calls(Operation operation) const { return counts_[static_cast<std::size_t>(operation)]; }
+  std::uint64_t Calls() const;  // of all operations
+
+  std::mutex mutex;  // guards the machine's state inside an operation
+
+ private:
+  std::optional<std::int32_t> EnterWatched(Operation operation, const Arguments& arguments);
+
+  std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Operation::Count)> counts_{};
+  std::mutex watchMutex_;
+};
+
+// Makes a machine the current one for as long as the object lives.
+class CurrentMachine {
+ public:
+  explicit CurrentMachine(Machine& machine);
+  ~CurrentMachine();
+  CurrentMachine(const CurrentMachine&) = delete;
+  CurrentMachine& operator=(const CurrentMachine&) = delete;
+
+ private:
+  Machine* previous_;
+};
+
+Machine& Current();  // aborts with a message when no machine is current
+
+}  // namespace platform::simulated

@@ -1,0 +1,80 @@
+// The simulated machine's clock, debugger, message boxes, system directories and version.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "platform/clock.h"
+#include "platform/debugger.h"
+#include "platform/simulated/machine.h"
+#include "platform/system_info.h"
+
+namespace platform {
+
+using simulated::Operation;
+
+std::int64_t time() {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::time)) return -1;
+  return machine.clock ? *machine.clock : static_cast<std::int64_t>(std::time(nullptr));
+}
+
+const std::tm* localtime(const std::int64_t* time) {
+  if (simulated::Current().Enter(Operation::localtime, {.number = *time})) return nullptr;
+  if (*time < 0) return nullptr;
+  thread_local std::tm local;
+  const auto seconds = static_cast<std::time_t>(*time);
+#ifdef _WIN32
+  return ::localtime_s(&local, &seconds) == 0 ? &local : nullptr;
+#else
+  return ::localtime_r(&seconds, &local);
+#endif
+}
+
+std::size_t strftime(char* buffer, std::size_t capacity, const char* format, const std::tm* time) {
+  if (simulated::Current().Enter(Operation::strftime, {.path = format})) return 0;
+  // What the runtime's default locale writes for a date and time differs from one host to the other.
+  std::string expanded = format;
+  for (std::size_t at = 0; (at = expanded.find('%', at)) != expanded.npos; at += 2)
+    if (expanded.compare(at, 2, "%c") == 0) expanded.replace(at, 2, "%m/%d/%y %H:%M:%S");
+  return std::strftime(buffer, capacity, expanded.c_str(), time);
+}
+
+void OutputDebugStringA(const char* text) {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::OutputDebugStringA, {.path = text})) return;
+  const std::lock_guard lock(machine.mutex);
+  machine.debugOutput.emplace_back(text);
+}
+
+int MessageBoxA(HWND, const char* text, const char* caption, UINT style) {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::MessageBoxA, {.path = text, .number = style})) return 0;
+  const std::lock_guard lock(machine.mutex);
+  machine.messageBoxes.push_back({text, caption, style});
+  return 1;  // IDOK
+}
+
+UINT GetWindowsDirectoryA(char* buffer, UINT capacity) {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::GetWindowsDirectoryA, {.number2 = capacity})) return 0;
+  const std::string& directory = machine.files.windowsDirectory;
+  if (directory.empty()) return 0;
+  if (directory.size() >= capacity) return static_cast<UINT>(directory.size() + 1);
+  std::memcpy(buffer, directory.c_str(), directory.size() + 1);
+  return static_cast<UINT>(directory.size());
+}
+
+BOOL GetVersionExW(OSVERSIONINFOEXW* version) {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::GetVersionExW) || version->dwOSVersionInfoSize != sizeof(*version)) return 0;
+  *version = {};
+  version->dwOSVersionInfoSize = sizeof(*version);
+  version->dwMajorVersion = machine.version.major;
+  version->dwMinorVersion = machine.version.minor;
+  version->dwPlatformId = 2;  // VER_PLATFORM_WIN32_NT
+  version->wServicePackMajor = machine.version.servicePack;
+  return 1;
+}
+
+}  // namespace platform

@@ -1,0 +1,27 @@
+// System directories and version (sysinfoapi.h).
+#pragma once
+
+#include "platform/types.h"
+
+namespace platform {
+
+// The Windows directory, without a trailing backslash, into `buffer` of `capacity` characters. Returns the length
+// without the terminator; the capacity needed when the buffer is too small; 0 on failure.
+UINT GetWindowsDirectoryA(char* buffer, UINT capacity);
+
+struct OSVERSIONINFOEXW {
+  DWORD dwOSVersionInfoSize;  // bytes, set by the caller
+  DWORD dwMajorVersion;
+  DWORD dwMinorVersion;
+  DWORD dwBuildNumber;
+  DWORD dwPlatformId;
+  char16_t szCSDVersion[128];
+  WORD wServicePackMajor;
+  WORD wServicePackMinor;
+  WORD wSuiteMask;
+  BYTE wProductType;
+  BYTE wReserved;
+};
+BOOL GetVersionExW(OSVERSIONINFOEXW* version);
+
+}  // namespace platform

@@ -1,0 +1,33 @@
+// Comparing and joining UTF-16 text, the same on every system.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+namespace platform {
+
+// How the runtime's _wcsicmp compares in its default locale: by the whole string, A to Z without case, every other
+// character by its code.
+constexpr char16_t FoldCase(char16_t character) {
+  return character >= u'A' && character <= u'Z' ? static_cast<char16_t>(character + 32) : character;
+}
+
+constexpr bool EqualNoCase(std::u16string_view a, std::u16string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (FoldCase(a[i]) != FoldCase(b[i])) return false;
+  return true;
+}
+
+// Writes `first` and `second`, one behind the other, and a NUL. False, with an empty buffer, when they don't fit: a
+// name is never cut into another name.
+template <std::size_t Capacity>
+bool Join(char16_t (&buffer)[Capacity], std::u16string_view first, std::u16string_view second) {
+  buffer[0] = u'\0';
+  if (first.size() + second.size() >= Capacity) return false;
+  *std::copy(second.begin(), second.end(), std::copy(first.begin(), first.end(), buffer)) = u'\0';
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,27 @@
+#include "platform/files.h"
+
+#include <direct.h>
+#include <io.h>
+#include <sys/locking.h>
+
+namespace platform {
+
+int _open(const char* path, int flags, int permission) { return ::_open(path, flags, permission); }
+
+int _creat(const char* path, int permission) { return ::_creat(path, permission); }
+
+int _close(int descriptor) { return ::_close(descriptor); }
+
+LONG _filelength(int descriptor) { return ::_filelength(descriptor); }
+
+LONG _lseek(int descriptor, LONG offset, int origin) { return ::_lseek(descriptor, offset, origin); }
+
+int _read(int descriptor, void* buffer, UINT bytes) { return ::_read(descriptor, buffer, bytes); }
+
+int _write(int descriptor, const void* buffer, UINT bytes) { return ::_write(descriptor, buffer, bytes); }
+
+int _locking(int descriptor, int mode, LONG bytes) { return ::_locking(descriptor, mode, bytes); }
+
+int _mkdir(const char* path) { return ::_mkdir(path); }
+
+}  // namespace platform

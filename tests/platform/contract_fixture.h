@@ -1,0 +1,57 @@
+// What the contract tests of the platform boundary run on: the simulated machine, or with ZTL_CONTRACT_WINDOWS the
+// operating system itself. Either way they work below one scratch key, which comes and goes with each test.
+#pragma once
+
+#include "platform/registry.h"
+#ifndef ZTL_CONTRACT_WINDOWS
+#include "platform/simulated/machine.h"
+#endif
+// After the platform's headers: the C library defines some of their names as macros.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace platform {
+
+class RegistryContract : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    DeleteTree(HKEY_LOCAL_MACHINE, kScratchPath);
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kScratchPath, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                              nullptr, &scratch_, nullptr),
+              ERROR_SUCCESS);
+  }
+  void TearDown() override {
+    EXPECT_EQ(RegCloseKey(scratch_), ERROR_SUCCESS);
+    DeleteTree(HKEY_LOCAL_MACHINE, kScratchPath);
+#ifndef ZTL_CONTRACT_WINDOWS
+    EXPECT_EQ(machine_.registry.OpenHandlePaths(), std::vector<std::u16string>());
+#endif
+  }
+
+  HKEY scratch_ = nullptr;  // opened with every right
+
+ private:
+  static constexpr const char16_t* kScratchPath = u"SOFTWARE\\ZtlContract";
+
+  static void DeleteTree(HKEY parent, const char16_t* name) {
+    HKEY key;
+    if (RegOpenKeyExW(parent, name, 0, KEY_ALL_ACCESS, &key) != ERROR_SUCCESS) return;
+    char16_t subkey[256];
+    DWORD length = 256;
+    while (RegEnumKeyExW(key, 0, subkey, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
+      DeleteTree(key, subkey);
+      length = 256;
+    }
+    RegCloseKey(key);
+    ASSERT_EQ(RegDeleteKeyW(parent, name), ERROR_SUCCESS);  // else the loop above would not end
+  }
+
+#ifndef ZTL_CONTRACT_WINDOWS
+  simulated::Machine machine_;
+  simulated::CurrentMachine current_{machine_};
+#endif
+};
+
+}  // namespace platform

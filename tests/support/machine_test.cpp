@@ -1,0 +1,118 @@
+#include "tests/support/machine_test.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "log/log_facility.h"
+#include "notify/module_log.h"
+
+namespace ztl_test {
+
+using namespace platform;
+
+std::vector<BYTE> Bytes(std::u16string_view text) {
+  const auto* const bytes = reinterpret_cast<const BYTE*>(text.data());
+  return {bytes, bytes + text.size() * 2};
+}
+
+std::vector<BYTE> Sz(std::u16string_view text) { return Bytes(std::u16string(text) + u'\0'); }
+
+std::vector<BYTE> MultiSz(std::initializer_list<std::u16string_view> entries) {
+  std::u16string text;
+  for (const std::u16string_view entry : entries) (text += entry) += u'\0';
+  return Bytes(text + u'\0');
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = text.find("\r\n", at);
+    lines.push_back(text.substr(at, end - at));
+    at = end == text.npos ? end : end + 2;
+  }
+  return lines;
+}
+
+MachineTest::MachineTest() {
+  root_ = std::filesystem::temp_directory_path() / ("ztl-test-" + std::to_string(std::random_device()()));
+  std::filesystem::create_directories(root_ / "Windows");
+  machine_.files.root = root_;
+  machine_.files.lockRetryMilliseconds = 1;
+  machine_.clock = 1709647432;
+  ztl::g_ModuleLog = {};
+}
+
+MachineTest::~MachineTest() {
+  ztl::CloseModuleLog();
+  std::error_code ignored;
+  std::filesystem::permissions(root_ / "Windows" / "temp", std::filesystem::perms::owner_all, ignored);
+  std::filesystem::remove_all(root_, ignored);
+}
+
+void MachineTest::ExpectNothingLeft() {
+  EXPECT_EQ(machine_.registry.OpenHandlePaths(), std::vector<std::u16string>());
+  EXPECT_EQ(machine_.files.OpenDescriptors(), 0);
+  EXPECT_EQ(machine_.taskAllocations, 0);
+  EXPECT_EQ(machine_.engineObjects, 0);
+}
+
+std::vector<std::string> MachineTest::LogMessages() const {
+  std::vector<std::string> messages = Lines(ReadFile(LogPath()));
+  for (std::string& message : messages) message.erase(0, 38);
+  return messages;
+}
+
+void MachineTest::AddService(std::u16string_view subkey, std::u16string_view service, std::u16string_view filterClass,
+                             std::u16string_view deviceId) {
+  simulated::RegistryKey& ndi = machine_.registry.Create(
+      std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\" + std::u16string(subkey) + u"\\Ndi");
+  if (!service.empty()) ndi.SetValue(u"Service", REG_SZ, Sz(service));
+  if (!filterClass.empty()) ndi.SetValue(u"FilterClass", REG_SZ, Sz(filterClass));
+  if (!deviceId.empty()) ndi.SetValue(u"FilterDeviceInfId", REG_SZ, Sz(deviceId));
+}
+
+void MachineTest::AddTransport(std::u16string_view subkey, std::u16string_view service) {
+  machine_.registry
+      .Create(std::u16string(kNetwork) + u"\\{4D36E975-E325-11CE-BFC1-08002BE10318}\\" + std::u16string(subkey) +
+              u"\\Ndi")
+      .SetValue(u"Service", REG_SZ, Sz(service));
+}
+
+void MachineTest::AddAdapter(std::u16string_view subkey, std::u16string_view guid, std::u16string_view deviceId,
+                             std::u16string_view service, std::initializer_list<std::u16string_view> rootDevice,
+                             std::initializer_list<std::u16string_view> upperBind) {
+  simulated::RegistryKey& instance =
+      machine_.registry.Create(std::u16string(kNetClass) + u"\\" + std::u16string(subkey));
+  instance.SetValue(u"NetCfgInstanceId", REG_SZ, Sz(guid));
+  instance.SetValue(u"MatchingDeviceId", REG_SZ, Sz(deviceId));
+  simulated::RegistryKey& linkage = instance.CreateSubkey(u"Linkage");
+  linkage.SetValue(u"RootDevice", REG_MULTI_SZ, MultiSz(rootDevice));
+  linkage.SetValue(u"UpperBind", REG_MULTI_SZ, MultiSz(upperBind));
+  if (!service.empty()) instance.CreateSubkey(u"Ndi").SetValue(u"Service", REG_SZ, Sz(service));
+}
+
+void MachineTest::AddWrongStack() {
+  machine_.registry.Create(kNetwork).SetValue(u"FilterClasses", REG_MULTI_SZ, MultiSz({u"compression"}));
+  AddService(u"{1}", u"ZTL", u"compression", u"qro_ztlm");
+  AddService(u"{2}", u"A", u"compression", u"a_mp");
+  AddTransport(u"{1}", u"Tcpip");
+  machine_.registry.Create(kParameters).SetValue(u"IMOrder", REG_MULTI_SZ, MultiSz({u"ztl", u"Others"}));
+  machine_.registry.Create(std::u16string(kParameters) + u"\\Adapters\\{P}");
+  AddAdapter(u"0000", u"{P}", u"pci\\ven", u"E1000", {u"{P}"}, {u"ZTL"});
+  AddAdapter(u"0001", u"{A}", u"a_mp", u"", {u"{A}", u"{Z}", u"{P}"}, {u"Tcpip"});
+  AddAdapter(u"0002", u"{Z}", u"QRO_ZTLM", u"", {u"{Z}", u"{P}"}, {u"A"});
+}
+
+simulated::RegistryValue MachineTest::Linkage(std::u16string_view subkey, std::u16string_view name) {
+  return *machine_.registry.Find(std::u16string(kNetClass) + u"\\" + std::u16string(subkey) + u"\\Linkage")
+              ->FindValue(name);
+}
+
+}  // namespace ztl_test

@@ -1,0 +1,39 @@
+// Making a simulated machine from registry exports.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/simulated/machine.h"
+#include "ztlsim/registry_export.h"
+
+namespace ztlsim {
+
+// Merges the exports in order. When none of them has a CurrentControlSet, it becomes a link to ControlSet001, as on a
+// running system.
+std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, platform::simulated::Registry& registry);
+
+// "MAJOR.MINOR" or "MAJOR.MINOR.SP"; nothing for any other text.
+std::optional<platform::simulated::WindowsVersion> ParseWindowsVersion(const std::string& text);
+
+// The directory that stands for drive C: a kept one, or a temporary one that goes with the object.
+class DriveDirectory {
+ public:
+  DriveDirectory() = default;
+  ~DriveDirectory();
+  DriveDirectory(const DriveDirectory&) = delete;
+  DriveDirectory& operator=(const DriveDirectory&) = delete;
+
+  // Makes the directory and its "Windows" where they are missing; an empty `kept` makes a temporary one. A result says
+  // what went wrong.
+  std::optional<std::string> Make(const std::string& kept);
+  const std::filesystem::path& Path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+  bool temporary_ = false;
+};
+
+}  // namespace ztlsim

@@ -1,0 +1,106 @@
+// ztlsim: runs the module's code on a machine made from registry exports.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/simulated/host.h"
+#include "platform/simulated/machine.h"
+#include "ztlsim/load_machine.h"
+#include "ztlsim/registry_export.h"
+#include "ztlsim/report.h"
+#include "ztlsim/scenario.h"
+
+namespace {
+
+using namespace ztlsim;
+
+enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2 };
+
+const std::map<std::string, Scenario> kScenarios = {{"install", Scenario::Install},
+                                                    {"upgrade", Scenario::Upgrade},
+                                                    {"remove", Scenario::Remove},
+                                                    {"notify", Scenario::Notify}};
+
+struct Options {
+  std::string scenario;
+  std::vector<std::string> machineFiles;
+  std::string os = "10.0";
+  std::string root;
+  std::string out;
+  std::string changes;
+  bool json = false;
+};
+
+int Complain(const std::string& message, int status) {
+  std::fprintf(stderr, "ztlsim: %s\n", message.c_str());
+  return status;
+}
+
+int Print(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kSuccess;
+  return Complain("standard output could not be written", kMethodFailed);
+}
+
+int Run(const Options& options, platform::simulated::Machine& machine) {
+  const ScenarioResult result = RunScenario(kScenarios.at(options.scenario));
+  for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
+  int status = Print(options.json ? FormatRunAsJson(options.scenario, result)
+                                  : FormatRun(options.scenario, result, platform::simulated::host::OutputIsTerminal()));
+  if (!options.out.empty())
+    if (const auto error = WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
+      status = Complain(*error, kMethodFailed);
+  if (!options.changes.empty())
+    if (const auto error = WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
+      status = Complain(*error, kMethodFailed);
+  return result.Failed() ? kMethodFailed : status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("Shows what the filter's network configuration module does on a machine made from registry exports.");
+  app.name("ztlsim");
+  app.require_subcommand(1);
+  auto addMachine = [&options](CLI::App* command) {
+    command->add_option("--machine", options.machineFiles, "Registry exports, merged in order")
+        ->required()
+        ->type_name("FILE...");
+    command->add_flag("--json", options.json, "One JSON object instead of the report");
+  };
+  CLI::App* const show = app.add_subcommand("show", "The machine's stacks, its configured order, what it resolves to");
+  addMachine(show);
+  CLI::App* const run = app.add_subcommand("run", "Run a scenario and show what it changes");
+  run->add_option("SCENARIO", options.scenario, "install, upgrade, remove or notify")
+      ->required()
+      ->check(CLI::IsMember(kScenarios));
+  addMachine(run);
+  run->add_option("--os", options.os, "Windows version, MAJOR.MINOR or MAJOR.MINOR.SP")->capture_default_str();
+  run->add_option("--root", options.root, "Directory that stands for drive C: and is kept")->type_name("DIR");
+  run->add_option("--out", options.out, "Write the registry afterwards, as an export")->type_name("FILE");
+  run->add_option("--changes", options.changes, "Write what changed, as an export")->type_name("FILE");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kSuccess : kBadInput;
+  }
+
+  platform::simulated::host::WriteOutputAsUtf8();
+  platform::simulated::Machine machine;
+  const platform::simulated::CurrentMachine current(machine);
+  const auto version = ParseWindowsVersion(options.os);
+  if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);
+  machine.version = *version;
+  if (const auto error = LoadRegistry(options.machineFiles, machine.registry))
+    return Complain(error->Text(), kBadInput);
+  if (show->parsed()) {
+    const MachineState state = ReadMachineState();
+    return Print(options.json ? FormatStateAsJson(state) : FormatState(state));
+  }
+  DriveDirectory drive;
+  if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
+  machine.files.root = drive.Path();
+  return Run(options, machine);
+}

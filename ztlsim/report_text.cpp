@@ -1,0 +1,194 @@
+#include <algorithm>
+#include <string_view>
+
+#include "log/format.h"
+#include "platform/text.h"
+#include "ztlsim/report.h"
+#include "ztlsim/text_encoding.h"
+#include "ztlsim/value_text.h"
+
+namespace ztlsim {
+namespace {
+
+constexpr std::size_t kColumnWidth = 44;  // of the left one; wider entries push the right one away
+constexpr std::string_view kMoved = " *";
+constexpr std::string_view kYellow = "\x1b[33m";
+constexpr std::string_view kPlain = "\x1b[0m";
+
+std::string Join(const std::vector<std::u16string>& texts, std::string_view separator) {
+  std::string joined;
+  for (const std::u16string& text : texts) {
+    if (!joined.empty()) joined += separator;
+    joined += Utf16ToUtf8(text);
+  }
+  return joined.empty() ? "(none)" : joined;
+}
+
+// The subkey, the description and the owner of an instance. A virtual adapter is described by the adapter that it was
+// made for and by itself: below that adapter's heading, itself is enough.
+std::string EntryName(const StackEntry& entry, const AdapterStack* below = nullptr) {
+  std::u16string name = entry.description.empty() ? entry.guid : entry.description;
+  if (below != nullptr) {
+    const std::u16string prefix = below->entries.back().description + u" - ";
+    if (prefix.size() > 3 && name.starts_with(prefix)) name.erase(0, prefix.size());
+  }
+  std::string text = entry.instance.empty() ? "" : Utf16ToUtf8(entry.instance) + " ";
+  text += Utf16ToUtf8(name);
+  if (!entry.service.empty()) text += " (" + Utf16ToUtf8(entry.service) + ")";
+  if (entry.instance.empty()) text += " [no such instance]";
+  return text;
+}
+
+std::size_t Width(std::string_view text) {  // in characters: bytes that start one
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+std::string Pad(std::string text, std::size_t width) {
+  const std::size_t used = Width(text);
+  if (used < width) text.append(width - used, ' ');
+  return text;
+}
+
+// What is bound above an instance, and the instances below as a small tree.
+std::vector<std::string> Tree(const AdapterStack& stack) {
+  std::vector<std::string> lines;
+  lines.push_back(Join(stack.entries.front().upperBind, ", "));
+  for (std::size_t level = 0; level < stack.entries.size(); ++level)
+    lines.push_back(std::string(level * 2, ' ') + "└ " + EntryName(stack.entries[level], &stack));
+  return lines;
+}
+
+bool Moved(const AdapterStack& before, const AdapterStack& after, std::size_t level) {
+  return level >= before.entries.size() || before.entries[level].guid != after.entries[level].guid;
+}
+
+// The stack's heading: its physical adapter.
+std::string Heading(const AdapterStack& stack) {
+  if (stack.entries.empty()) return Utf16ToUtf8(stack.top) + ": no stack (RootDevice missing or of another type)\n";
+  return EntryName(stack.entries.back()) + "\n";
+}
+
+// A stack of one entry, or one that nothing was done to, needs no second column.
+std::string OneLine(const AdapterStack& stack) {
+  return EntryName(stack.entries.back()) + ": " + Join(stack.entries.front().upperBind, ", ") + "\n";
+}
+
+std::string SideBySide(const AdapterStack& before, const AdapterStack& after, bool colour) {
+  const std::vector<std::string> left = Tree(before);
+  const std::vector<std::string> right = Tree(after);
+  std::size_t width = kColumnWidth;
+  for (const std::string& line : left) width = std::max(width, Width(line) + 2);
+  std::string text = "  " + Pad("before", width) + "after\n";
+  for (std::size_t i = 0; i < std::max(left.size(), right.size()); ++i) {
+    std::string line = "  " + Pad(i < left.size() ? left[i] : "", width);
+    if (i < right.size()) {
+      const bool moved = i > 0 && Moved(before, after, i - 1);
+      if (moved && colour) line += kYellow;
+      line += right[i];
+      if (moved) line += kMoved;
+      if (moved && colour) line += kPlain;
+    }
+    text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+  }
+  return text;
+}
+
+std::string Order(const MachineState& state) {
+  std::string text = "Configured order:     " + Join(state.configuredOrder, ", ");
+  text += state.orderIsSet ? "\n" : " (IMOrder is not set)\n";
+  text += "Filter's own class:   " + (state.ownClass.empty() ? "(none)" : Utf16ToUtf8(state.ownClass)) + "\n";
+  text += "Intermediate drivers: ";
+  if (state.imList.empty()) text += "(none)";
+  for (std::size_t i = 0; i < state.imList.size(); ++i) {
+    if (i > 0) text += " > ";
+    text += Utf16ToUtf8(state.imList[i]);
+    if (i < state.devIdList.size()) text += " (" + Utf16ToUtf8(state.devIdList[i]) + ")";
+  }
+  return text + "\n\n";
+}
+
+std::string Hexadecimal(platform::HRESULT hr) {
+  char text[16];
+  ztl::Format(text, "0x%08X", hr);
+  return text;
+}
+
+std::string ValueText(const platform::simulated::RegistryValue& value) {
+  if (value.type == platform::REG_MULTI_SZ) return Join(ListOf(value), ", ");
+  if (value.type == platform::REG_SZ) return Utf16ToUtf8(TextOf(value));
+  return HexadecimalOf(value);
+}
+
+// Each changed value as it was and as it is.
+std::string Changes(const std::vector<RegistryChange>& changes) {
+  std::string text = changes.empty() ? "" : "\nRegistry changes:\n";
+  const std::u16string* key = nullptr;
+  for (const RegistryChange& change : changes) {
+    if (key == nullptr || *key != change.key) text += "  " + Utf16ToUtf8(change.key) + "\n";
+    key = &change.key;
+    if (!change.name) {
+      text += change.keyCreated ? "    + (key)\n" : "    - (key)\n";
+      continue;
+    }
+    const std::string name = change.name->empty() ? "(default)" : Utf16ToUtf8(*change.name);
+    if (change.before) text += "    - " + name + ": " + ValueText(*change.before) + "\n";
+    if (change.after) text += "    + " + name + ": " + ValueText(*change.after) + "\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string FormatState(const MachineState& state) {
+  std::string text = Order(state);
+  for (const AdapterStack& stack : state.stacks) {
+    if (stack.entries.size() == 1) {
+      text += OneLine(stack);
+      continue;
+    }
+    text += Heading(stack);
+    if (!stack.entries.empty())
+      for (const std::string& line : Tree(stack)) text += "  " + line + "\n";
+  }
+  if (state.stacks.empty()) text += "No adapter instance is bound to a transport.\n";
+  return text;
+}
+
+std::string FormatRun(const std::string& scenario, const ScenarioResult& result, bool colour) {
+  std::string text = Order(result.before);
+  std::size_t moved = 0;
+  for (const AdapterStack& before : result.before.stacks) {
+    const AdapterStack* const after = FindStack(result.after.stacks, before);
+    if (before.entries.size() == 1 && after != nullptr && after->entries.size() == 1) {
+      text += OneLine(before);
+      continue;
+    }
+    text += Heading(before);
+    if (before.entries.empty()) continue;
+    if (after == nullptr || after->entries.empty()) {
+      for (const std::string& line : Tree(before)) text += "  " + line + "\n";
+      text += "  after: no transport is bound to this stack any more\n";
+      continue;
+    }
+    bool changed = before.entries.size() != after->entries.size();
+    for (std::size_t i = 0; !changed && i < after->entries.size(); ++i) changed = Moved(before, *after, i);
+    if (changed) {
+      ++moved;
+      text += SideBySide(before, *after, colour);
+    } else {
+      for (const std::string& line : Tree(before)) text += "  " + line + "\n";
+    }
+  }
+  text += "\n" + scenario + ": ";
+  for (const auto& [method, hr] : result.results) text += method + " " + Hexadecimal(hr) + ", ";
+  text += std::to_string(moved) + " of " + std::to_string(result.before.stacks.size()) + " stacks reordered" +
+          (moved > 0 ? " (moved entries: *)" : "") + (result.RebootRequired() ? ", a restart is required\n" : "\n");
+
+  text += Changes(result.changes);
+  text += "\nLog:\n";
+  for (const std::string& message : result.log) text += "  " + message + "\n";
+  return text;
+}
+
+}  // namespace ztlsim

@@ -1,0 +1,113 @@
+#include "ztlsim/scenario.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+
+#include "log/log_facility.h"
+#include "notify/module_log.h"
+#include "notify/sample_filter.h"
+#include "platform/com_ptr.h"
+
+namespace ztlsim {
+
+using namespace platform;
+
+namespace {
+
+// What stands before the message in a line of the log: time stamp, tag and severity.
+constexpr std::size_t kLineHeadBytes = 38;
+
+// Collects the messages that are written to the log for as long as it lives.
+class LogCapture {
+ public:
+  LogCapture(simulated::Machine& machine, std::vector<std::string>& messages) : machine_(machine) {
+    machine_.observer = [this, &messages](simulated::Operation operation, const simulated::Arguments& arguments) {
+      if (operation != simulated::Operation::_write ||
+          machine_.files.PathOf(static_cast<int>(arguments.number)) != ztl::g_ModuleLog.path)
+        return;
+      std::string_view line(static_cast<const char*>(arguments.data), arguments.dataBytes);
+      line.remove_prefix(std::min(kLineHeadBytes, line.size()));
+      if (line.ends_with('\n')) line.remove_suffix(1);
+      messages.emplace_back(line);
+    };
+  }
+  ~LogCapture() { machine_.observer = nullptr; }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+ private:
+  simulated::Machine& machine_;
+};
+
+// The log reports a trouble of its own as two debugger texts: a prefix and the trouble.
+std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput) {
+  std::vector<std::string> troubles;
+  for (std::size_t i = 0; i + 1 < debugOutput.size(); ++i)
+    if (debugOutput[i] == "ERROR: ") troubles.push_back(debugOutput[i + 1].substr(0, debugOutput[i + 1].find('\n')));
+  return troubles;
+}
+
+// The calls of a transaction, from the notify object's creation to its release.
+void CallNotifyObject(Scenario scenario, ScenarioResult& result) {
+  const auto netCfg = ComPtr<INetCfg>::Attach(simulated::CreateNetCfg());
+  const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulated::CreatePnpReconfigCallback());
+  ComPtr<INetCfgComponent> component;
+  netCfg->FindComponent(u"qro_ztl", component.Receive());
+
+  auto call = [&result](const char* method, HRESULT hr) { result.results.emplace_back(method, hr); };
+  ComPtr<INetCfgComponentControl> control;
+  ComPtr<INetCfgComponentSetup> setup;
+  HRESULT hr =
+      ztl::HrCreateSampleFilter(nullptr, IID_INetCfgComponentControl, reinterpret_cast<void**>(control.Receive()));
+  if (Failed(hr)) return call("CreateInstance", hr);
+  hr = control->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive()));
+  if (Failed(hr)) return call("QueryInterface", hr);
+  control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
+  switch (scenario) {
+    case Scenario::Install:
+      setup->Install(0);
+      break;
+    case Scenario::Upgrade:
+      setup->Upgrade(0, 0);
+      break;
+    case Scenario::Remove:
+      setup->Removing();
+      break;
+    case Scenario::Notify:
+      break;
+  }
+  setup.Reset();
+  call("ApplyRegistryChanges", control->ApplyRegistryChanges());
+  if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
+}
+
+}  // namespace
+
+bool ScenarioResult::RebootRequired() const {
+  return std::any_of(results.begin(), results.end(), [](const auto& r) { return r.second == NETCFG_S_REBOOT; });
+}
+
+bool ScenarioResult::Failed() const {
+  return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
+}
+
+ScenarioResult RunScenario(Scenario scenario) {
+  simulated::Machine& machine = simulated::Current();
+  ScenarioResult result;
+  result.before = ReadMachineState();
+  const std::unique_ptr<simulated::Registry> registryBefore = machine.registry.Copy();
+  {
+    const LogCapture capture(machine, result.log);
+    ztl::OpenModuleLog();
+    CallNotifyObject(scenario, result);
+    ztl::CloseModuleLog();
+  }
+  result.logTroubles = LogTroubles(machine.debugOutput);
+  result.after = ReadMachineState();
+  result.changes = CompareRegistries(*registryBefore, machine.registry);
+  result.pnpReconfigs = machine.pnpReconfigs;
+  return result;
+}
+
+}  // namespace ztlsim

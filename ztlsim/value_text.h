@@ -1,0 +1,19 @@
+// The data of registry values as text.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/simulated/registry.h"
+
+namespace ztlsim {
+
+std::string TypeName(platform::DWORD type);  // "REG_SZ"; the number of a type without a name
+
+// The data as UTF-16 up to its first NUL, and as the entries of a multi-string; an odd last byte is left out.
+std::u16string TextOf(const platform::simulated::RegistryValue& value);
+std::vector<std::u16string> ListOf(const platform::simulated::RegistryValue& value);
+
+std::string HexadecimalOf(const platform::simulated::RegistryValue& value);  // two digits a byte, nothing between
+
+}  // namespace ztlsim
