@@ -30,102 +30,62 @@ void ExpectIid(const platform::GUID& ours) {
   EXPECT_EQ(std::memcmp(&ours, &theirs, sizeof ours), 0);
 }
 
-#define EXPECT_SLOT(interface_, method) \
-  EXPECT_EQ(Slot(&platform::interface_::method), Slot(&::interface_::method)) << #interface_ "::" #method
+// EXPECT_SLOTS(Interface, Method…): each method stands in the same slot in both declarations.
+#define PARENTHESES ()
+#define EXPAND(...) EXPAND3(EXPAND3(EXPAND3(__VA_ARGS__)))
+#define EXPAND3(...) EXPAND2(EXPAND2(EXPAND2(__VA_ARGS__)))
+#define EXPAND2(...) __VA_ARGS__
+#define EXPECT_SLOT(interface_, method, ...)                                              \
+  EXPECT_EQ(Slot(&platform::interface_::method), Slot(&::interface_::method)) << #method; \
+  __VA_OPT__(EXPECT_SLOT_AGAIN PARENTHESES(interface_, __VA_ARGS__))
+#define EXPECT_SLOT_AGAIN() EXPECT_SLOT
+#define EXPECT_SLOTS(interface_, ...) EXPAND(EXPECT_SLOT(interface_, __VA_ARGS__))
 
 TEST(ComLayout, TheEnginesInterfaces) {
   ExpectIid<::INetCfg>(platform::IID_INetCfg);
-  EXPECT_SLOT(INetCfg, Initialize);
-  EXPECT_SLOT(INetCfg, Uninitialize);
-  EXPECT_SLOT(INetCfg, Apply);
-  EXPECT_SLOT(INetCfg, Cancel);
-  EXPECT_SLOT(INetCfg, EnumComponents);
-  EXPECT_SLOT(INetCfg, FindComponent);
-  EXPECT_SLOT(INetCfg, QueryNetCfgClass);
+  EXPECT_SLOTS(INetCfg, Initialize, Uninitialize, Apply, Cancel, EnumComponents, FindComponent, QueryNetCfgClass);
   ExpectIid<::INetCfgLock>(platform::IID_INetCfgLock);
-  EXPECT_SLOT(INetCfgLock, AcquireWriteLock);
-  EXPECT_SLOT(INetCfgLock, ReleaseWriteLock);
-  EXPECT_SLOT(INetCfgLock, IsWriteLocked);
+  EXPECT_SLOTS(INetCfgLock, AcquireWriteLock, ReleaseWriteLock, IsWriteLocked);
   ExpectIid<::INetCfgClass>(platform::IID_INetCfgClass);
-  EXPECT_SLOT(INetCfgClass, FindComponent);
-  EXPECT_SLOT(INetCfgClass, EnumComponents);
+  EXPECT_SLOTS(INetCfgClass, FindComponent, EnumComponents);
   ExpectIid<::INetCfgClassSetup>(platform::IID_INetCfgClassSetup);
-  EXPECT_SLOT(INetCfgClassSetup, SelectAndInstall);
-  EXPECT_SLOT(INetCfgClassSetup, Install);
-  EXPECT_SLOT(INetCfgClassSetup, DeInstall);
+  EXPECT_SLOTS(INetCfgClassSetup, SelectAndInstall, Install, DeInstall);
   ExpectIid<::INetCfgComponent>(platform::IID_INetCfgComponent);
-  EXPECT_SLOT(INetCfgComponent, GetDisplayName);
-  EXPECT_SLOT(INetCfgComponent, SetDisplayName);
-  EXPECT_SLOT(INetCfgComponent, GetHelpText);
-  EXPECT_SLOT(INetCfgComponent, GetId);
-  EXPECT_SLOT(INetCfgComponent, GetCharacteristics);
-  EXPECT_SLOT(INetCfgComponent, GetInstanceGuid);
-  EXPECT_SLOT(INetCfgComponent, GetPnpDevNodeId);
-  EXPECT_SLOT(INetCfgComponent, GetClassGuid);
-  EXPECT_SLOT(INetCfgComponent, GetBindName);
-  EXPECT_SLOT(INetCfgComponent, GetDeviceStatus);
-  EXPECT_SLOT(INetCfgComponent, OpenParamKey);
-  EXPECT_SLOT(INetCfgComponent, RaisePropertyUi);
+  EXPECT_SLOTS(INetCfgComponent, GetDisplayName, SetDisplayName, GetHelpText, GetId, GetCharacteristics,
+               GetInstanceGuid, GetPnpDevNodeId, GetClassGuid, GetBindName, GetDeviceStatus, OpenParamKey,
+               RaisePropertyUi);
   ExpectIid<::INetCfgComponentBindings>(platform::IID_INetCfgComponentBindings);
-  EXPECT_SLOT(INetCfgComponentBindings, BindTo);
-  EXPECT_SLOT(INetCfgComponentBindings, UnbindFrom);
-  EXPECT_SLOT(INetCfgComponentBindings, SupportsBindingInterface);
-  EXPECT_SLOT(INetCfgComponentBindings, IsBoundTo);
-  EXPECT_SLOT(INetCfgComponentBindings, IsBindableTo);
-  EXPECT_SLOT(INetCfgComponentBindings, EnumBindingPaths);
-  EXPECT_SLOT(INetCfgComponentBindings, MoveBefore);
-  EXPECT_SLOT(INetCfgComponentBindings, MoveAfter);
+  EXPECT_SLOTS(INetCfgComponentBindings, BindTo, UnbindFrom, SupportsBindingInterface, IsBoundTo, IsBindableTo,
+               EnumBindingPaths, MoveBefore, MoveAfter);
   ExpectIid<::INetCfgBindingPath>(platform::IID_INetCfgBindingPath);
-  EXPECT_SLOT(INetCfgBindingPath, IsSamePathAs);
-  EXPECT_SLOT(INetCfgBindingPath, IsSubPathOf);
-  EXPECT_SLOT(INetCfgBindingPath, IsEnabled);
-  EXPECT_SLOT(INetCfgBindingPath, Enable);
-  EXPECT_SLOT(INetCfgBindingPath, GetPathToken);
-  EXPECT_SLOT(INetCfgBindingPath, GetOwner);
-  EXPECT_SLOT(INetCfgBindingPath, GetDepth);
-  EXPECT_SLOT(INetCfgBindingPath, EnumBindingInterfaces);
+  EXPECT_SLOTS(INetCfgBindingPath, IsSamePathAs, IsSubPathOf, IsEnabled, Enable, GetPathToken, GetOwner, GetDepth,
+               EnumBindingInterfaces);
   ExpectIid<::IEnumNetCfgComponent>(platform::IID_IEnumNetCfgComponent);
   ExpectIid<::IEnumNetCfgBindingPath>(platform::IID_IEnumNetCfgBindingPath);
-  EXPECT_SLOT(IEnumNetCfgComponent, Next);
-  EXPECT_SLOT(IEnumNetCfgComponent, Skip);
-  EXPECT_SLOT(IEnumNetCfgComponent, Reset);
-  EXPECT_SLOT(IEnumNetCfgBindingPath, Clone);
+  EXPECT_SLOTS(IEnumNetCfgComponent, Next, Skip, Reset);
+  EXPECT_SLOTS(IEnumNetCfgBindingPath, Clone);
   ExpectIid<::INetCfgPnpReconfigCallback>(platform::IID_INetCfgPnpReconfigCallback);
-  EXPECT_SLOT(INetCfgPnpReconfigCallback, SendPnpReconfig);
+  EXPECT_SLOTS(INetCfgPnpReconfigCallback, SendPnpReconfig);
   ExpectIid<::INetLanConnectionUiInfo>(platform::IID_INetLanConnectionUiInfo);
-  EXPECT_SLOT(INetLanConnectionUiInfo, GetDeviceGuid);
+  EXPECT_SLOTS(INetLanConnectionUiInfo, GetDeviceGuid);
   EXPECT_EQ(std::memcmp(&platform::CLSID_CNetCfg, &CLSID_CNetCfg, sizeof(GUID)), 0);
 }
 
 TEST(ComLayout, TheNotifyObjectsInterfaces) {
   ExpectIid<::IUnknown>(platform::IID_IUnknown);
-  EXPECT_SLOT(IUnknown, AddRef);
-  EXPECT_SLOT(IUnknown, Release);
+  EXPECT_SLOTS(IUnknown, AddRef, Release);
   ExpectIid<::INetCfgComponentControl>(platform::IID_INetCfgComponentControl);
-  EXPECT_SLOT(INetCfgComponentControl, Initialize);
-  EXPECT_SLOT(INetCfgComponentControl, ApplyRegistryChanges);
-  EXPECT_SLOT(INetCfgComponentControl, ApplyPnpChanges);
-  EXPECT_SLOT(INetCfgComponentControl, CancelChanges);
+  EXPECT_SLOTS(INetCfgComponentControl, Initialize, ApplyRegistryChanges, ApplyPnpChanges, CancelChanges);
   ExpectIid<::INetCfgComponentSetup>(platform::IID_INetCfgComponentSetup);
-  EXPECT_SLOT(INetCfgComponentSetup, Install);
-  EXPECT_SLOT(INetCfgComponentSetup, Upgrade);
-  EXPECT_SLOT(INetCfgComponentSetup, ReadAnswerFile);
-  EXPECT_SLOT(INetCfgComponentSetup, Removing);
+  EXPECT_SLOTS(INetCfgComponentSetup, Install, Upgrade, ReadAnswerFile, Removing);
   ExpectIid<::INetCfgComponentPropertyUi>(platform::IID_INetCfgComponentPropertyUi);
-  EXPECT_SLOT(INetCfgComponentPropertyUi, QueryPropertyUi);
-  EXPECT_SLOT(INetCfgComponentPropertyUi, SetContext);
-  EXPECT_SLOT(INetCfgComponentPropertyUi, MergePropPages);
-  EXPECT_SLOT(INetCfgComponentPropertyUi, ValidateProperties);
-  EXPECT_SLOT(INetCfgComponentPropertyUi, ApplyProperties);
-  EXPECT_SLOT(INetCfgComponentPropertyUi, CancelProperties);
+  EXPECT_SLOTS(INetCfgComponentPropertyUi, QueryPropertyUi, SetContext, MergePropPages, ValidateProperties,
+               ApplyProperties, CancelProperties);
   ExpectIid<::INetCfgComponentNotifyBinding>(platform::IID_INetCfgComponentNotifyBinding);
-  EXPECT_SLOT(INetCfgComponentNotifyBinding, QueryBindingPath);
-  EXPECT_SLOT(INetCfgComponentNotifyBinding, NotifyBindingPath);
+  EXPECT_SLOTS(INetCfgComponentNotifyBinding, QueryBindingPath, NotifyBindingPath);
   ExpectIid<::INetCfgComponentNotifyGlobal>(platform::IID_INetCfgComponentNotifyGlobal);
-  EXPECT_SLOT(INetCfgComponentNotifyGlobal, GetSupportedNotifications);
-  EXPECT_SLOT(INetCfgComponentNotifyGlobal, SysQueryBindingPath);
-  EXPECT_SLOT(INetCfgComponentNotifyGlobal, SysNotifyBindingPath);
-  EXPECT_SLOT(INetCfgComponentNotifyGlobal, SysNotifyComponent);
+  EXPECT_SLOTS(INetCfgComponentNotifyGlobal, GetSupportedNotifications, SysQueryBindingPath, SysNotifyBindingPath,
+               SysNotifyComponent);
 }
 
 }  // namespace
