@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "platform/simulated/host.h"
 #include "platform/simulated/machine.h"
@@ -81,14 +82,20 @@ int Files::HostFile(int descriptor) const {
 }
 
 int Files::Open(const char* path, bool create, bool truncate) {
-  std::string relative;
-  if (root.empty() || !BelowRoot(path, relative)) return SetErrno(RUNTIME_ENOENT);
-  // First the name as it is given, and only if there is no such file, the search for one in another letter case: a
-  // message opens its file twice, and its cost is that of the system calls.
-  int hostFile = host::Open(root / relative, false, truncate);
+  const std::lock_guard lock(mutex_);
+  // A message opens its file twice, and its cost is to be that of the system calls: so the last name is kept, and only
+  // if there is no such file, the search for one in another letter case begins.
+  if (lastPath_ != path || lastRoot_ != root.native()) {
+    std::string relative;
+    if (!BelowRoot(path, relative)) return SetErrno(RUNTIME_ENOENT);
+    lastReal_ = root / relative;
+    lastRoot_ = root.native();
+    lastPath_ = path;
+  }
+  if (root.empty()) return SetErrno(RUNTIME_ENOENT);
+  int hostFile = host::Open(lastReal_, false, truncate);
   if (hostFile == -1 && errno == RUNTIME_ENOENT) hostFile = host::Open(RealPath(path), create, truncate);
   if (hostFile == -1) return -1;
-  const std::lock_guard lock(mutex_);
   auto slot = std::find_if(descriptors_.begin(), descriptors_.end(), [](const auto& d) { return d.hostFile == -1; });
   if (slot == descriptors_.end()) slot = descriptors_.emplace(slot);
   slot->hostFile = hostFile;
@@ -97,13 +104,13 @@ int Files::Open(const char* path, bool create, bool truncate) {
 }
 
 int Files::Close(int descriptor) {
-  const int hostFile = HostFile(descriptor);
-  if (hostFile == -1) return -1;
+  int hostFile = -1;
   {
     const std::lock_guard lock(mutex_);
-    descriptors_[static_cast<std::size_t>(descriptor - kFirstDescriptor)].hostFile = -1;
+    const auto index = static_cast<std::size_t>(descriptor - kFirstDescriptor);
+    if (index < descriptors_.size()) hostFile = std::exchange(descriptors_[index].hostFile, -1);
   }
-  return host::Close(hostFile);
+  return hostFile == -1 ? SetErrno(RUNTIME_EBADF) : host::Close(hostFile);
 }
 
 int Files::Lock(int descriptor, int mode, LONG bytes) {
@@ -131,16 +138,23 @@ using simulated::Operation;
 
 namespace {
 
-// Enters an operation of a descriptor; -1, with errno set, when it must fail or the descriptor is not open.
+// Enters an operation of a descriptor. False, with errno set, when it must fail.
+bool EnterDescriptor(Operation operation, int descriptor, std::int64_t number2 = 0, const void* data = nullptr,
+                     std::size_t dataBytes = 0) {
+  if (const auto code = simulated::Current().Enter(
+          operation, {.number = descriptor, .number2 = number2, .data = data, .dataBytes = dataBytes})) {
+    errno = *code;
+    return false;
+  }
+  return true;
+}
+
+// The same, with the host's file as the result: -1, with errno set, when the descriptor is not open either.
 int EnterFile(Operation operation, int descriptor, std::int64_t number2 = 0, const void* data = nullptr,
               std::size_t dataBytes = 0) {
-  simulated::Machine& machine = simulated::Current();
-  if (const auto code =
-          machine.Enter(operation, {.number = descriptor, .number2 = number2, .data = data, .dataBytes = dataBytes})) {
-    errno = *code;
-    return -1;
-  }
-  return machine.files.HostFile(descriptor);
+  return EnterDescriptor(operation, descriptor, number2, data, dataBytes)
+             ? simulated::Current().files.HostFile(descriptor)
+             : -1;
 }
 
 bool EnterPath(Operation operation, const char* path) {
@@ -166,7 +180,7 @@ int _mkdir(const char* path) {
 }
 
 int _close(int descriptor) {
-  return EnterFile(Operation::_close, descriptor) == -1 ? -1 : simulated::Current().files.Close(descriptor);
+  return EnterDescriptor(Operation::_close, descriptor) ? simulated::Current().files.Close(descriptor) : -1;
 }
 
 LONG _filelength(int descriptor) {
@@ -190,9 +204,9 @@ int _write(int descriptor, const void* buffer, UINT bytes) {
 }
 
 int _locking(int descriptor, int mode, LONG bytes) {
-  return EnterFile(Operation::_locking, descriptor, bytes) == -1
-             ? -1
-             : simulated::Current().files.Lock(descriptor, mode, bytes);
+  return EnterDescriptor(Operation::_locking, descriptor, bytes)
+             ? simulated::Current().files.Lock(descriptor, mode, bytes)
+             : -1;
 }
 
 }  // namespace platform

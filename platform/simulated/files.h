@@ -44,6 +44,11 @@ class Files {
 
   mutable std::mutex mutex_;
   std::vector<Descriptor> descriptors_;
+
+  // The path that was opened last, and the real one as it is spelled.
+  std::string lastPath_;
+  std::filesystem::path::string_type lastRoot_;
+  std::filesystem::path lastReal_;
 };
 
 }  // namespace platform::simulated
