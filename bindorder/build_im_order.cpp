@@ -21,12 +21,12 @@ using ConfiguredOrder = ValueBuffer<kOrderCapacity>;
 
 void ReadConfiguredOrder(ConfiguredOrder& order) {
   UniqueKey parameters;
-  if (const LSTATUS rc = parameters.Open(HKEY_LOCAL_MACHINE, kParametersKey, KEY_ALL_ACCESS); rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "BuildImOrder: open ZTL parameter base rc=%u", rc);
-  } else if (order.Read(parameters.Get(), kImOrderValue, REG_MULTI_SZ, kOrderLimit) == ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_INFO, "<%S> successfully read from Registry", kImOrderValue);
-    return;
-  } else {
+  if (OpenBase(parameters, kParametersKey, KEY_ALL_ACCESS, "BuildImOrder: open ZTL parameter base rc=%u") ==
+      ERROR_SUCCESS) {
+    if (order.Read(parameters.Get(), kImOrderValue, REG_MULTI_SZ, kOrderLimit) == ERROR_SUCCESS) {
+      LogMessage(g_ModuleLog, SEV_INFO, "<%S> successfully read from Registry", kImOrderValue);
+      return;
+    }
     LogMessage(g_ModuleLog, SEV_INFO, "<%S> is not set", kImOrderValue);
   }
   std::fill_n(order.text, kOrderCapacity, u'\0');  // a value of another type has left its data here

@@ -45,10 +45,9 @@ bool FindComponent(HKEY classKey, const char16_t* name, std::u16string_view want
 
 LSTATUS ReadFilterClasses(char16_t* buffer, DWORD* capacity) {
   UniqueKey network;
-  if (const LSTATUS rc = network.Open(HKEY_LOCAL_MACHINE, kControlNetworkKey, KEY_READ); rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "GetFilterClass open ControlBase network rc=%u", rc);
+  if (const LSTATUS rc =
+          OpenBase(network, kControlNetworkKey, KEY_READ, "GetFilterClass open ControlBase network rc=%u"))
     return rc;
-  }
   DWORD type = REG_NONE;
   DWORD bytes = *capacity * 2;
   const LSTATUS rc = platform::RegQueryValueExW(network.Get(), u"FilterClasses", nullptr, &type,
@@ -62,6 +61,12 @@ LSTATUS ReadFilterClasses(char16_t* buffer, DWORD* capacity) {
 }
 
 }  // namespace
+
+LSTATUS OpenBase(UniqueKey& key, const char16_t* path, DWORD access, CheckedFormat<char, LSTATUS> failure) {
+  const LSTATUS rc = key.Open(HKEY_LOCAL_MACHINE, path, access);
+  if (rc != ERROR_SUCCESS) LogMessage<LSTATUS>(g_ModuleLog, SEV_ERROR, failure, rc);
+  return rc;
+}
 
 void LogMultiSz(const char16_t* label, MultiStringView list) {
   if (list.Empty()) return;
@@ -88,10 +93,9 @@ void LogMultiSz(const char16_t* label, MultiStringView list) {
 LSTATUS GetFilterClass(const char16_t* serviceName, char16_t* buffer, DWORD* capacity) {
   if (serviceName == nullptr) return ReadFilterClasses(buffer, capacity);
   UniqueKey netService;
-  if (const LSTATUS rc = netService.Open(HKEY_LOCAL_MACHINE, kNetServiceClassKey, KEY_READ); rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "GetFilterClass open NetService base rc=%u", rc);
+  if (const LSTATUS rc =
+          OpenBase(netService, kNetServiceClassKey, KEY_READ, "GetFilterClass open NetService base rc=%u"))
     return rc;
-  }
   UniqueKey ndi;
   StringValue service;
   if (!FindComponent(netService.Get(), u"Service", serviceName, ndi, service)) {
@@ -122,11 +126,9 @@ bool IsFilterClass(std::u16string_view name) {
 
 LSTATUS ReturnFilterClassIMs(std::u16string_view className, char16_t* buffer, DWORD capacity) {
   UniqueKey netService;
-  if (const LSTATUS rc = netService.Open(HKEY_LOCAL_MACHINE, kNetServiceClassKey, KEY_ALL_ACCESS);
-      rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "ReturnFilterClassIMs open NetService base rc=%u", rc);
+  if (const LSTATUS rc =
+          OpenBase(netService, kNetServiceClassKey, KEY_ALL_ACCESS, "ReturnFilterClassIMs open NetService base rc=%u"))
     return rc;
-  }
   MultiStringBuilder services(buffer, capacity);
   for (ComponentEnumeration component(netService.Get(), kNdiSuffix); component.Next();) {
     UniqueKey ndi;
@@ -142,11 +144,9 @@ LSTATUS ReturnFilterClassIMs(std::u16string_view className, char16_t* buffer, DW
 
 LSTATUS FindSvcFromDeviceId(std::u16string_view deviceId, char16_t* buffer, DWORD capacity) {
   UniqueKey netService;
-  if (const LSTATUS rc = netService.Open(HKEY_LOCAL_MACHINE, kNetServiceClassKey, KEY_ALL_ACCESS);
-      rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "FindSvcFromDeviceId open NetService base rc=%u", rc);
+  if (const LSTATUS rc =
+          OpenBase(netService, kNetServiceClassKey, KEY_ALL_ACCESS, "FindSvcFromDeviceId open NetService base rc=%u"))
     return rc;
-  }
   UniqueKey ndi;
   StringValue value;
   if (!FindComponent(netService.Get(), u"FilterDeviceInfId", deviceId, ndi, value) ||
@@ -157,11 +157,9 @@ LSTATUS FindSvcFromDeviceId(std::u16string_view deviceId, char16_t* buffer, DWOR
 
 DWORD GetFilterDeviceInfId(char16_t* serviceName, char16_t* buffer, DWORD capacity) {
   UniqueKey netService;
-  if (const LSTATUS rc = netService.Open(HKEY_LOCAL_MACHINE, kNetServiceClassKey, KEY_ALL_ACCESS);
-      rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "GetFilterDeviceInfId open NetService base rc=%u", rc);
+  if (OpenBase(netService, kNetServiceClassKey, KEY_ALL_ACCESS, "GetFilterDeviceInfId open NetService base rc=%u") !=
+      ERROR_SUCCESS)
     return 0;
-  }
   UniqueKey ndi;
   StringValue value;
   if (!FindComponent(netService.Get(), u"Service", serviceName, ndi, value)) return 0;
@@ -175,10 +173,8 @@ DWORD GetFilterDeviceInfId(char16_t* serviceName, char16_t* buffer, DWORD capaci
 LSTATUS GetProto(char16_t (&list)[kTransportListCapacity]) {
   MultiStringBuilder transports(list, kTransportListCapacity);
   UniqueKey netTrans;
-  if (const LSTATUS rc = netTrans.Open(HKEY_LOCAL_MACHINE, kNetTransClassKey, KEY_ALL_ACCESS); rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "GetProto: open NetTrans base rc=%u", rc);
+  if (const LSTATUS rc = OpenBase(netTrans, kNetTransClassKey, KEY_ALL_ACCESS, "GetProto: open NetTrans base rc=%u"))
     return rc;
-  }
   for (ComponentEnumeration component(netTrans.Get(), kNdiSuffix); component.Next();) {
     UniqueKey ndi;
     StringValue service;

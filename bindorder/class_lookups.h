@@ -3,12 +3,14 @@
 //
 // Every lookup reads the registry afresh and keeps nothing. Results are system error codes: 0; 1168 when nothing
 // matches; 122 when the result does not fit; 31 when the match lacks the wanted value; a base key's own code when that
-// key does not open. Capacities are in characters. Names are compared by the whole string, without case.
+// key does not open. Capacities are in characters, at least 1. Names are compared by the whole string, without case.
 #pragma once
 
 #include <string_view>
 
+#include "log/format.h"
 #include "platform/multi_string.h"
+#include "platform/registry_key.h"
 #include "platform/types.h"
 
 namespace ztl {
@@ -30,8 +32,12 @@ inline constexpr platform::DWORD kUpperBindLimit = 508;  // bytes
 inline constexpr std::size_t kRootDeviceCapacity = 512;
 inline constexpr platform::DWORD kRootDeviceLimit = 1020;  // bytes
 
+// Opens a key below HKEY_LOCAL_MACHINE. A failure is logged as `failure` at SEV_ERROR and returned.
+platform::LSTATUS OpenBase(platform::UniqueKey& key, const char16_t* path, platform::DWORD access,
+                           CheckedFormat<char, platform::LSTATUS> failure);
+
 // Logs "label{entry,entry}", or the label and one line an entry when the entries and their terminators take 260
-// characters or more. An empty list logs nothing.
+// characters or more. An empty list logs nothing. Every entry must be followed by a NUL.
 void LogMultiSz(const char16_t* label, platform::MultiStringView list);
 
 // With a service name: its filter class, as a one-entry multi-string. Without (null): the list of known filter classes,

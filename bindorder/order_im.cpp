@@ -125,11 +125,8 @@ LSTATUS OrderIM(std::uint8_t* changed) {
     return rc;
   }
   UniqueKey netAdapters;
-  if (const LSTATUS rc = netAdapters.Open(HKEY_LOCAL_MACHINE, kNetAdapterClassKey, KEY_ALL_ACCESS);
-      rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "OrderIM: open net base rc=%u", rc);
+  if (const LSTATUS rc = OpenBase(netAdapters, kNetAdapterClassKey, KEY_ALL_ACCESS, "OrderIM: open net base rc=%u"))
     return rc;
-  }
   for (SubkeyEnumeration<kTopNameCapacity> instance(netAdapters.Get()); instance.Next();)
     if (IsTopBinding(netAdapters.Get(), instance.Name(), transports) &&
         ImposeOrder(netAdapters.Get(), instance.Name(), imList, devIdList))
@@ -248,10 +245,9 @@ void OutputBindOrders(HKEY classKey, MultiStringView rootDevice, MultiStringView
   }
   if (!upperBind.Contains(u"Tcpip") || last.empty() || !MultiStringView(record).Contains(kFilterService)) return;
   UniqueKey adapters;
-  if (const LSTATUS rc = adapters.Open(HKEY_LOCAL_MACHINE, kAdaptersKey, KEY_ALL_ACCESS); rc != ERROR_SUCCESS) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "OutputBindOrders: open ZTL param adapters rc=%u", rc);
+  if (OpenBase(adapters, kAdaptersKey, KEY_ALL_ACCESS, "OutputBindOrders: open ZTL param adapters rc=%u") !=
+      ERROR_SUCCESS)
     return;
-  }
   UniqueKey adapter;
   if (const LSTATUS rc = adapter.Open(adapters.Get(), last.data(), KEY_ALL_ACCESS); rc != ERROR_SUCCESS) {
     LogMessage(g_ModuleLog, SEV_ERROR, "OutputBindOrders: open ZTL param adapter key %S rc=%u", last.data(), rc);

@@ -23,9 +23,9 @@ platform::LSTATUS DeleteBindOrders();
 bool ImposeOrder(platform::HKEY classKey, const char16_t* instanceName, platform::MultiStringView imList,
                  platform::MultiStringView devIdList);
 
-// Writes both values, of the given sizes in bytes, to the linkage of the instance whose stored "RootDevice" starts with
-// the entry that `rootDevice` starts with. Returns the result of writing "UpperBind", or the enumeration's code when
-// there is no such instance.
+// Writes both values, of the given sizes in bytes (at most 1,024), to the linkage of the instance whose stored
+// "RootDevice" starts with the entry that `rootDevice` starts with. Returns the result of writing "UpperBind", or the
+// enumeration's code when there is no such instance.
 platform::LSTATUS SetOrder(platform::HKEY classKey, const char16_t* rootDevice, platform::DWORD rootBytes,
                            const char16_t* upperBind, platform::DWORD upperBytes);
 

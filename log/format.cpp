@@ -1,12 +1,11 @@
 #include "log/format.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 namespace ztl {
 namespace {
-
-constexpr std::size_t kNoLimit = static_cast<std::size_t>(-1);
 
 // Appends to a buffer and stops for good at the first character that does not fit whole.
 template <class Char>
@@ -18,12 +17,11 @@ class Output {
   bool Full() const { return full_; }
 
   void Append(const Char* text, std::size_t length) {
-    std::size_t fits = capacity_ - length_;
+    const std::size_t fits = capacity_ - length_;
     if (full_) return;
     if (length > fits) {
       full_ = true;
-      while (fits > 0 && ContinuesCharacter(text[fits])) --fits;
-      length = fits;
+      length = CharacterBoundary(text, fits);
     }
     std::memcpy(buffer_ + length_, text, length * sizeof(Char));
     length_ += length;
@@ -35,6 +33,13 @@ class Output {
   }
 
  private:
+  // The last start of a character up to `length`; `length` itself where the text is no proper UTF-8 or UTF-16.
+  static std::size_t CharacterBoundary(const Char* text, std::size_t length) {
+    constexpr std::size_t kLongest = sizeof(Char) == 1 ? 3 : 1;  // units that continue a character
+    for (std::size_t back = 0; back <= std::min(kLongest, length); ++back)
+      if (!ContinuesCharacter(text[length - back])) return length - back;
+    return length;
+  }
   static bool ContinuesCharacter(Char unit) {
     if constexpr (sizeof(Char) == 1) return (static_cast<unsigned char>(unit) & 0xC0) == 0x80;
     return (unit & 0xFC00) == 0xDC00;
@@ -46,16 +51,16 @@ class Output {
   bool full_ = false;
 };
 
-// Reads one character and moves past it; anything malformed is U+FFFD. An 8-bit unit that starts no character of UTF-8
-// counts by itself.
-char32_t NextCharacter(const char16_t*& text) {
+// Reads one character before `end` and moves past it; anything malformed is U+FFFD. An 8-bit unit that starts no
+// character of UTF-8 counts by itself.
+char32_t NextCharacter(const char16_t*& text, const char16_t* end) {
   const char16_t first = *text++;
   if ((first & 0xF800) != 0xD800) return first;
-  if ((first & 0xFC00) == 0xDC00 || (*text & 0xFC00) != 0xDC00) return 0xFFFD;
+  if ((first & 0xFC00) == 0xDC00 || text == end || (*text & 0xFC00) != 0xDC00) return 0xFFFD;
   return 0x10000 + ((char32_t{first} & 0x3FF) << 10) + (*text++ & 0x3FF);
 }
 
-char32_t NextCharacter(const char*& text) {
+char32_t NextCharacter(const char*& text, const char* end) {
   const auto first = static_cast<unsigned char>(*text++);
   if (first < 0x80) return first;
   const int more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
@@ -63,7 +68,7 @@ char32_t NextCharacter(const char*& text) {
   char32_t character = first & (0x3Fu >> more);
   const char* at = text;
   for (int i = 0; i < more; ++i, ++at) {
-    if ((static_cast<unsigned char>(*at) & 0xC0) != 0x80) return 0xFFFD;
+    if (at == end || (static_cast<unsigned char>(*at) & 0xC0) != 0x80) return 0xFFFD;
     character = (character << 6) | (static_cast<unsigned char>(*at) & 0x3F);
   }
   const char32_t smallest[] = {0, 0x80, 0x800, 0x10000};
@@ -98,16 +103,14 @@ void AppendText(Output<Char>& output, const Conversion& conversion, const Source
   static constexpr Source kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
   if (text == nullptr) text = kNull;
   std::size_t length = 0;
-  if (conversion.width != 0 || conversion.precision != kNoLimit || sizeof(Char) == sizeof(Source))
-    while (length < conversion.precision && text[length] != 0) ++length;
+  while (length < conversion.precision && text[length] != 0) ++length;
   if (!conversion.leftAlign) output.Pad(length, conversion.width, ' ');
   if constexpr (sizeof(Char) == sizeof(Source)) {
     output.Append(text, length);
   } else {
-    const Source* const end = conversion.precision == kNoLimit ? nullptr : text + length;
-    while (text != end && *text != 0 && !output.Full()) {
+    for (const Source* const end = text + length; text != end && !output.Full();) {
       Char encoded[4];
-      output.Append(encoded, Encode(NextCharacter(text), encoded));
+      output.Append(encoded, Encode(NextCharacter(text, end), encoded));
     }
   }
   if (conversion.leftAlign) output.Pad(length, conversion.width, ' ');

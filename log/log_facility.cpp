@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 
 #include "platform/clock.h"
 #include "platform/debugger.h"
@@ -155,17 +156,17 @@ bool OpenLogFile(const LogFacility& log, int* descriptor) {
 }
 
 void EnforceCircular(const LogFacility& log) {
-  LONG size;
-  {
-    const Descriptor file(platform::_open(log.path, _O_RDWR));
-    if (!file.IsOpen()) {
-      Report(kError, "_open failed rc=%d\n", errno);
-      return;
-    }
-    size = platform::_filelength(file.Get());
-    if (size == -1) Report(kError, "_filelength failed rc=%d\n", errno);
+  Descriptor file(platform::_open(log.path, _O_RDWR));
+  if (!file.IsOpen()) {
+    Report(kError, "_open failed rc=%d\n", errno);
+    return;
   }
-  if (size != -1) {
+  const LONG size = platform::_filelength(file.Get());
+  const int error = errno;
+  file.Close();
+  if (size == -1) {
+    Report(kError, "_filelength failed rc=%d\n", error);
+  } else {
     if (static_cast<std::uint32_t>(size) < log.sizeLimit) return;
     Report(kLog, "Enforcing circular\n");
   }
@@ -193,8 +194,10 @@ int CopyLogFile(const char* sourcePath, const char* destinationPath) {
     Report(kError, "CopyLogFile file size failed rc=%d\n", errno);
     return 0;
   }
-  // One byte beyond the end: a line that is being appended there waits until the copy is finished.
-  if (platform::_locking(source.Get(), _LK_LOCK, length + 1) == -1) {
+  // One byte beyond the end: a line that is being appended there waits until the copy is finished. (A file of the
+  // largest size has no such byte.)
+  const LONG locked = std::min(length, std::numeric_limits<LONG>::max() - 1) + 1;
+  if (platform::_locking(source.Get(), _LK_LOCK, locked) == -1) {
     Report(kError, "CopyLogFile lock file failed rc=%d\n", errno);
     return 0;
   }
@@ -206,7 +209,7 @@ int CopyLogFile(const char* sourcePath, const char* destinationPath) {
     platform::_write(destination.Get(), buffer, static_cast<UINT>(count));
   }
   platform::_lseek(source.Get(), 0, SEEK_SET);
-  platform::_locking(source.Get(), _LK_UNLCK, length + 1);
+  platform::_locking(source.Get(), _LK_UNLCK, locked);
   return 1;
 }
 

@@ -30,6 +30,7 @@ HRESULT TraceBindingPath(const char16_t* name, const char16_t* comma, DWORD chan
 
 HRESULT CSampleFilter::GetSupportedNotifications(DWORD* dwNotifications) {
   TraceLine(u"--> ::GetSupportedNotifications\n");
+  if (dwNotifications == nullptr) return E_POINTER;
   *dwNotifications = NCN_ADD | NCN_REMOVE | NCN_UPDATE | NCN_ENABLE | NCN_DISABLE | NCN_BINDING_PATH | NCN_NET |
                      NCN_NETTRANS | NCN_NETSERVICE;
   return S_OK;

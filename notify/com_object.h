@@ -1,7 +1,8 @@
 // The COM frame of an object: reference counting, plain and aggregated instances.
 //
-// A class derives from ComObjectRoot and its interfaces, answers InternalQueryInterface, and leaves IUnknown to the two
-// templates below. Instances live in task memory; CreateComObject is the way to make one.
+// A class derives from ComObjectRoot and its interfaces, answers InternalQueryInterface, and implements IUnknown by
+// that and by counting alone; the two templates below add what ends an instance's life. Instances live in task memory;
+// CreateComObject is the way to make one.
 #pragma once
 
 #include <atomic>
@@ -19,7 +20,8 @@ class ComObjectRoot {
   static void operator delete(void* memory) { platform::CoTaskMemFree(memory); }
 
  protected:
-  // A count that no AddRef and Release during the destruction bring back to 0.
+  // A count that an AddRef and a Release during the destruction don't bring back to 0. They reach the class's own
+  // counting then: the templates' part of the object is already gone.
   static constexpr platform::ULONG kDestroying = 0x40000000;
 
   std::atomic<platform::ULONG> m_references{0};
@@ -29,10 +31,6 @@ class ComObjectRoot {
 template <class Base>
 class ComObject final : public Base {
  public:
-  platform::HRESULT QueryInterface(platform::REFIID riid, void** object) override {
-    return this->InternalQueryInterface(riid, object);
-  }
-  platform::ULONG AddRef() override { return ++this->m_references; }
   platform::ULONG Release() override {
     const platform::ULONG left = --this->m_references;
     if (left == 0) {

@@ -32,6 +32,7 @@ HRESULT CSampleFilter::SetContext(IUnknown* pUnkReserved) {
 HRESULT CSampleFilter::MergePropPages(DWORD* pdwDefPages, BYTE** pahpspPrivate, UINT* pcPages, HWND, const char16_t**) {
   TraceLine(u"--> ::MergePropPages\n");
   m_ApplyAction = eActPropertyUI;
+  if (pdwDefPages == nullptr || pahpspPrivate == nullptr || pcPages == nullptr) return E_POINTER;
   *pdwDefPages = 0;
   *pcPages = 0;
   *pahpspPrivate = nullptr;

@@ -144,10 +144,12 @@ HRESULT CSampleFilter::ApplyPropertyChanges() {
 
 HRESULT HrOpenAdapterParamsKey(const GUID* adapterGuid, HKEY* adapterKey, HKEY* parametersKey) {
   char16_t guid[kAdapterGuidCapacity] = {};
-  platform::StringFromGUID2(*adapterGuid, guid, kAdapterGuidCapacity);
   char16_t subKey[64];
-  Join(subKey, u"Adapters\\", guid);
-  const LSTATUS rc = platform::RegOpenKeyExW(*parametersKey, subKey, 0, KEY_ALL_ACCESS, adapterKey);
+  // Without a name, the path would be that of all adapters' common key.
+  const LSTATUS rc =
+      platform::StringFromGUID2(*adapterGuid, guid, kAdapterGuidCapacity) == 0 || !Join(subKey, u"Adapters\\", guid)
+          ? ERROR_INVALID_PARAMETER
+          : platform::RegOpenKeyExW(*parametersKey, subKey, 0, KEY_ALL_ACCESS, adapterKey);
   const HRESULT hr = HresultFromError(rc);
   if (rc != ERROR_SUCCESS) LogMessage(g_ModuleLog, SEV_ERROR, "HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=%x", hr);
   platform::RegCloseKey(*parametersKey);

@@ -43,6 +43,13 @@ class CSampleFilter : public ComObjectRoot,
 
   platform::HRESULT InternalQueryInterface(platform::REFIID riid, void** object);
 
+  // IUnknown, of all interfaces
+  platform::HRESULT QueryInterface(platform::REFIID riid, void** object) override {
+    return InternalQueryInterface(riid, object);
+  }
+  platform::ULONG AddRef() override { return ++m_references; }
+  platform::ULONG Release() override { return --m_references; }
+
   // INetCfgComponentControl
   platform::HRESULT Initialize(platform::INetCfgComponent* pIComp, platform::INetCfg* pINetCfg,
                                platform::BOOL fInstalling) override;
@@ -90,9 +97,10 @@ class CSampleFilter : public ComObjectRoot,
   std::uint32_t m_ApplyAction = eActNone;
   char16_t m_szParam1[kParameterCapacity] = {};
   char16_t m_szBundleId[kParameterCapacity] = {};
-  platform::ComPtr<platform::IUnknown> m_pContext;  // of the property page
-  platform::GUID m_AdapterGuid = {};                // the adapter whose page is shown
-  std::uint32_t m_fOrderIMDone = 0;                 // OrderIM has run in this object
+  platform::ComPtr<platform::IUnknown> m_pContext;     // of the property page
+  platform::GUID m_AdapterGuid = {};                   // the adapter whose page is shown
+  [[maybe_unused]] std::uint32_t m_fValuesLoaded = 0;  // the page has read its values
+  std::uint32_t m_fOrderIMDone = 0;                    // OrderIM has run in this object
 };
 
 // Opens the adapter's key below the open Parameters key of the filter's service with all access, and closes

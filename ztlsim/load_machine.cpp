@@ -8,12 +8,27 @@ namespace ztlsim {
 
 using platform::simulated::Registry;
 
+namespace {
+
+// Makes CurrentControlSet the link that it is on a running system: to the set that Select names, else to the first.
+void LinkControlSet(Registry& registry) {
+  const std::u16string system = u"HKEY_LOCAL_MACHINE\\SYSTEM\\";
+  if (registry.Find(system + u"CurrentControlSet") != nullptr) return;
+  std::u16string name = u"ControlSet001";
+  if (const auto* const select = registry.Find(system + u"Select"))
+    if (const auto* const current = select->FindValue(u"Current"); current != nullptr && !current->data.empty())
+      if (current->data[0] < 10 && registry.Find(system + u"ControlSet00" + char16_t(u'0' + current->data[0])))
+        name.back() = static_cast<char16_t>(u'0' + current->data[0]);
+  if (registry.Find(system + name) != nullptr) registry.Link(system + u"CurrentControlSet", system + name);
+}
+
+}  // namespace
+
 std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, Registry& registry) {
-  for (const std::string& file : files)
+  for (const std::string& file : files) {
     if (auto error = ReadRegistryExport(file, registry)) return error;
-  constexpr char16_t kCurrent[] = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet";
-  constexpr char16_t kFirst[] = u"HKEY_LOCAL_MACHINE\\SYSTEM\\ControlSet001";
-  if (registry.Find(kCurrent) == nullptr && registry.Find(kFirst) != nullptr) registry.Link(kCurrent, kFirst);
+    LinkControlSet(registry);
+  }
   return std::nullopt;
 }
 

@@ -11,8 +11,8 @@
 
 namespace ztlsim {
 
-// Merges the exports in order. When none of them has a CurrentControlSet, it becomes a link to ControlSet001, as on a
-// running system.
+// Merges the exports in order. Without a CurrentControlSet so far, it becomes a link, as on a running system: to the
+// set that SYSTEM\Select names as current, else to ControlSet001. What later files say of it then goes there.
 std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, platform::simulated::Registry& registry);
 
 // "MAJOR.MINOR" or "MAJOR.MINOR.SP"; nothing for any other text.

@@ -1,7 +1,9 @@
 // ztlsim: runs the module's code on a machine made from registry exports.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,7 @@
 namespace {
 
 using namespace ztlsim;
+namespace host = platform::simulated::host;
 
 enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2 };
 
@@ -43,31 +46,42 @@ int Print(const std::string& text) {
   return Complain("standard output could not be written", kMethodFailed);
 }
 
+// What is wanted in files is written before anything is printed: a reader of the output may go away early.
 int Run(const Options& options, platform::simulated::Machine& machine) {
-  const ScenarioResult result = RunScenario(kScenarios.at(options.scenario));
-  for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
-  int status = Print(options.json ? FormatRunAsJson(options.scenario, result)
-                                  : FormatRun(options.scenario, result, platform::simulated::host::OutputIsTerminal()));
+  ScenarioResult result;
+  {
+    DriveDirectory drive;
+    if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
+    machine.files.root = drive.Path();
+    result = RunScenario(kScenarios.at(options.scenario));
+  }
+  int status = kSuccess;
   if (!options.out.empty())
     if (const auto error = WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
       status = Complain(*error, kMethodFailed);
   if (!options.changes.empty())
     if (const auto error = WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
       status = Complain(*error, kMethodFailed);
+  for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
+  const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)
+                                         : FormatRun(options.scenario, result, host::OutputIsTerminal()));
+  if (printed != kSuccess) status = printed;
   return result.Failed() ? kMethodFailed : status;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   Options options;
   CLI::App app("Shows what the filter's network configuration module does on a machine made from registry exports.");
   app.name("ztlsim");
   app.require_subcommand(1);
+  app.set_version_flag("--version", ZTL_VERSION);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("ztlsim: ") + error.what() + "\nRun with --help for more.\n";
+  });
   auto addMachine = [&options](CLI::App* command) {
     command->add_option("--machine", options.machineFiles, "Registry exports, merged in order")
         ->required()
-        ->type_name("FILE...");
+        ->type_name("FILE");
     command->add_flag("--json", options.json, "One JSON object instead of the report");
   };
   CLI::App* const show = app.add_subcommand("show", "The machine's stacks, its configured order, what it resolves to");
@@ -77,7 +91,7 @@ int main(int argc, char** argv) {
       ->required()
       ->check(CLI::IsMember(kScenarios));
   addMachine(run);
-  run->add_option("--os", options.os, "Windows version, MAJOR.MINOR or MAJOR.MINOR.SP")->capture_default_str();
+  run->add_option("--os", options.os, "Windows version; 10.0 when not given")->type_name("MAJOR.MINOR[.SP]");
   run->add_option("--root", options.root, "Directory that stands for drive C: and is kept")->type_name("DIR");
   run->add_option("--out", options.out, "Write the registry afterwards, as an export")->type_name("FILE");
   run->add_option("--changes", options.changes, "Write what changed, as an export")->type_name("FILE");
@@ -87,7 +101,12 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? kSuccess : kBadInput;
   }
 
-  platform::simulated::host::WriteOutputAsUtf8();
+  for (const CLI::Option* option : run->get_options())
+    if (option->count() > 0 && option->get_type_size() > 0 && option->results().front().empty())
+      return Complain(option->get_name() + ": an empty name", kBadInput);
+  if (!options.out.empty() && options.out == options.changes)
+    return Complain("--out and --changes name the same file", kBadInput);
+  host::WriteOutputAsUtf8();
   platform::simulated::Machine machine;
   const platform::simulated::CurrentMachine current(machine);
   const auto version = ParseWindowsVersion(options.os);
@@ -99,8 +118,17 @@ int main(int argc, char** argv) {
     const MachineState state = ReadMachineState();
     return Print(options.json ? FormatStateAsJson(state) : FormatState(state));
   }
-  DriveDirectory drive;
-  if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
-  machine.files.root = drive.Path();
   return Run(options, machine);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::bad_alloc&) {
+    return Complain("out of memory", kBadInput);
+  } catch (const std::exception& error) {
+    return Complain(error.what(), kBadInput);
+  }
 }

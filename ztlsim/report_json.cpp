@@ -45,11 +45,16 @@ Json Changes(const std::vector<RegistryChange>& changes) {
   Json list = Json::array();
   for (const RegistryChange& change : changes) {
     const auto& value = change.after ? change.after : change.before;
-    list.push_back({{"key", Utf16ToUtf8(change.key)},
-                    {"name", change.name ? Json(Utf16ToUtf8(*change.name)) : Json(nullptr)},
-                    {"type", value ? Json(TypeName(value->type)) : Json("key")},
-                    {"before", change.name ? ValueData(change.before) : Json(change.keyDeleted)},
-                    {"after", change.name ? ValueData(change.after) : Json(change.keyCreated)}});
+    Json item = {{"key", Utf16ToUtf8(change.key)},
+                 {"name", change.name ? Json(Utf16ToUtf8(*change.name)) : Json(nullptr)},
+                 {"type", value ? Json(TypeName(value->type)) : Json("key")},
+                 {"before", change.name ? ValueData(change.before) : Json(change.keyDeleted)},
+                 {"after", change.name ? ValueData(change.after) : Json(change.keyCreated)}};
+    if (change.before && change.after && item["before"] == item["after"]) {  // the type or the terminators alone
+      item["before_raw"] = TypeName(change.before->type) + " " + HexadecimalOf(*change.before);
+      item["after_raw"] = TypeName(change.after->type) + " " + HexadecimalOf(*change.after);
+    }
+    list.push_back(std::move(item));
   }
   return list;
 }
@@ -74,6 +79,13 @@ Json Stacks(const MachineState& before, const MachineState* after) {
     }
     stacks.push_back(std::move(item));
   }
+  if (after != nullptr)
+    for (const AdapterStack& stack : after->stacks)
+      if (FindStack(before.stacks, stack) == nullptr)
+        stacks.push_back({{"adapter", Utf16ToUtf8(stack.Adapter())},
+                          {"top", Utf16ToUtf8(stack.top)},
+                          {"before", Json::array()},
+                          {"after", StackEntries(&stack)}});
   return stacks;
 }
 

@@ -15,11 +15,26 @@ constexpr std::string_view kMoved = " *";
 constexpr std::string_view kYellow = "\x1b[33m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
+// Text as it may go to a terminal: control characters are shown by their numbers.
+std::string Printable(std::string_view text) {
+  std::string printable;
+  for (const char c : text)
+    if (const auto byte = static_cast<unsigned char>(c); byte < 0x20 || byte == 0x7F) {
+      char shown[8];
+      ztl::Format(shown, "\\x%02x", byte);
+      printable += shown;
+    } else {
+      printable += c;
+    }
+  return printable;
+}
+std::string Printable(std::u16string_view text) { return Printable(Utf16ToUtf8(text)); }
+
 std::string Join(const std::vector<std::u16string>& texts, std::string_view separator) {
   std::string joined;
   for (const std::u16string& text : texts) {
     if (!joined.empty()) joined += separator;
-    joined += Utf16ToUtf8(text);
+    joined += Printable(text);
   }
   return joined.empty() ? "(none)" : joined;
 }
@@ -32,9 +47,9 @@ std::string EntryName(const StackEntry& entry, const AdapterStack* below = nullp
     const std::u16string prefix = below->entries.back().description + u" - ";
     if (prefix.size() > 3 && name.starts_with(prefix)) name.erase(0, prefix.size());
   }
-  std::string text = entry.instance.empty() ? "" : Utf16ToUtf8(entry.instance) + " ";
-  text += Utf16ToUtf8(name);
-  if (!entry.service.empty()) text += " (" + Utf16ToUtf8(entry.service) + ")";
+  std::string text = entry.instance.empty() ? "" : Printable(entry.instance) + " ";
+  text += Printable(name);
+  if (!entry.service.empty()) text += " (" + Printable(entry.service) + ")";
   if (entry.instance.empty()) text += " [no such instance]";
   return text;
 }
@@ -65,11 +80,11 @@ bool Moved(const AdapterStack& before, const AdapterStack& after, std::size_t le
 
 // The stack's heading: its physical adapter.
 std::string Heading(const AdapterStack& stack) {
-  if (stack.entries.empty()) return Utf16ToUtf8(stack.top) + ": no stack (RootDevice missing or of another type)\n";
+  if (stack.entries.empty())
+    return Printable(stack.top) + ": no stack (its RootDevice is missing, empty or of another type)\n";
   return EntryName(stack.entries.back()) + "\n";
 }
 
-// A stack of one entry, or one that nothing was done to, needs no second column.
 std::string OneLine(const AdapterStack& stack) {
   return EntryName(stack.entries.back()) + ": " + Join(stack.entries.front().upperBind, ", ") + "\n";
 }
@@ -95,15 +110,17 @@ std::string SideBySide(const AdapterStack& before, const AdapterStack& after, bo
 }
 
 std::string Order(const MachineState& state) {
-  std::string text = "Configured order:     " + Join(state.configuredOrder, ", ");
+  std::string text;
+  for (const std::u16string& key : state.missingKeys) text += "Missing key: " + Printable(key) + "\n";
+  text += "Configured order:     " + Join(state.configuredOrder, ", ");
   text += state.orderIsSet ? "\n" : " (IMOrder is not set)\n";
-  text += "Filter's own class:   " + (state.ownClass.empty() ? "(none)" : Utf16ToUtf8(state.ownClass)) + "\n";
+  text += "Filter's own class:   " + (state.ownClass.empty() ? "(none)" : Printable(state.ownClass)) + "\n";
   text += "Intermediate drivers: ";
   if (state.imList.empty()) text += "(none)";
   for (std::size_t i = 0; i < state.imList.size(); ++i) {
     if (i > 0) text += " > ";
-    text += Utf16ToUtf8(state.imList[i]);
-    if (i < state.devIdList.size()) text += " (" + Utf16ToUtf8(state.devIdList[i]) + ")";
+    text += Printable(state.imList[i]);
+    if (i < state.devIdList.size()) text += " (" + Printable(state.devIdList[i]) + ")";
   }
   return text + "\n\n";
 }
@@ -114,9 +131,13 @@ std::string Hexadecimal(platform::HRESULT hr) {
   return text;
 }
 
+std::string Raw(const platform::simulated::RegistryValue& value) {
+  return TypeName(value.type) + " " + HexadecimalOf(value);
+}
+
 std::string ValueText(const platform::simulated::RegistryValue& value) {
   if (value.type == platform::REG_MULTI_SZ) return Join(ListOf(value), ", ");
-  if (value.type == platform::REG_SZ) return Utf16ToUtf8(TextOf(value));
+  if (value.type == platform::REG_SZ) return Printable(TextOf(value));
   return HexadecimalOf(value);
 }
 
@@ -125,15 +146,17 @@ std::string Changes(const std::vector<RegistryChange>& changes) {
   std::string text = changes.empty() ? "" : "\nRegistry changes:\n";
   const std::u16string* key = nullptr;
   for (const RegistryChange& change : changes) {
-    if (key == nullptr || *key != change.key) text += "  " + Utf16ToUtf8(change.key) + "\n";
+    if (key == nullptr || *key != change.key) text += "  " + Printable(change.key) + "\n";
     key = &change.key;
     if (!change.name) {
       text += change.keyCreated ? "    + (key)\n" : "    - (key)\n";
       continue;
     }
-    const std::string name = change.name->empty() ? "(default)" : Utf16ToUtf8(*change.name);
-    if (change.before) text += "    - " + name + ": " + ValueText(*change.before) + "\n";
-    if (change.after) text += "    + " + name + ": " + ValueText(*change.after) + "\n";
+    const std::string name = change.name->empty() ? "(default)" : Printable(*change.name);
+    const bool sameText = change.before && change.after && ValueText(*change.before) == ValueText(*change.after);
+    const auto shown = sameText ? Raw : ValueText;  // a change of the type, or of the terminators alone
+    if (change.before) text += "    - " + name + ": " + shown(*change.before) + "\n";
+    if (change.after) text += "    + " + name + ": " + shown(*change.after) + "\n";
   }
   return text;
 }
@@ -169,6 +192,7 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
     if (after == nullptr || after->entries.empty()) {
       for (const std::string& line : Tree(before)) text += "  " + line + "\n";
       text += "  after: no transport is bound to this stack any more\n";
+      ++moved;
       continue;
     }
     bool changed = before.entries.size() != after->entries.size();
@@ -180,14 +204,23 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
       for (const std::string& line : Tree(before)) text += "  " + line + "\n";
     }
   }
+  for (const AdapterStack& after : result.after.stacks)
+    if (!after.entries.empty() && FindStack(result.before.stacks, after) == nullptr) {
+      text += Heading(after) + "  (only afterwards)\n";
+      for (const std::string& line : Tree(after)) text += "  " + line + "\n";
+    }
   text += "\n" + scenario + ": ";
   for (const auto& [method, hr] : result.results) text += method + " " + Hexadecimal(hr) + ", ";
   text += std::to_string(moved) + " of " + std::to_string(result.before.stacks.size()) + " stacks reordered" +
           (moved > 0 ? " (moved entries: *)" : "") + (result.RebootRequired() ? ", a restart is required\n" : "\n");
 
+  for (const auto& request : result.pnpReconfigs)
+    text += "Reconfiguration sent: layer " + std::to_string(request.layer) + ", upper " + Printable(request.upper) +
+            ", lower " + Printable(request.lower) + ", data \"" +
+            Printable(TextOf({u"", platform::REG_SZ, request.data})) + "\"\n";
   text += Changes(result.changes);
   text += "\nLog:\n";
-  for (const std::string& message : result.log) text += "  " + message + "\n";
+  for (const std::string& message : result.log) text += "  " + Printable(message) + "\n";
   return text;
 }
 

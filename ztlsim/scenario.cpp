@@ -63,20 +63,12 @@ void CallNotifyObject(Scenario scenario, ScenarioResult& result) {
   if (Failed(hr)) return call("CreateInstance", hr);
   hr = control->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive()));
   if (Failed(hr)) return call("QueryInterface", hr);
-  control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
-  switch (scenario) {
-    case Scenario::Install:
-      setup->Install(0);
-      break;
-    case Scenario::Upgrade:
-      setup->Upgrade(0, 0);
-      break;
-    case Scenario::Remove:
-      setup->Removing();
-      break;
-    case Scenario::Notify:
-      break;
-  }
+  hr = control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
+  if (Failed(hr)) call("Initialize", hr);
+  if (scenario == Scenario::Install) hr = setup->Install(0);
+  if (scenario == Scenario::Upgrade) hr = setup->Upgrade(0, 0);
+  if (scenario == Scenario::Remove) hr = setup->Removing();
+  if (Failed(hr)) call("setup", hr);
   setup.Reset();
   call("ApplyRegistryChanges", control->ApplyRegistryChanges());
   if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
@@ -104,7 +96,7 @@ ScenarioResult RunScenario(Scenario scenario) {
     ztl::CloseModuleLog();
   }
   result.logTroubles = LogTroubles(machine.debugOutput);
-  result.after = ReadMachineState();
+  result.after = ReadMachineState(&result.before);
   result.changes = CompareRegistries(*registryBefore, machine.registry);
   result.pnpReconfigs = machine.pnpReconfigs;
   return result;

@@ -26,7 +26,16 @@ struct Instance {
   std::u16string description;
   std::vector<std::u16string> upperBind;
 };
-using Instances = std::map<std::u16string, Instance>;
+struct Instances {
+  std::map<std::u16string, Instance> byGuid;
+  std::map<std::u16string, Instance> byRootDevice;
+
+  const Instance* Find(const std::u16string& folded) const {
+    if (const auto found = byGuid.find(folded); found != byGuid.end()) return &found->second;
+    const auto found = byRootDevice.find(folded);
+    return found == byRootDevice.end() ? nullptr : &found->second;
+  }
+};
 
 std::u16string Fold(std::u16string_view text) {
   std::u16string folded(text);
@@ -50,16 +59,19 @@ Instances ReadInstances(HKEY classKey) {
       if (upperBind.Read(linkage.Get(), u"UpperBind", REG_MULTI_SZ, ztl::kUpperBindLimit) == ERROR_SUCCESS)
         instance.upperBind = ToVector(upperBind.List());
       if (rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, ztl::kRootDeviceLimit) == ERROR_SUCCESS)
-        instances.try_emplace(Fold(rootDevice.text), instance);
+        instances.byRootDevice.try_emplace(Fold(rootDevice.text), instance);
     }
     StringValue guid;
     if (guid.Read(key.Get(), u"NetCfgInstanceId") == ERROR_SUCCESS)
-      instances.try_emplace(Fold(guid.View()), std::move(instance));
+      instances.byGuid.try_emplace(Fold(guid.View()), std::move(instance));
   }
   return instances;
 }
 
-AdapterStack ReadStack(HKEY classKey, const char16_t* top, const Instances& instances) {
+// The services that own the entries, by folded name, as they were found so far.
+using Owners = std::map<std::u16string, std::u16string>;
+
+AdapterStack ReadStack(HKEY classKey, const char16_t* top, const Instances& instances, Owners& owners) {
   AdapterStack stack{.top = top, .entries = {}};
   UniqueKey linkage;
   ValueBuffer<ztl::kRootDeviceCapacity> rootDevice;
@@ -69,12 +81,16 @@ AdapterStack ReadStack(HKEY classKey, const char16_t* top, const Instances& inst
   for (const std::u16string_view guid : rootDevice.List()) {
     StackEntry& entry = stack.entries.emplace_back();
     entry.guid = guid;
-    char16_t service[64];
-    if (ztl::FindSvcFromGuid(classKey, guid, service, 64) == ERROR_SUCCESS) entry.service = service;
-    if (const auto found = instances.find(Fold(guid)); found != instances.end()) {
-      entry.instance = found->second.name;
-      entry.description = found->second.description;
-      entry.upperBind = found->second.upperBind;
+    const std::u16string folded = Fold(guid);
+    if (const auto [owner, isNew] = owners.try_emplace(folded); isNew) {
+      char16_t service[64];
+      if (ztl::FindSvcFromGuid(classKey, guid, service, 64) == ERROR_SUCCESS) owner->second = service;
+    }
+    entry.service = owners[folded];
+    if (const Instance* const instance = instances.Find(folded)) {
+      entry.instance = instance->name;
+      entry.description = instance->description;
+      entry.upperBind = instance->upperBind;
     }
   }
   return stack;
@@ -97,21 +113,37 @@ void ReadOrder(MachineState& state) {
   state.devIdList = ToVector(devIdList);
 }
 
+std::vector<std::u16string> MissingKeys() {
+  std::vector<std::u16string> missing;
+  for (const char16_t* path : {ztl::kNetAdapterClassKey, ztl::kNetServiceClassKey, ztl::kNetTransClassKey,
+                               ztl::kControlNetworkKey, ztl::kParametersKey}) {
+    UniqueKey key;
+    if (key.Open(HKEY_LOCAL_MACHINE, path, KEY_READ) != ERROR_SUCCESS)
+      missing.push_back(u"HKEY_LOCAL_MACHINE\\" + std::u16string(path));
+  }
+  return missing;
+}
+
 }  // namespace
 
-MachineState ReadMachineState() {
+MachineState ReadMachineState(const MachineState* before) {
   std::vector<std::string>& debugOutput = simulated::Current().debugOutput;
   const std::size_t kept = debugOutput.size();
   MachineState state;
+  state.missingKeys = MissingKeys();
   ReadOrder(state);
   UniqueKey classKey;
   char16_t transports[ztl::kTransportListCapacity];
   if (ztl::GetProto(transports) == ERROR_SUCCESS &&
       classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_ALL_ACCESS) == ERROR_SUCCESS) {
     const Instances instances = ReadInstances(classKey.Get());
+    Owners owners;
+    if (before != nullptr)
+      for (const AdapterStack& stack : before->stacks)
+        for (const StackEntry& entry : stack.entries) owners.emplace(Fold(entry.guid), entry.service);
     for (SubkeyEnumeration<32> instance(classKey.Get()); instance.Next(); debugOutput.resize(kept))
       if (ztl::IsTopBinding(classKey.Get(), instance.Name(), transports))
-        state.stacks.push_back(ReadStack(classKey.Get(), instance.Name(), instances));
+        state.stacks.push_back(ReadStack(classKey.Get(), instance.Name(), instances, owners));
   }
   debugOutput.resize(kept);
   return state;

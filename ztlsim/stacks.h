@@ -33,11 +33,12 @@ struct MachineState {
   std::u16string ownClass;                      // the filter's own class; empty when it has none
   std::vector<std::u16string> imList;           // what the configured order resolves to
   std::vector<std::u16string> devIdList;
+  std::vector<std::u16string> missingKeys;  // keys that a pass starts from and that are not there
 };
 
 // Reads the current machine. Nothing is changed, and the lookups' messages are dropped: call it while the module log is
-// not open.
-MachineState ReadMachineState();
+// not open. What `before` (may be null) knows of the entries' owners is taken over: a transaction does not change them.
+MachineState ReadMachineState(const MachineState* before = nullptr);
 
 // The stack of `after` that the same physical adapter stands under as under `stack`; null when there is none.
 const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const AdapterStack& stack);

@@ -40,8 +40,8 @@ int SetErrno(int code) {
 }  // namespace
 
 Files::~Files() {
-  for (const Descriptor& descriptor : descriptors_)
-    if (descriptor.hostFile != -1) host::Close(descriptor.hostFile);
+  for (const int file : hostFiles_)
+    if (file != 0) host::Close(file - 1);
 }
 
 std::filesystem::path Files::RealPath(const char* path) const {
@@ -63,28 +63,26 @@ std::filesystem::path Files::RealPath(const char* path) const {
 }
 
 int Files::OpenDescriptors() const {
-  const std::lock_guard lock(mutex_);
-  return static_cast<int>(
-      std::count_if(descriptors_.begin(), descriptors_.end(), [](const Descriptor& d) { return d.hostFile != -1; }));
+  return static_cast<int>(std::count_if(hostFiles_.begin(), hostFiles_.end(), [](int file) { return file != 0; }));
 }
 
 std::string Files::PathOf(int descriptor) const {
   const std::lock_guard lock(mutex_);
   const auto index = static_cast<std::size_t>(descriptor - kFirstDescriptor);
-  return index < descriptors_.size() && descriptors_[index].hostFile != -1 ? descriptors_[index].path : std::string();
+  return index < paths_.size() && hostFiles_[index] != 0 ? paths_[index] : std::string();
 }
 
 int Files::HostFile(int descriptor) const {
-  const std::lock_guard lock(mutex_);
   const auto index = static_cast<std::size_t>(descriptor - kFirstDescriptor);
-  if (index < descriptors_.size() && descriptors_[index].hostFile != -1) return descriptors_[index].hostFile;
-  return SetErrno(RUNTIME_EBADF);
+  const int file = index < kMaxDescriptors ? hostFiles_[index].load() : 0;
+  return file == 0 ? SetErrno(RUNTIME_EBADF) : file - 1;
 }
 
 int Files::Open(const char* path, bool create, bool truncate) {
   const std::lock_guard lock(mutex_);
-  // A message opens its file twice, and its cost is to be that of the system calls: so the last name is kept, and only
-  // if there is no such file, the search for one in another letter case begins.
+  if (root.empty()) return SetErrno(RUNTIME_ENOENT);
+  // A message opens its file twice, and its cost is to be that of the system calls: the real path is made once, and a
+  // file in another letter case is looked for only when there is none of this name.
   if (lastPath_ != path || lastRoot_ != root.native()) {
     std::string relative;
     if (!BelowRoot(path, relative)) return SetErrno(RUNTIME_ENOENT);
@@ -92,25 +90,25 @@ int Files::Open(const char* path, bool create, bool truncate) {
     lastRoot_ = root.native();
     lastPath_ = path;
   }
-  if (root.empty()) return SetErrno(RUNTIME_ENOENT);
   int hostFile = host::Open(lastReal_, false, truncate);
   if (hostFile == -1 && errno == RUNTIME_ENOENT) hostFile = host::Open(RealPath(path), create, truncate);
   if (hostFile == -1) return -1;
-  auto slot = std::find_if(descriptors_.begin(), descriptors_.end(), [](const auto& d) { return d.hostFile == -1; });
-  if (slot == descriptors_.end()) slot = descriptors_.emplace(slot);
-  slot->hostFile = hostFile;
-  slot->path = path;
-  return static_cast<int>(slot - descriptors_.begin()) + kFirstDescriptor;
+  const auto slot = std::find(hostFiles_.begin(), hostFiles_.end(), 0);
+  if (slot == hostFiles_.end()) {
+    host::Close(hostFile);
+    return SetErrno(RUNTIME_EMFILE);
+  }
+  const auto index = static_cast<std::size_t>(slot - hostFiles_.begin());
+  if (index == paths_.size()) paths_.emplace_back();
+  paths_[index] = path;
+  *slot = hostFile + 1;
+  return static_cast<int>(index) + kFirstDescriptor;
 }
 
 int Files::Close(int descriptor) {
-  int hostFile = -1;
-  {
-    const std::lock_guard lock(mutex_);
-    const auto index = static_cast<std::size_t>(descriptor - kFirstDescriptor);
-    if (index < descriptors_.size()) hostFile = std::exchange(descriptors_[index].hostFile, -1);
-  }
-  return hostFile == -1 ? SetErrno(RUNTIME_EBADF) : host::Close(hostFile);
+  const auto index = static_cast<std::size_t>(descriptor - kFirstDescriptor);
+  const int file = index < kMaxDescriptors ? hostFiles_[index].exchange(0) : 0;
+  return file == 0 ? SetErrno(RUNTIME_EBADF) : host::Close(file - 1);
 }
 
 int Files::Lock(int descriptor, int mode, LONG bytes) {
@@ -119,6 +117,7 @@ int Files::Lock(int descriptor, int mode, LONG bytes) {
   if (bytes < 0 || (mode != _LK_LOCK && mode != _LK_UNLCK)) return SetErrno(RUNTIME_EINVAL);
   if (mode == _LK_UNLCK) return host::Unlock(hostFile, bytes);
   for (int tries = 1; !host::TryLock(hostFile, bytes); ++tries) {
+    if (errno != RUNTIME_EACCES) return -1;
     if (tries == kLockTries) return SetErrno(RUNTIME_EDEADLOCK);
     std::this_thread::sleep_for(std::chrono::milliseconds(lockRetryMilliseconds));
   }

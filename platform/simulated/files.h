@@ -1,6 +1,8 @@
 // The simulated machine's files: real files below a directory that stands for drive C:.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -37,14 +39,13 @@ class Files {
   int HostFile(int descriptor) const;  // -1, with errno set, when it is not open
 
  private:
-  struct Descriptor {
-    int hostFile = -1;  // -1: a free slot
-    std::string path;
-  };
+  static constexpr std::size_t kMaxDescriptors = 2048;
 
-  mutable std::mutex mutex_;
-  std::vector<Descriptor> descriptors_;
+  // By descriptor, from the first on: the host's file plus one, 0 when it is not open; read without the mutex.
+  std::array<std::atomic<int>, kMaxDescriptors> hostFiles_{};
 
+  mutable std::mutex mutex_;  // guards the rest
+  std::vector<std::string> paths_;
   // The path that was opened last, and the real one as it is spelled.
   std::string lastPath_;
   std::filesystem::path::string_type lastRoot_;

@@ -15,7 +15,7 @@ LONG Length(int file);
 LONG Seek(int file, LONG offset, int origin);
 int Read(int file, void* buffer, UINT bytes);         // in text translation mode
 int Write(int file, const void* buffer, UINT bytes);  // in text translation mode
-bool TryLock(int file, LONG bytes);                   // from the current position; false when another holder is there
+bool TryLock(int file, LONG bytes);                   // from the current position; errno 13: another holder is there
 int Unlock(int file, LONG bytes);
 int MakeDirectory(const std::filesystem::path& path);
 

@@ -43,6 +43,7 @@ int Failed() {
 }
 
 bool Lock(int file, short type, LONG bytes) {
+  if (bytes == 0) return true;  // to fcntl, this would be everything up to the end
   struct flock lock {};
   lock.l_type = type;
   lock.l_whence = SEEK_CUR;
@@ -91,27 +92,22 @@ int Read(int file, void* buffer, UINT bytes) {
   char* const text = static_cast<char*>(buffer);
   const ssize_t count = ::read(file, text, bytes);
   if (count < 0) return Failed();
-  char* end = text + count;
-  off_t swallowed = 0;
-  // A carriage return at the end of the block belongs to the line feed behind it, if one follows.
-  if (count > 0 && end[-1] == '\r') {
-    char next;
-    if (::read(file, &next, 1) == 1) {
-      if (next == '\n') {
-        end[-1] = '\n';
-        swallowed = 1;
-      } else {
-        ::lseek(file, -1, SEEK_CUR);
-      }
-    }
-  }
-  if (char* const endOfText = std::find(text, end, kEndOfText); endOfText != end) {
-    ::lseek(file, endOfText - end - swallowed, SEEK_CUR);  // the next read ends here too
+  const char* end = text + count;
+  if (const char* const endOfText = std::find(static_cast<const char*>(text), end, kEndOfText); endOfText != end) {
+    ::lseek(file, endOfText - end, SEEK_CUR);  // the next read ends here too
     end = endOfText;
   }
   char* out = text;
   for (const char* in = text; in != end; ++in)
     if (!(*in == '\r' && in + 1 != end && in[1] == '\n')) *out++ = *in;
+  // A carriage return at the end of the block belongs to the line feed behind it, if one follows.
+  char next;
+  if (out != text && out[-1] == '\r' && end == text + count && ::read(file, &next, 1) == 1) {
+    if (next == '\n')
+      out[-1] = '\n';
+    else
+      ::lseek(file, -1, SEEK_CUR);
+  }
   return static_cast<int>(out - text);
 }
 
@@ -134,7 +130,11 @@ int Write(int file, const void* buffer, UINT bytes) {
   return static_cast<int>(bytes);
 }
 
-bool TryLock(int file, LONG bytes) { return Lock(file, F_WRLCK, bytes); }
+bool TryLock(int file, LONG bytes) {
+  if (Lock(file, F_WRLCK, bytes)) return true;
+  if (errno == EAGAIN) errno = RUNTIME_EACCES;
+  return false;
+}
 
 int Unlock(int file, LONG bytes) { return Lock(file, F_UNLCK, bytes) ? 0 : Failed(); }
 

@@ -34,9 +34,16 @@ const std::tm* localtime(const std::int64_t* time) {
 std::size_t strftime(char* buffer, std::size_t capacity, const char* format, const std::tm* time) {
   if (simulated::Current().Enter(Operation::strftime, {.path = format})) return 0;
   // What the runtime's default locale writes for a date and time differs from one host to the other.
-  std::string expanded = format;
-  for (std::size_t at = 0; (at = expanded.find('%', at)) != expanded.npos; at += 2)
-    if (expanded.compare(at, 2, "%c") == 0) expanded.replace(at, 2, "%m/%d/%y %H:%M:%S");
+  std::string expanded;
+  expanded.reserve(64);
+  for (const char* at = format; *at != '\0'; ++at) {
+    expanded += *at;
+    if (*at != '%' || at[1] == '\0') continue;
+    if (*++at == 'c')
+      expanded += "m/%d/%y %H:%M:%S";
+    else
+      expanded += *at;
+  }
   return std::strftime(buffer, capacity, expanded.c_str(), time);
 }
 

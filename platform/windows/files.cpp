@@ -1,14 +1,20 @@
 #include "platform/files.h"
 
 #include <direct.h>
+#include <fcntl.h>
 #include <io.h>
 #include <sys/locking.h>
 
 namespace platform {
 
-int _open(const char* path, int flags, int permission) { return ::_open(path, flags, permission); }
+// Text translation is asked for: the runtime's own default belongs to the process that has loaded the module.
+int _open(const char* path, int flags, int permission) { return ::_open(path, flags | _O_TEXT, permission); }
 
-int _creat(const char* path, int permission) { return ::_creat(path, permission); }
+int _creat(const char* path, int permission) {
+  const int descriptor = ::_creat(path, permission);
+  if (descriptor != -1) ::_setmode(descriptor, _O_TEXT);
+  return descriptor;
+}
 
 int _close(int descriptor) { return ::_close(descriptor); }
 

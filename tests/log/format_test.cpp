@@ -32,6 +32,7 @@ TEST(Format, WideTextBecomesUtf8) {
   const char16_t lone[] = {u'a', 0xD800, u'b', 0xDC00, 0};
   EXPECT_EQ(Text<64>("<%S>", u"Größe 网卡 \U0001F600"), "<Größe 网卡 \U0001F600>");
   EXPECT_EQ(Text<64>("%S", static_cast<const char16_t*>(lone)), "a\uFFFDb\uFFFD");
+  EXPECT_EQ(Text<64>("%.2S|", u"a\U0001F600bc"), "a\uFFFD|");
   char16_t wide[64];
   Format(wide, u"%s|%S|%d", u"网", "Größe \xFF\xC3", 7);
   EXPECT_EQ(std::u16string(wide), u"网|Größe \uFFFD\uFFFD|7");
@@ -43,9 +44,10 @@ TEST(Format, WhatDoesNotFitIsCutAtACharacterAndKeepsItsLineFeed) {
   EXPECT_EQ(Text<5>("%s\n", "abcdef"), "abc\n");
   EXPECT_EQ(Text<5>("%s\n", "abc"), "abc\n");
   EXPECT_EQ(Text<5>("%u\n", 123456u), "123\n");
-  EXPECT_EQ(Text<5>("%S", u"ab网"), "ab");           // three bytes in two places
-  EXPECT_EQ(Text<5>("%s", "ab\xE7\xBD\x91"), "ab");  // the same as 8-bit text
-  EXPECT_EQ(Text<5>("%S%s", u"ab网", "c"), "ab");    // nothing follows what was cut
+  EXPECT_EQ(Text<5>("%S", u"ab网"), "ab");                                   // three bytes in two places
+  EXPECT_EQ(Text<5>("%s", "ab\xE7\xBD\x91"), "ab");                          // the same as 8-bit text
+  EXPECT_EQ(Text<5>("%S%s", u"ab网", "c"), "ab");                            // nothing follows what was cut
+  EXPECT_EQ(Text<5>("%s", "\x85\x85\x85\x85\x85\x85"), "\x85\x85\x85\x85");  // no UTF-8, so cut anywhere
   char16_t wide[4];
   EXPECT_EQ(Format(wide, u"ab%s", u"\U0001F600"), 2u);
 }

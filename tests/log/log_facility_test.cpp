@@ -129,7 +129,7 @@ TEST_F(LogTest, RotatesAtTheLimitAndKeepsOneBackup) {
   }
   // The backup is the log byte for byte, also where its line ends meet the copy's chunks.
   std::string lines;
-  while (lines.size() < kLimit) lines += std::string(lines.size() % 7, 'l') + "\r\n";
+  while (lines.size() < kLimit) lines += std::string(lines.size() % 7, 'l') + "\r\r\n";
   std::ofstream(LogPath(), std::ios::binary) << lines;
   Troubles();
   EXPECT_TRUE(ReadFile(BackupPath()) == lines);
