@@ -68,8 +68,8 @@ RegistryKey& RegistryMerger::CreateKey(const Path& path) {
 }
 
 void RegistryMerger::DeleteKey(const Path& path) {
-  RegistryKey* parent = nullptr;
-  RegistryKey* key = &root_;
+  RegistryKey* parent = &root_;
+  RegistryKey* key = parent;
   for (const std::u16string_view name : path) {
     parent = key->link ? key->link.get() : key;
     key = parent->deleted ? nullptr : FindSubkey(*parent, name);

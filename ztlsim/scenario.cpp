@@ -22,17 +22,14 @@ constexpr std::size_t kLineHeadBytes = 38;
 class LogCapture {
  public:
   LogCapture(simulated::Machine& machine, std::vector<std::string>& messages) : machine_(machine) {
-    machine_.observer = [this, &messages](simulated::Operation operation, const simulated::Arguments& arguments) {
-      if (operation != simulated::Operation::_write ||
-          machine_.files.PathOf(static_cast<int>(arguments.number)) != ztl::g_ModuleLog.path)
-        return;
-      std::string_view line(static_cast<const char*>(arguments.data), arguments.dataBytes);
+    machine_.files.onWrite = [&messages](const std::string& path, std::string_view line) {
+      if (path != ztl::g_ModuleLog.path) return;
       line.remove_prefix(std::min(kLineHeadBytes, line.size()));
       if (line.ends_with('\n')) line.remove_suffix(1);
       messages.emplace_back(line);
     };
   }
-  ~LogCapture() { machine_.observer = nullptr; }
+  ~LogCapture() { machine_.files.onWrite = nullptr; }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 

@@ -52,9 +52,9 @@ std::filesystem::path Files::RealPath(const char* path) const {
   for (const std::filesystem::path& name : std::filesystem::path(relative)) {
     std::filesystem::path next = real / name;
     if (!std::filesystem::exists(next, error))
-      for (const auto& entry : std::filesystem::directory_iterator(real, error))
-        if (EqualNoCase8(entry.path().filename().string(), name.string())) {
-          next = entry.path();
+      for (std::filesystem::directory_iterator entry(real, error), end; !error && entry != end; entry.increment(error))
+        if (EqualNoCase8(entry->path().filename().string(), name.string())) {
+          next = entry->path();
           break;
         }
     real = std::move(next);
@@ -199,7 +199,10 @@ int _read(int descriptor, void* buffer, UINT bytes) {
 
 int _write(int descriptor, const void* buffer, UINT bytes) {
   const int file = EnterFile(Operation::_write, descriptor, bytes, buffer, bytes);
-  return file == -1 ? -1 : simulated::host::Write(file, buffer, bytes);
+  if (file == -1) return -1;
+  const simulated::Files& files = simulated::Current().files;
+  if (files.onWrite) files.onWrite(files.PathOf(descriptor), {static_cast<const char*>(buffer), bytes});
+  return simulated::host::Write(file, buffer, bytes);
 }
 
 int _locking(int descriptor, int mode, LONG bytes) {

@@ -4,8 +4,10 @@
 #include <array>
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/files.h"
@@ -23,6 +25,9 @@ class Files {
   std::string windowsDirectory = "C:\\Windows";  // what GetWindowsDirectoryA gives; empty: the call fails
   // Real time between two tries of _locking, for what holds the lock may be another process.
   unsigned lockRetryMilliseconds = 1000;
+
+  // Sees what is written, by the file's path as it was opened, before it is.
+  std::function<void(const std::string& path, std::string_view bytes)> onWrite;
 
   // The real path of a path of the machine: C:\... or \...; names that exist are found in any letter case. Empty for a
   // path of another form.

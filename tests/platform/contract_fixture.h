@@ -2,7 +2,7 @@
 // operating system itself. Either way they work below one scratch key, which comes and goes with each test.
 #pragma once
 
-#include "platform/registry.h"
+#include "platform/registry_key.h"
 #ifndef ZTL_CONTRACT_WINDOWS
 #include "platform/simulated/machine.h"
 #endif
@@ -17,14 +17,13 @@ namespace platform {
 class RegistryContract : public ::testing::Test {
  protected:
   void SetUp() override {
-    DeleteTree(HKEY_LOCAL_MACHINE, kScratchPath);
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kScratchPath, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                              nullptr, &scratch_, nullptr),
-              ERROR_SUCCESS);
+    DeleteTree(HKEY_LOCAL_MACHINE, kPath);
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, kPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &scratch_, nullptr),
+              0);
   }
   void TearDown() override {
     EXPECT_EQ(RegCloseKey(scratch_), ERROR_SUCCESS);
-    DeleteTree(HKEY_LOCAL_MACHINE, kScratchPath);
+    DeleteTree(HKEY_LOCAL_MACHINE, kPath);
 #ifndef ZTL_CONTRACT_WINDOWS
     EXPECT_EQ(machine_.registry.OpenHandlePaths(), std::vector<std::u16string>());
 #endif
@@ -33,17 +32,14 @@ class RegistryContract : public ::testing::Test {
   HKEY scratch_ = nullptr;  // opened with every right
 
  private:
-  static constexpr const char16_t* kScratchPath = u"SOFTWARE\\ZtlContract";
+  static constexpr const char16_t* kPath = u"SOFTWARE\\ZtlContract";
 
   static void DeleteTree(HKEY parent, const char16_t* name) {
     HKEY key;
     if (RegOpenKeyExW(parent, name, 0, KEY_ALL_ACCESS, &key) != ERROR_SUCCESS) return;
     char16_t subkey[256];
-    DWORD length = 256;
-    while (RegEnumKeyExW(key, 0, subkey, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
+    for (DWORD size = 256; RegEnumKeyExW(key, 0, subkey, &size, nullptr, nullptr, nullptr, nullptr) == 0; size = 256)
       DeleteTree(key, subkey);
-      length = 256;
-    }
     RegCloseKey(key);
     ASSERT_EQ(RegDeleteKeyW(parent, name), ERROR_SUCCESS);  // else the loop above would not end
   }

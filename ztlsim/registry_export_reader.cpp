@@ -1,5 +1,3 @@
-#include "ztlsim/registry_export.h"
-
 #include <algorithm>
 #include <bit>
 #include <cerrno>
@@ -8,13 +6,12 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <random>
 #include <system_error>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "ztlsim/registry_changes.h"
+#include "ztlsim/registry_export.h"
+#include "ztlsim/registry_merger.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {
@@ -30,7 +27,6 @@ using platform::REG_MULTI_SZ;
 using platform::REG_SZ;
 using platform::simulated::Registry;
 using platform::simulated::RegistryKey;
-using platform::simulated::RegistryValue;
 using platform::simulated::UpperCase;
 
 // Text in values and in files is moved as bytes.
@@ -41,26 +37,13 @@ constexpr std::u16string_view kVersion4 = u"REGEDIT4";
 constexpr std::size_t kMaxKeyName = 255;    // characters
 constexpr std::size_t kMaxKeyLevels = 512;  // below the hive
 constexpr std::size_t kMaxExcerpt = 40;     // characters
-// A key's values are looked up one by one; a section with more values than this gets an index of its own.
-constexpr std::size_t kMaxValuesUnindexed = 64;
+constexpr std::size_t kMaxShrunk = 64;      // values
 
-struct Hive {
-  std::u16string_view name;
-  std::u16string_view shortName;
-  std::u16string_view path;
+constexpr std::u16string_view kClassesRoot = u"HKEY_CLASSES_ROOT";
+constexpr std::pair<std::u16string_view, std::u16string_view> kShortHives[] = {
+    {u"HKCR", kClassesRoot}, {u"HKCU", u"HKEY_CURRENT_USER"},   {u"HKLM", u"HKEY_LOCAL_MACHINE"},
+    {u"HKU", u"HKEY_USERS"}, {u"HKCC", u"HKEY_CURRENT_CONFIG"},
 };
-constexpr Hive kHives[] = {
-    {u"HKEY_CLASSES_ROOT", u"HKCR", u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Classes"},
-    {u"HKEY_CURRENT_USER", u"HKCU", u"HKEY_CURRENT_USER"},
-    {u"HKEY_LOCAL_MACHINE", u"HKLM", u"HKEY_LOCAL_MACHINE"},
-    {u"HKEY_USERS", u"HKU", u"HKEY_USERS"},
-    {u"HKEY_CURRENT_CONFIG", u"HKCC", u"HKEY_CURRENT_CONFIG"},
-};
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
 
 // The beginning of a text as a message shows it: short, and with its control characters visible.
 std::string Excerpt(std::u16string_view text) {
@@ -97,16 +80,17 @@ void AppendBytes(std::vector<BYTE>& bytes, std::u16string_view text) {
 // The two forms of a file's text, read in place: by its units, which are ASCII wherever the format's own characters
 // stand. Names and texts are decoded when they are taken out.
 struct ByteText {
-  using Raw = std::string;
   std::string_view bytes;
   bool isUtf8;
 
   std::size_t size() const { return bytes.size(); }
   char16_t operator[](std::size_t index) const { return static_cast<unsigned char>(bytes[index]); }
-  std::u16string Decode(const Raw& raw) const { return isUtf8 ? Utf8ToUtf16(raw) : Windows1252ToUtf16(raw); }
+  std::u16string Part(std::size_t first, std::size_t end) const {
+    const std::string_view part = bytes.substr(first, end - first);
+    return isUtf8 ? Utf8ToUtf16(part) : Windows1252ToUtf16(part);
+  }
 };
 struct Utf16Text {
-  using Raw = std::u16string;
   std::string_view bytes;
   std::size_t low;  // where a unit's low byte stands: 0 or 1
 
@@ -115,13 +99,20 @@ struct Utf16Text {
     return static_cast<char16_t>(static_cast<unsigned char>(bytes[2 * index + low]) |
                                  static_cast<unsigned char>(bytes[2 * index + 1 - low]) << 8);
   }
-  std::u16string Decode(const Raw& raw) const { return raw; }
+  std::u16string Part(std::size_t first, std::size_t end) const {
+    std::u16string part(end - first, u'\0');
+    std::memcpy(part.data(), bytes.data() + 2 * first, 2 * part.size());
+    if (low != 0) {
+      for (char16_t& unit : part) unit = static_cast<char16_t>(unit << 8 | unit >> 8);
+    }
+    return part;
+  }
 };
 
 template <class Text>
 class Parser {
  public:
-  Parser(std::string file, Text text, Registry& registry) : text_(text), registry_(registry) {
+  Parser(std::string file, Text text, Registry& registry) : text_(text), merger_(registry) {
     error_.file = std::move(file);
   }
 
@@ -137,9 +128,11 @@ class Parser {
   // the messages.
   char16_t At(std::size_t index) const { return index < text_.size() ? text_[index] : u'\0'; }
   bool AtLineBreak() const { return At(pos_) == u'\n' || At(pos_) == u'\r'; }
-  void SkipBlanks() {
-    while (At(pos_) == u' ' || At(pos_) == u'\t') ++pos_;
+  std::size_t BehindBlanks(std::size_t index) const {
+    while (At(index) == u' ' || At(index) == u'\t') ++index;
+    return index;
   }
+  void SkipBlanks() { pos_ = BehindBlanks(pos_); }
   std::size_t LineEnd() const {  // a NUL counts as one
     std::size_t end = pos_;
     while (At(end) != u'\0' && At(end) != u'\n' && At(end) != u'\r') ++end;
@@ -158,11 +151,6 @@ class Parser {
     pos_ += word.size();
     return true;
   }
-  std::u16string Take(std::size_t first, std::size_t end) {
-    raw_.clear();
-    for (std::size_t i = first; i < end; ++i) raw_.push_back(static_cast<typename Text::Raw::value_type>(text_[i]));
-    return text_.Decode(raw_);
-  }
 
   bool Fail(std::string message) {
     error_.line = line_;
@@ -174,7 +162,7 @@ class Parser {
     if (AtLineBreak()) return ", found the end of the line";
     if (At(pos_) == u'\0') return ", found a NUL character";
     constexpr std::size_t kEnough = 4 * (kMaxExcerpt + 1);  // a character of UTF-8 has up to four units
-    return ", found '" + Excerpt(Take(pos_, std::min(LineEnd(), pos_ + kEnough))) + "'";
+    return ", found '" + Excerpt(text_.Part(pos_, std::min(LineEnd(), pos_ + kEnough))) + "'";
   }
   bool Expected(std::string_view what) { return Fail("expected " + std::string(what) + Found()); }
 
@@ -194,7 +182,7 @@ class Parser {
     SkipBlanks();
     std::size_t end = LineEnd();
     while (end > pos_ && (At(end - 1) == u' ' || At(end - 1) == u'\t')) --end;
-    const std::u16string header = Take(pos_, std::min(end, pos_ + kVersion5.size() + 1));
+    const std::u16string header = text_.Part(pos_, std::min(end, pos_ + kVersion5.size() + 1));
     isVersion4_ = header == kVersion4;
     if (!isVersion4_ && header != kVersion5) {
       return Fail("not a registry export: the first line is neither \"" + Utf16ToUtf8(kVersion5) + "\" nor \"" +
@@ -212,55 +200,52 @@ class Parser {
   }
 
   bool KeyLine() {
+    // What a vector has in reserve is a good part of a large registry. (Not of long ones: they may be met again.)
+    if (key_ != nullptr && key_->values.size() < kMaxShrunk) key_->values.shrink_to_fit();
     key_ = nullptr;
-    index_.clear();
-    std::size_t close = LineEnd();
-    while (close > pos_ && At(close) != u']') --close;
+    const std::size_t end = LineEnd();
+    std::size_t close = pos_;  // the first bracket behind which the line may end, else the last one
+    for (std::size_t i = pos_; i < end; ++i) {
+      if (At(i) != u']') continue;
+      close = i;
+      const std::size_t behind = BehindBlanks(i + 1);
+      if (behind == end || At(behind) == u';') break;
+    }
     if (close == pos_) return Expected("a key's name that ends with ]");
     const bool deletes = At(pos_ + 1) == u'-';
-    const std::u16string written = Take(pos_ + (deletes ? 2 : 1), close);
+    const std::u16string written = text_.Part(pos_ + (deletes ? 2 : 1), close);
     std::u16string_view rest = written;
 
     const std::u16string hiveName = UpperCase(rest.substr(0, rest.find(u'\\')));
-    const auto* const hive = std::find_if(std::begin(kHives), std::end(kHives), [&](const Hive& candidate) {
-      return hiveName == candidate.name || hiveName == candidate.shortName;
-    });
-    if (hive == std::end(kHives))
-      return Fail("expected a hive such as HKEY_LOCAL_MACHINE, found '" + Excerpt(rest) + "'");
     rest.remove_prefix(hiveName.size());
-
-    std::u16string path(hive->path);
-    auto levels = static_cast<std::size_t>(std::count(path.begin(), path.end(), u'\\'));
+    std::u16string_view hive = hiveName;
+    for (const auto& [shortName, name] : kShortHives) {
+      if (hive == shortName) hive = name;
+    }
+    if (!hive.starts_with(u"HKEY_"))
+      return Fail("expected a hive such as HKEY_LOCAL_MACHINE, found '" + Excerpt(written) + "'");
+    RegistryMerger::Path path{hive};
+    if (hive == kClassesRoot) path = {u"HKEY_LOCAL_MACHINE", u"SOFTWARE", u"Classes"};
     while (!rest.empty()) {
       rest.remove_prefix(1);
-      const std::u16string_view name = rest.substr(0, rest.find(u'\\'));
-      rest.remove_prefix(name.size());
-      if (name.empty()) continue;  // Windows passes over doubled and final backslashes, too
-      if (name.size() > kMaxKeyName) {
-        return Fail("expected a key's name of at most 255 characters, found '" + Excerpt(name) + "'");
-      }
-      if (++levels > kMaxKeyLevels) {
-        return Fail("expected a key at most 512 levels below its hive, found '" + Excerpt(written) + "'");
-      }
-      path.append(1, u'\\').append(name);
+      path.push_back(rest.substr(0, rest.find(u'\\')));
+      rest.remove_prefix(path.back().size());
+      if (path.back().empty()) path.pop_back();  // Windows passes over doubled and final backslashes, too
     }
+    for (const std::u16string_view name : path) {
+      if (name.size() > kMaxKeyName)
+        return Fail("expected a key's name of at most 255 characters, found '" + Excerpt(name) + "'");
+    }
+    if (path.size() > 1 + kMaxKeyLevels)
+      return Fail("expected a key at most 512 levels below its hive, found '" + Excerpt(written) + "'");
     pos_ = close + 1;
     if (!EndOfLine()) return false;
     if (deletes) {
-      Delete(path);
+      merger_.DeleteKey(path);
     } else {
-      key_ = &registry_.Create(path);
+      key_ = &merger_.CreateKey(path);
     }
     return true;
-  }
-
-  void Delete(std::u16string_view path) {
-    const std::size_t slash = path.rfind(u'\\');
-    if (slash == path.npos) {
-      registry_.Root().DeleteSubkey(path);
-    } else if (RegistryKey* const parent = registry_.Find(path.substr(0, slash))) {
-      parent->DeleteSubkey(path.substr(slash + 1));
-    }
   }
 
   bool ValueLine() {
@@ -279,10 +264,9 @@ class Parser {
     if (!deletes && !Data(type, expected)) return false;
     if (!EndOfLine(expected)) return false;
     if (deletes) {
-      key_->DeleteValue(name);
-      index_.clear();
+      merger_.DeleteValue(*key_, name);
     } else {
-      Store(name, type);
+      merger_.SetValue(*key_, name, type, data_);
     }
     return true;
   }
@@ -326,11 +310,19 @@ class Parser {
   bool Quoted(std::u16string& result) {
     const std::size_t firstPos = pos_;
     const std::size_t firstLine = line_;
-    raw_.clear();
-    for (++pos_; !Accept(u'"'); ++pos_) {
-      const bool escaped = At(pos_) == u'\\' && At(pos_ + 1) != u'\0';
-      if (escaped) ++pos_;
-      char16_t unit = At(pos_);
+    result.clear();
+    std::size_t first = ++pos_;  // of what is not in `result` yet
+    for (; At(pos_) != u'"'; ++pos_) {
+      if (At(pos_) == u'\\' && At(pos_ + 1) != u'\0') {
+        result += text_.Part(first, pos_);
+        first = ++pos_;
+        const char16_t escaped = At(pos_);
+        if (escaped == u'n' || escaped == u'r' || escaped == u'0') {
+          result += escaped == u'n' ? u'\n' : escaped == u'r' ? u'\r' : u'\0';
+          ++first;
+        }
+      }
+      const char16_t unit = At(pos_);
       if (unit == u'\0') {
         if (pos_ < text_.size()) return Expected("a text without NUL characters");
         pos_ = firstPos;
@@ -338,10 +330,8 @@ class Parser {
         return Expected("a text in quotes that is closed before the end of the file");
       }
       if (unit == u'\n' || (unit == u'\r' && At(pos_ + 1) != u'\n')) ++line_;
-      if (escaped) unit = unit == u'n' ? u'\n' : unit == u'r' ? u'\r' : unit == u'0' ? u'\0' : unit;
-      raw_.push_back(static_cast<typename Text::Raw::value_type>(unit));
     }
-    result = text_.Decode(raw_);
+    result += text_.Part(first, pos_++);
     return true;
   }
 
@@ -389,173 +379,15 @@ class Parser {
     return true;
   }
 
-  void Store(const std::u16string& name, DWORD type) {
-    std::vector<BYTE> data(data_);  // of the exact size, which growing by bytes would not give
-    std::vector<RegistryValue>& values = key_->values;
-    if (values.size() < kMaxValuesUnindexed) {
-      key_->SetValue(name, type, std::move(data));
-      return;
-    }
-    if (index_.empty()) {
-      for (std::size_t i = 0; i < values.size(); ++i) index_.emplace(UpperCase(values[i].name), i);
-    }
-    const auto [entry, isNew] = index_.emplace(UpperCase(name), values.size());
-    if (isNew) {
-      values.push_back({name, type, std::move(data)});
-    } else {
-      values[entry->second].type = type;
-      values[entry->second].data = std::move(data);
-    }
-  }
-
   Text text_;
-  Registry& registry_;
+  RegistryMerger merger_;
   InputError error_;
   std::size_t pos_ = 0;
   std::size_t line_ = 1;
   bool isVersion4_ = false;
-  RegistryKey* key_ = nullptr;                             // the section's; null where no value may stand
-  std::unordered_map<std::u16string, std::size_t> index_;  // of key_'s values, by upper-cased name; empty: not made
+  RegistryKey* key_ = nullptr;  // the section's; null where no value may stand
   std::vector<BYTE> data_;
-  typename Text::Raw raw_;
 };
-
-// Builds the bytes of an export.
-class Writer {
- public:
-  Writer() {
-    Put(u"\xFEFF");
-    Put(kVersion5);
-    Put(u"\r\n\r\n");
-  }
-
-  void BeginKey(std::u16string_view path) {
-    Put(u"[");
-    Put(path);
-    Put(u"]\r\n");
-  }
-  void EndKey() { Put(u"\r\n"); }
-  void DeletedKey(std::u16string_view path) {
-    BeginKey(u"-" + std::u16string(path));
-    EndKey();
-  }
-
-  void Value(const RegistryValue& value) {
-    BeginValue(value.name);
-    if (value.type == REG_SZ && IsPlainText(value.data)) {
-      std::u16string text(value.data.size() / sizeof(char16_t) - 1, u'\0');
-      std::memcpy(text.data(), value.data.data(), text.size() * sizeof(char16_t));
-      Quote(text);
-    } else if (value.type == REG_DWORD && value.data.size() == 4) {
-      line_ += u"dword:";
-      for (int i = 3; i >= 0; --i) Hex(value.data[static_cast<std::size_t>(i)]);
-    } else {
-      line_ += u"hex";
-      if (value.type != REG_BINARY) {
-        line_ += u'(';
-        int shift = 28;
-        while (shift > 0 && value.type >> shift == 0) shift -= 4;
-        for (; shift >= 0; shift -= 4) line_ += kDigits[value.type >> shift & 0xF];
-        line_ += u')';
-      }
-      line_ += u':';
-      Bytes(value.data);
-    }
-    EndValue();
-  }
-  void DeletedValue(std::u16string_view name) {
-    BeginValue(name);
-    line_ += u'-';
-    EndValue();
-  }
-
-  std::string Finish() { return std::move(bytes_); }
-
- private:
-  static constexpr std::u16string_view kDigits = u"0123456789abcdef";
-
-  void Put(std::u16string_view text) {
-    bytes_.append(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t));
-  }
-
-  void BeginValue(std::u16string_view name) {
-    line_.clear();
-    if (name.empty()) {
-      line_ += u'@';
-    } else {
-      Quote(name);
-    }
-    line_ += u'=';
-  }
-  void EndValue() {
-    line_ += u"\r\n";
-    Put(line_);
-  }
-
-  void Quote(std::u16string_view text) {
-    line_ += u'"';
-    for (const char16_t unit : text) {
-      if (unit == u'\\' || unit == u'"' || unit == u'\r' || unit == u'\n' || unit == u'\0') line_ += u'\\';
-      line_ += unit == u'\r' ? u'r' : unit == u'\n' ? u'n' : unit == u'\0' ? u'0' : unit;
-    }
-    line_ += u'"';
-  }
-
-  void Hex(BYTE byte) {
-    line_ += kDigits[byte >> 4];
-    line_ += kDigits[byte & 0xF];
-  }
-
-  // Windows' tool breaks the line behind the first comma that stands in column 77 or later.
-  void Bytes(const std::vector<BYTE>& data) {
-    constexpr std::size_t kBreakColumn = 77;
-    for (std::size_t i = 0; i < data.size(); ++i) {
-      if (i != 0) {
-        line_ += u',';
-        if (line_.size() >= kBreakColumn) {
-          line_ += u"\\\r\n";
-          Put(line_);
-          line_ = u"  ";
-        }
-      }
-      Hex(data[i]);
-    }
-  }
-
-  // Whether quotes can hold the text: whole characters, one NUL, at the end, and no line break, which would go into the
-  // file raw.
-  static bool IsPlainText(const std::vector<BYTE>& data) {
-    if (data.empty() || data.size() % sizeof(char16_t) != 0) return false;
-    for (std::size_t i = 0; i < data.size(); i += 2) {
-      const int unit = data[i] | data[i + 1] << 8;
-      const bool last = i + 2 == data.size();
-      if ((unit == 0) != last || unit == u'\r' || unit == u'\n') return false;
-    }
-    return true;
-  }
-
-  std::string bytes_;
-  std::u16string line_;  // being built
-};
-
-void WriteTree(Writer& writer, const RegistryKey& key, const std::u16string& path) {
-  writer.BeginKey(path);
-  for (const RegistryValue& value : key.values) writer.Value(value);
-  writer.EndKey();
-  for (const auto& subkey : key.subkeys) {
-    if (!subkey->link) WriteTree(writer, *subkey, path + u'\\' + subkey->name);
-  }
-}
-
-// Whether everything arrived; if not, `errno` says why. `file` may be null: a failed open.
-bool WriteAndClose(File file, std::string_view bytes) {
-  if (!file) return false;
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-  const int error = errno;
-  const bool closed = std::fclose(file.release()) == 0;
-  if (!written) errno = error;
-  return written && closed;
-}
 
 }  // namespace
 
@@ -566,20 +398,18 @@ std::string InputError::Text() const {
 std::optional<InputError> ReadRegistryExport(const std::string& path, Registry& registry) {
   const auto unreadable = [&](const std::string& why) { return InputError{path, 0, why}; };
   std::error_code error;
-  if (fs::is_directory(path, error)) return unreadable("expected a registry export, found a directory");
-  const File file(std::fopen(path.c_str(), "rb"));
+  const fs::file_status status = fs::status(path, error);
+  if (fs::is_directory(status)) return unreadable("expected a registry export, found a directory");
+  if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_fifo(status))
+    return unreadable("expected a registry export, found a device or a socket");
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
   if (!file) return unreadable(std::string("cannot be opened: ") + std::strerror(errno));
 
-  constexpr std::size_t kStep = std::size_t{1} << 20;
   std::string bytes;
   const std::uintmax_t size = fs::file_size(path, error);
-  if (!error) bytes.reserve(static_cast<std::size_t>(size) + kStep);
-  for (std::size_t stored = kStep; stored == kStep;) {
-    const std::size_t used = bytes.size();
-    bytes.resize(used + kStep);
-    stored = std::fread(bytes.data() + used, 1, kStep, file.get());
-    bytes.resize(used + stored);
-  }
+  if (!error) bytes.reserve(static_cast<std::size_t>(size));
+  char block[65536];
+  while (const std::size_t stored = std::fread(block, 1, sizeof block, file.get())) bytes.append(block, stored);
   if (std::ferror(file.get()) != 0) return unreadable(std::string("cannot be read: ") + std::strerror(errno));
   return ReadRegistryExport(path, bytes, registry);
 }
@@ -605,65 +435,6 @@ std::optional<InputError> ReadRegistryExport(const std::string& file, std::strin
   // Version 4 was written in the system's 8-bit encoding; version 5 in 8 bits comes from somebody's text editor.
   const bool isUtf8 = marked || (!bytes.starts_with("REGEDIT4") && IsUtf8(bytes));
   return Parser<ByteText>(file, {bytes, isUtf8}, registry).Run();
-}
-
-std::string FormatRegistryExport(const Registry& registry) {
-  Writer writer;
-  for (const auto& hive : registry.Root().subkeys) {
-    if (!hive->link) WriteTree(writer, *hive, hive->name);
-  }
-  return writer.Finish();
-}
-
-std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes) {
-  Writer writer;
-  const RegistryChange* section = nullptr;  // a change of the key whose section is being written
-  for (const RegistryChange& change : changes) {
-    if (section != nullptr && (change.keyDeleted || section->key != change.key)) {
-      writer.EndKey();
-      section = nullptr;
-    }
-    if (change.keyDeleted) {
-      writer.DeletedKey(change.key);
-      continue;
-    }
-    if (section == nullptr) writer.BeginKey(change.key);
-    section = &change;
-    if (change.after) {
-      writer.Value(*change.after);
-    } else if (change.name) {
-      writer.DeletedValue(*change.name);
-    }
-  }
-  if (section != nullptr) writer.EndKey();
-  return writer.Finish();
-}
-
-std::optional<std::string> WriteFileWhole(const std::string& path, std::string_view bytes) {
-  const auto failed = [&](const std::string& why) { return path + ": " + why; };
-  std::error_code error;
-  const fs::file_status earlier = fs::symlink_status(path, error);
-  // A device, a pipe or a link is written to where it is. (/dev/stdout is a link, and must stay one.)
-  if (fs::exists(earlier) && !fs::is_regular_file(earlier)) {
-    if (WriteAndClose(File(std::fopen(path.c_str(), "wb")), bytes)) return std::nullopt;
-    return failed(std::strerror(errno));
-  }
-
-  const fs::path temporary =
-      fs::path(path).replace_filename("ztlsim-" + std::to_string(std::random_device()()) + ".tmp");
-  File file(std::fopen(temporary.string().c_str(), "wb"));
-  if (!file) return failed(std::strerror(errno));
-  std::string trouble;
-  if (!WriteAndClose(std::move(file), bytes)) {
-    trouble = std::strerror(errno);
-  } else {
-    if (fs::exists(earlier)) fs::permissions(temporary, earlier.permissions(), error);
-    fs::rename(temporary, path, error);
-    if (!error) return std::nullopt;
-    trouble = error.message();
-  }
-  fs::remove(temporary, error);
-  return failed(trouble);
 }
 
 }  // namespace ztlsim
