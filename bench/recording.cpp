@@ -1,8 +1,11 @@
 #include "bench/recording.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
+#include <utility>
 
 #include "platform/clock.h"
 #include "platform/com.h"
@@ -20,6 +23,17 @@ namespace {
 
 constexpr std::size_t kStampCapacity = 31;
 
+// The keys that are there before the first is opened.
+constexpr std::uint16_t kNull = 0;
+constexpr std::uint16_t kLocalMachine = 1;
+constexpr std::uint16_t kFirstKey = 2;
+
+void Require(bool condition, const char* what) {
+  if (condition) return;
+  std::fprintf(stderr, "cannot be replayed: %s\n", what);
+  std::abort();
+}
+
 }  // namespace
 
 template <class Text>
@@ -29,38 +43,55 @@ std::uint32_t Recording::Texts<Text>::Index(Text text) {
   return entry->second;
 }
 
+// Each key that the code uses has an index as long as it is open.
+std::uint16_t Recording::KeyIndex(Operation operation, HKEY key) {
+  if (key == nullptr || key == HKEY_LOCAL_MACHINE) return key == nullptr ? kNull : kLocalMachine;
+  auto found = std::find(keys_.begin() + kFirstKey, keys_.end(), key);
+  const bool isNew = found == keys_.end();
+  if (isNew) {
+    found = std::find(keys_.begin() + kFirstKey, keys_.end(), nullptr);
+    Require(found != keys_.end(), "more open keys than a replay has room for");
+    *found = key;
+  }
+  if (operation == Operation::RegCloseKey) *found = nullptr;
+  return static_cast<std::uint16_t>((found - keys_.begin()) | (isNew ? kNewKey : 0));
+}
+
 void Recording::Add(Operation operation, const Arguments& arguments) {
-  Call call{.key = reinterpret_cast<std::uintptr_t>(arguments.key),
-            .text = 0,
-            .number = static_cast<std::uint32_t>(arguments.number),
-            .number2 = static_cast<std::uint32_t>(arguments.number2),
-            .operation = operation};
-  if (arguments.name) call.text = wideTexts_.Index(arguments.name);
-  if (arguments.path) call.text = texts_.Index(arguments.path);
+  Kind kind{operation, static_cast<std::uint32_t>(arguments.number), static_cast<std::uint32_t>(arguments.number2)};
+  Call call{.kind = 0, .key = KeyIndex(operation, arguments.key), .argument = 0};
+  if (arguments.name) call.argument = wideTexts_.Index(arguments.name);
+  if (arguments.path) call.argument = texts_.Index(arguments.path);
   if (arguments.data) {
     // Behind the data of a value stands what keeps the registry from completing it.
-    std::string data(static_cast<const char*>(arguments.data), arguments.dataBytes);
-    const std::uint32_t index = texts_.Index(data + "\xFF\xFF");
-    (operation == Operation::RegSetValueExW ? call.number : call.text) = index;
+    const std::string data(static_cast<const char*>(arguments.data), arguments.dataBytes);
+    (operation == Operation::RegSetValueExW ? kind.number : call.argument) = texts_.Index(data + "\xFF\xFF");
   }
   switch (operation) {
+    case Operation::RegEnumKeyExW:
+      call.argument = std::exchange(kind.number, 0);
+      break;
+    // What the arguments do not tell: the log seeks the end but for the way back from what it has read or written, and
+    // unlocks only there.
     case Operation::_open:
     case Operation::_creat:
-      back_ = false;
+      goneBack_ = false;
       break;
-    // What the arguments do not tell: the log seeks the end but for the way back from what it read or wrote, and
-    // unlocks only there.
     case Operation::_lseek:
-      back_ = lastOfFile_ == Operation::_read || lastOfFile_ == Operation::_write;
-      call.text = back_ ? SEEK_SET : SEEK_END;
+      goneBack_ = lastOfFile_ == Operation::_read || lastOfFile_ == Operation::_write;
+      call.argument = goneBack_ ? SEEK_SET : SEEK_END;
       break;
     case Operation::_locking:
-      call.text = back_ ? _LK_UNLCK : _LK_LOCK;
+      call.argument = goneBack_ ? _LK_UNLCK : _LK_LOCK;
       break;
     default:
       break;
   }
   if (operation >= Operation::_open && operation <= Operation::_mkdir) lastOfFile_ = operation;
+  const auto [index, added] = kindIndices_.emplace(kind, static_cast<std::uint16_t>(kinds_.size()));
+  if (added) kinds_.push_back(kind);
+  Require(kinds_.size() <= std::numeric_limits<std::uint16_t>::max(), "more kinds of calls than a recording can tell");
+  call.kind = index->second;
   calls_.push_back(call);
 }
 
@@ -71,27 +102,31 @@ bool Recording::Replay() const {
   const std::tm* local = nullptr;
   void* taskMemory = nullptr;
   HKEY opened = nullptr;
+  std::array<HKEY, kKeys> keys{};
+  keys[kLocalMachine] = HKEY_LOCAL_MACHINE;
   DWORD type = REG_NONE;
   LSTATUS closed = ERROR_SUCCESS;
   for (const Call& call : calls_) {
-    const auto key = reinterpret_cast<HKEY>(call.key);
-    const auto wide = [&] { return call.text == 0 ? nullptr : wideTexts_.byIndex[call.text]->c_str(); };
-    const auto text = [&] { return texts_.byIndex[call.text]->c_str(); };
-    const auto descriptor = static_cast<int>(call.number);
-    DWORD capacity = call.number2;
-    switch (call.operation) {
+    const Kind& kind = kinds_[call.kind];
+    HKEY& key = keys[call.key & ~kNewKey];
+    if (call.key & kNewKey) key = opened;
+    const auto wide = [&] { return call.argument == 0 ? nullptr : wideTexts_.byIndex[call.argument]->c_str(); };
+    const auto text = [&] { return texts_.byIndex[call.argument]->c_str(); };
+    const auto descriptor = static_cast<int>(kind.number);
+    DWORD capacity = kind.number2;
+    switch (kind.operation) {
       case Operation::RegOpenKeyExW:
-        platform::RegOpenKeyExW(key, wide(), call.number2, call.number, &opened);
+        platform::RegOpenKeyExW(key, wide(), kind.number2, kind.number, &opened);
         break;
       case Operation::RegEnumKeyExW:
-        platform::RegEnumKeyExW(key, call.number, name.data(), &capacity, nullptr, nullptr, nullptr, nullptr);
+        platform::RegEnumKeyExW(key, call.argument, name.data(), &capacity, nullptr, nullptr, nullptr, nullptr);
         break;
       case Operation::RegQueryValueExW:
         platform::RegQueryValueExW(key, wide(), nullptr, &type, buffer.data(), &capacity);
         break;
       case Operation::RegSetValueExW: {
-        const std::string& data = *texts_.byIndex[call.number];
-        platform::RegSetValueExW(key, wide(), 0, call.number2, reinterpret_cast<const BYTE*>(data.data()),
+        const std::string& data = *texts_.byIndex[kind.number];
+        platform::RegSetValueExW(key, wide(), 0, kind.number2, reinterpret_cast<const BYTE*>(data.data()),
                                  static_cast<DWORD>(data.size() - 2));
         break;
       }
@@ -114,22 +149,22 @@ bool Recording::Replay() const {
         platform::_filelength(descriptor);
         break;
       case Operation::_lseek:
-        platform::_lseek(descriptor, static_cast<LONG>(call.number2), static_cast<int>(call.text));
+        platform::_lseek(descriptor, static_cast<LONG>(kind.number2), static_cast<int>(call.argument));
         break;
       case Operation::_read:
-        platform::_read(descriptor, buffer.data(), call.number2);
+        platform::_read(descriptor, buffer.data(), kind.number2);
         break;
       case Operation::_write:
-        platform::_write(descriptor, text(), call.number2);
+        platform::_write(descriptor, text(), kind.number2);
         break;
       case Operation::_locking:
-        platform::_locking(descriptor, static_cast<int>(call.text), static_cast<LONG>(call.number2));
+        platform::_locking(descriptor, static_cast<int>(call.argument), static_cast<LONG>(kind.number2));
         break;
       case Operation::time:
         platform::time();
         break;
       case Operation::localtime: {
-        const std::int64_t now = call.number;
+        const std::int64_t now = kind.number;
         local = platform::localtime(&now);
         break;
       }
@@ -140,14 +175,13 @@ bool Recording::Replay() const {
         platform::OutputDebugStringA(text());
         break;
       case Operation::CoTaskMemAlloc:
-        taskMemory = platform::CoTaskMemAlloc(call.number);
+        taskMemory = platform::CoTaskMemAlloc(kind.number);
         break;
       case Operation::CoTaskMemFree:
         platform::CoTaskMemFree(taskMemory);
         break;
       default:
-        std::fprintf(stderr, "no replay for %s\n", simulated::OperationName(call.operation));
-        std::abort();
+        Require(false, simulated::OperationName(kind.operation));
     }
   }
   return closed == ERROR_SUCCESS;

@@ -1,7 +1,9 @@
 // The platform calls of a piece of code, to be made again without that code.
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -15,20 +17,26 @@ class Recording {
   void Reserve(std::size_t calls) { calls_.reserve(calls); }
   void Add(platform::simulated::Operation operation, const platform::simulated::Arguments& arguments);
 
-  // Makes the recorded calls, in order, on the current machine, with buffers of the recorded sizes. The machine must be
-  // as the recorded one was, so that its handles have the recorded values. False when a handle had another one.
+  // Makes the recorded calls, in order, on the current machine, with buffers of the recorded sizes. True when every key
+  // that the recorded code closed was open here too: then each of its calls had a key of its own here.
   bool Replay() const;
 
  private:
-  struct Call {
-    std::uint64_t key;
-    std::uint32_t text;  // index into wideTexts_ or texts_
+  // What many calls have in common. A pass makes tens of millions of calls, and what is read to make them again must
+  // cost next to nothing, so a call itself is small.
+  struct Kind {
+    platform::simulated::Operation operation;
     std::uint32_t number;
     std::uint32_t number2;
-    platform::simulated::Operation operation;
+    auto operator<=>(const Kind&) const = default;
+  };
+  struct Call {
+    std::uint16_t kind;      // index into kinds_
+    std::uint16_t key;       // index of the key, kNewKey added where it is the one that was opened last
+    std::uint32_t argument;  // index into wideTexts_ or texts_, or the index of an enumeration
   };
 
-  // Texts and data, each once. The pointers are those of the maps' keys; index 0 is null.
+  // Texts and data, each once. The pointers are those of the map's keys; index 0 is null.
   template <class Text>
   struct Texts {
     std::unordered_map<Text, std::uint32_t> indices;
@@ -37,11 +45,19 @@ class Recording {
     std::uint32_t Index(Text text);
   };
 
+  static constexpr std::uint16_t kNewKey = 0x8000;
+  static constexpr std::size_t kKeys = 64;  // open at the same time, with the root and null
+
+  std::uint16_t KeyIndex(platform::simulated::Operation operation, platform::HKEY key);
+
   std::vector<Call> calls_;
+  std::vector<Kind> kinds_;
+  std::map<Kind, std::uint16_t> kindIndices_;
   Texts<std::u16string> wideTexts_;
   Texts<std::string> texts_;
+  std::vector<platform::HKEY> keys_ = std::vector<platform::HKEY>(kKeys);              // by index; null: not open
   platform::simulated::Operation lastOfFile_ = platform::simulated::Operation::Count;  // the last file operation
-  bool back_ = false;  // the file pointer was set back: what follows is an unlock
+  bool goneBack_ = false;  // the file pointer was set back: what follows is an unlock
 };
 
 }  // namespace ztl_bench

@@ -62,8 +62,8 @@ class MultiStringView {
   const char16_t* end_;
 };
 
-// Appends entries to a caller's buffer of at least one character. One character is always kept for the final NUL, and the list is properly ended
-// after every step.
+// Appends entries to a caller's buffer of at least one character. One character is always kept for the final NUL, and
+// the list is properly ended after every step.
 //
 // An empty entry takes its character like any other: readers end at it, and what is appended behind it stays unseen.
 class MultiStringBuilder {
