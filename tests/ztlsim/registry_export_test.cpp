@@ -1,5 +1,9 @@
 #include "ztlsim/registry_export.h"
 
+#include "tests/support/machine_test.h"
+#include "tests/support/random_registry.h"
+#include "ztlsim/text_encoding.h"
+// After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -9,10 +13,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "tests/support/machine_test.h"
-#include "tests/support/random_registry.h"
-#include "ztlsim/text_encoding.h"
 
 #ifndef _WIN32
 #include <signal.h>
@@ -69,12 +69,12 @@ TEST(RegistryExport, ReadsKeysAndValues) {
 
 TEST(RegistryExport, ReadsManyNamesInAnyOrder) {
   Registry registry, expected;
-  registry.Link(u"HKEY_USERS\\link", u"HKEY_USERS\\gone");
+  registry.Link(u"HKEY_USERS\\link", u"HKEY_USERS\\gone\\target");
   std::string text = kHeader;
   std::set<std::string> left;
   for (int i = 0; i < 20000; ++i) {
     const std::string name = "k" + std::to_string(i * 7919 % 20000);
-    text += "[HKU\\link\\" + name + "]\n[HKU\\" + name + "\\s]\n";
+    text += "[HKU\\gone\\" + name + "]\n[HKU\\" + name + "\\s]\n";
     if (i % 3 != 0) {
       left.insert("HKEY_USERS\\" + name + "\\s");
     } else {
