@@ -36,13 +36,6 @@ void Require(bool condition, const char* what) {
 
 }  // namespace
 
-template <class Text>
-std::uint32_t Recording::Texts<Text>::Index(Text text) {
-  const auto [entry, added] = indices.emplace(std::move(text), static_cast<std::uint32_t>(byIndex.size()));
-  if (added) byIndex.push_back(&entry->first);
-  return entry->second;
-}
-
 // Each key that the code uses has an index as long as it is open.
 std::uint16_t Recording::KeyIndex(Operation operation, HKEY key) {
   if (key == nullptr || key == HKEY_LOCAL_MACHINE) return key == nullptr ? kNull : kLocalMachine;
@@ -58,14 +51,14 @@ std::uint16_t Recording::KeyIndex(Operation operation, HKEY key) {
 }
 
 void Recording::Add(Operation operation, const Arguments& arguments) {
-  Kind kind{operation, static_cast<std::uint32_t>(arguments.number), static_cast<std::uint32_t>(arguments.number2)};
+  Kind kind{operation, static_cast<std::uint32_t>(arguments.number), static_cast<std::uint32_t>(arguments.number2), 0};
   Call call{.kind = 0, .key = KeyIndex(operation, arguments.key), .argument = 0};
-  if (arguments.name) call.argument = wideTexts_.Index(arguments.name);
-  if (arguments.path) call.argument = texts_.Index(arguments.path);
+  if (arguments.name) call.argument = wideTexts_.Offset(arguments.name);
+  if (arguments.path) call.argument = texts_.Offset(arguments.path);
   if (arguments.data) {
     // Behind the data of a value stands what keeps the registry from completing it.
     const std::string data(static_cast<const char*>(arguments.data), arguments.dataBytes);
-    (operation == Operation::RegSetValueExW ? kind.number : call.argument) = texts_.Index(data + "\xFF\xFF");
+    (operation == Operation::RegSetValueExW ? kind.data : call.argument) = texts_.Offset(data + "\xFF\xFF");
   }
   switch (operation) {
     case Operation::RegEnumKeyExW:
@@ -110,8 +103,8 @@ bool Recording::Replay() const {
     const Kind& kind = kinds_[call.kind];
     HKEY& key = keys[call.key & ~kNewKey];
     if (call.key & kNewKey) key = opened;
-    const auto wide = [&] { return call.argument == 0 ? nullptr : wideTexts_.byIndex[call.argument]->c_str(); };
-    const auto text = [&] { return texts_.byIndex[call.argument]->c_str(); };
+    const auto wide = [&] { return wideTexts_.At(call.argument); };
+    const auto text = [&] { return texts_.At(call.argument); };
     const auto descriptor = static_cast<int>(kind.number);
     DWORD capacity = kind.number2;
     switch (kind.operation) {
@@ -124,12 +117,10 @@ bool Recording::Replay() const {
       case Operation::RegQueryValueExW:
         platform::RegQueryValueExW(key, wide(), nullptr, &type, buffer.data(), &capacity);
         break;
-      case Operation::RegSetValueExW: {
-        const std::string& data = *texts_.byIndex[kind.number];
-        platform::RegSetValueExW(key, wide(), 0, kind.number2, reinterpret_cast<const BYTE*>(data.data()),
-                                 static_cast<DWORD>(data.size() - 2));
+      case Operation::RegSetValueExW:
+        platform::RegSetValueExW(key, wide(), 0, kind.number2, reinterpret_cast<const BYTE*>(texts_.At(kind.data)),
+                                 kind.number);
         break;
-      }
       case Operation::RegDeleteValueW:
         platform::RegDeleteValueW(key, wide());
         break;

@@ -28,21 +28,29 @@ class Recording {
     platform::simulated::Operation operation;
     std::uint32_t number;
     std::uint32_t number2;
+    std::uint32_t data;  // of a value: offset in texts_
     auto operator<=>(const Kind&) const = default;
   };
   struct Call {
     std::uint16_t kind;      // index into kinds_
     std::uint16_t key;       // index of the key, kNewKey added where it is the one that was opened last
-    std::uint32_t argument;  // index into wideTexts_ or texts_, or the index of an enumeration
+    std::uint32_t argument;  // offset in wideTexts_ or texts_, or the index of an enumeration
   };
 
-  // Texts and data, each once. The pointers are those of the map's keys; index 0 is null.
-  template <class Text>
+  // Texts or data, each once, one behind the other; offset 0 is null.
+  template <class Char>
   struct Texts {
-    std::unordered_map<Text, std::uint32_t> indices;
-    std::vector<const Text*> byIndex{nullptr};
+    using Text = std::basic_string<Char>;
 
-    std::uint32_t Index(Text text);
+    std::uint32_t Offset(const Text& text) {
+      const auto [place, added] = offsets.emplace(text, static_cast<std::uint32_t>(all.size()));
+      if (added) (all += text) += Char{};
+      return place->second;
+    }
+    const Char* At(std::uint32_t offset) const { return offset == 0 ? nullptr : all.data() + offset; }
+
+    Text all = Text(1, Char{});
+    std::unordered_map<Text, std::uint32_t> offsets;
   };
 
   static constexpr std::uint16_t kNewKey = 0x8000;
@@ -53,8 +61,8 @@ class Recording {
   std::vector<Call> calls_;
   std::vector<Kind> kinds_;
   std::map<Kind, std::uint16_t> kindIndices_;
-  Texts<std::u16string> wideTexts_;
-  Texts<std::string> texts_;
+  Texts<char16_t> wideTexts_;
+  Texts<char> texts_;
   std::vector<platform::HKEY> keys_ = std::vector<platform::HKEY>(kKeys);              // by index; null: not open
   platform::simulated::Operation lastOfFile_ = platform::simulated::Operation::Count;  // the last file operation
   bool goneBack_ = false;  // the file pointer was set back: what follows is an unlock

@@ -198,6 +198,7 @@ bool ImposeOrder(HKEY classKey, const char16_t* instanceName, MultiStringView im
 
 LSTATUS SetOrder(HKEY classKey, const char16_t* rootDevice, DWORD rootBytes, const char16_t* upperBind,
                  DWORD upperBytes) {
+  const std::u16string_view first = rootDevice;
   SubkeyEnumeration<kSetOrderPathCapacity> instance(classKey, kLinkageSuffix);
   while (instance.Next()) {
     UniqueKey linkage;
@@ -207,7 +208,7 @@ LSTATUS SetOrder(HKEY classKey, const char16_t* rootDevice, DWORD rootBytes, con
     }
     RootDevice stored;
     if (stored.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS ||
-        !EqualNoCase(stored.text, rootDevice))
+        !EqualNoCase(stored.text, first))
       continue;
     LogMessage(g_ModuleLog, SEV_INFO, "-%S", instance.Path());
     if (const LSTATUS rc = SetExactValue(linkage.Get(), u"RootDevice", REG_MULTI_SZ, rootDevice, rootBytes);

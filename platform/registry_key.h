@@ -49,7 +49,7 @@ struct ValueBuffer {
   // Reads up to `limit` bytes of the value `name`. The registry's code when that fails, ERROR_GEN_FAILURE when the
   // value is of another type.
   LSTATUS Read(HKEY key, const char16_t* name, DWORD type, DWORD limit) {
-    std::fill_n(text, Capacity, u'\0');
+    if (std::exchange(used_, true)) std::fill_n(text, Capacity, u'\0');
     DWORD storedType = REG_NONE;
     bytes = limit;
     const LSTATUS rc =
@@ -59,6 +59,9 @@ struct ValueBuffer {
   }
 
   MultiStringView List() const { return MultiStringView(text); }
+
+ private:
+  bool used_ = false;  // an earlier read has left its data
 };
 
 // A string value of at most 63 characters.
@@ -66,10 +69,11 @@ struct StringValue : ValueBuffer<64> {
   // As above; ERROR_MORE_DATA for a text that has no terminator within the buffer.
   LSTATUS Read(HKEY key, const char16_t* name) {
     const LSTATUS rc = ValueBuffer::Read(key, name, REG_SZ, sizeof(text));
-    return rc == ERROR_SUCCESS && std::find(text, std::end(text), u'\0') == std::end(text) ? ERROR_MORE_DATA : rc;
+    if (rc != ERROR_SUCCESS || text[std::size(text) - 1] == u'\0') return rc;
+    return std::find(text, std::end(text), u'\0') == std::end(text) ? ERROR_MORE_DATA : ERROR_SUCCESS;
   }
   std::u16string_view View() const { return text; }
-  bool Equals(std::u16string_view other) const { return EqualNoCase(View(), other); }
+  bool Equals(std::u16string_view other) const { return EqualNoCase(text, other); }
 };
 
 // Writes exactly `bytes` bytes, at most 1,024, of a text type. Windows would store a NUL behind unterminated data with

@@ -20,6 +20,15 @@ constexpr bool EqualNoCase(std::u16string_view a, std::u16string_view b) {
   return true;
 }
 
+// The same for text that ends at its NUL; looks no further than the first difference.
+constexpr bool EqualNoCase(const char16_t* a, std::u16string_view b) {
+  for (const char16_t character : b) {
+    if (*a == u'\0' || FoldCase(*a) != FoldCase(character)) return false;
+    ++a;
+  }
+  return *a == u'\0';
+}
+
 // Writes `first` and `second`, one behind the other, and a NUL. False, with an empty buffer, when they don't fit: a
 // name is never cut into another name.
 template <std::size_t Capacity>
