@@ -1,6 +1,7 @@
 #include "platform/simulated/host.h"
 // The runtime's own header defines names that ours declare as constants, so it comes last.
 #include <direct.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <io.h>
 #include <sys/locking.h>
@@ -24,7 +25,12 @@ int Read(int file, void* buffer, UINT bytes) { return ::_read(file, buffer, byte
 
 int Write(int file, const void* buffer, UINT bytes) { return ::_write(file, buffer, bytes); }
 
-bool TryLock(int file, LONG bytes) { return ::_locking(file, _LK_NBLCK, bytes) == 0; }
+// Some runtimes leave errno as it was when another holder is there.
+bool TryLock(int file, LONG bytes) {
+  if (::_locking(file, _LK_NBLCK, bytes) == 0) return true;
+  errno = EACCES;
+  return false;
+}
 
 int Unlock(int file, LONG bytes) { return ::_locking(file, _LK_UNLCK, bytes); }
 
