@@ -11,11 +11,6 @@ using namespace platform;
 namespace {
 
 constexpr std::size_t kOrderCapacity = 260;
-constexpr DWORD kOrderLimit = 516;  // bytes; the rest of the buffer stays NULs, whatever is stored
-constexpr std::size_t kClassServicesCapacity = 260;
-
-constexpr char16_t kImOrderValue[] = u"IMOrder";
-constexpr char16_t kOthers[] = u"Others";
 
 using ConfiguredOrder = ValueBuffer<kOrderCapacity>;
 

@@ -12,10 +12,16 @@
 namespace ztl {
 
 inline constexpr char16_t kParametersKey[] = u"SYSTEM\\CurrentControlSet\\Services\\ZTL\\Parameters";
+inline constexpr char16_t kImOrderValue[] = u"IMOrder";
+inline constexpr char16_t kOthers[] = u"Others";  // the entry that stands for the drivers that no other one names
 
 // Characters, terminators included; each list keeps one for its final NUL.
 inline constexpr std::size_t kImListCapacity = 256;
 inline constexpr std::size_t kDevIdListCapacity = 512;
+inline constexpr std::size_t kClassServicesCapacity = 260;  // of the drivers of one class
+
+// Bytes of "IMOrder"; the rest of the buffer stays NULs, whatever is stored.
+inline constexpr platform::DWORD kOrderLimit = 516;
 
 // Fills both lists and logs them. `ownClass` is the filter class of the filter's own service, a one-entry multi-string.
 // Returns 0 in every case: a problem ends or shortens the lists and is logged.

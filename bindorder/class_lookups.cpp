@@ -15,7 +15,6 @@ namespace {
 
 // Sizes of the name buffers in characters. A longer subkey name ends the search it is met in, so they decide what a
 // lookup can see.
-constexpr std::size_t kComponentNameCapacity = 64;
 constexpr std::size_t kAdapterSvcNameCapacity = 20;
 constexpr std::size_t kInstanceNameCapacity = 64;
 constexpr std::size_t kOrdinalNameCapacity = 32;

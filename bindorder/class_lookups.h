@@ -25,6 +25,7 @@ inline constexpr char16_t kNetAdapterClassKey[] =
 inline constexpr std::u16string_view kNdiSuffix = u"\\NDI";
 inline constexpr std::u16string_view kLinkageSuffix = u"\\LINKAGE";
 
+inline constexpr std::size_t kComponentNameCapacity = 64;  // a component's subkey, with the NDI suffix
 inline constexpr std::size_t kClassListCapacity = 260;
 inline constexpr std::size_t kTransportListCapacity = 256;
 inline constexpr std::size_t kUpperBindCapacity = 256;

@@ -12,12 +12,9 @@ using namespace platform;
 namespace {
 
 constexpr char16_t kFilterService[] = u"ZTL";
-constexpr char16_t kRecordValue[] = u"IMOrder";
 
 constexpr std::size_t kOwnClassCapacity = 32;
 constexpr std::size_t kTopNameCapacity = 32;
-constexpr std::size_t kAdapterNameCapacity = 64;
-constexpr std::size_t kSetOrderPathCapacity = 20;
 constexpr std::size_t kLinkagePathCapacity = 64;
 constexpr std::size_t kServiceCapacity = 64;
 constexpr std::size_t kRecordCapacity = 260;

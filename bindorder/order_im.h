@@ -10,6 +10,11 @@
 namespace ztl {
 
 inline constexpr char16_t kAdaptersKey[] = u"SYSTEM\\CurrentControlSet\\Services\\ZTL\\Parameters\\Adapters";
+inline constexpr char16_t kRecordValue[] = u"IMOrder";
+
+// Sizes of name buffers in characters: a longer subkey name ends the search it is met in.
+inline constexpr std::size_t kAdapterNameCapacity = 64;   // the adapter keys
+inline constexpr std::size_t kSetOrderPathCapacity = 20;  // the instances, with the linkage suffix
 
 // Runs the pass. `*changed` becomes 1 when at least one stack was sorted and its new top stored, else 0. Returns a
 // system error code, 0 when the pass ran to its end.

@@ -12,6 +12,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const platform::simulated::CurrentMachine current(machine);
   ztlsim::ReadRegistryExport("input", {reinterpret_cast<const char*>(data), size}, machine.registry);
   ztlsim::RunScenario(ztlsim::Scenario::Upgrade);
-  if (machine.registry.OpenHandles() != 0 || machine.taskAllocations != 0 || machine.engineObjects != 0) std::abort();
+  if (machine.registry.OpenHandles() != 0 || machine.taskAllocations != 0 || machine.engine.objects != 0) std::abort();
   return 0;
 }

@@ -1,7 +1,8 @@
 // Bounded printf-style formatting, the same on every system.
 //
-// Understood: %s and %S (text), %u %d %x %X with an optional l (32-bit numbers), %%; flags 0 and -, width and
-// precision. In an 8-bit format %s takes 8-bit text and %S UTF-16 text; in a wide format it is the other way round.
+// Understood: %s and %S (text), %u %d %x %X with an optional l or h (numbers of up to 32 bits, signed as their argument
+// is), %%; flags 0 and -, width and precision. In an 8-bit format %s takes 8-bit text and %S UTF-16 text; in a wide
+// format it is the other way round.
 // 8-bit text is UTF-8: what is converted never loses a character, but for lone surrogates, which become U+FFFD.
 #pragma once
 
@@ -56,7 +57,7 @@ constexpr Conversion ReadConversion(const Char*& format) {
     ++format;
     conversion.precision = digits();
   }
-  if (*format == Char('l')) ++format;
+  if (*format == Char('l') || *format == Char('h')) ++format;
   for (const char* type = "sSudxX%"; *type != 0; ++type)
     if (*format == Char(*type)) conversion.type = *type;
   if (conversion.type != 0) ++format;

@@ -2,16 +2,21 @@
 //
 // A class derives from ComObjectRoot and its interfaces, answers InternalQueryInterface, and implements IUnknown by
 // that and by counting alone; the two templates below add what ends an instance's life. Instances live in task memory;
-// CreateComObject is the way to make one.
+// CreateComObject is the way to make one. An instance counts as a lock of the module once it is constructed, and no
+// more when its destruction begins.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 #include "platform/com.h"
 #include "platform/com_ptr.h"
 
 namespace ztl {
+
+// What keeps the module loaded: its live instances, and the locks that the server was told to hold.
+inline std::atomic<std::int32_t> g_moduleLocks{0};
 
 class ComObjectRoot {
  public:
@@ -31,6 +36,9 @@ class ComObjectRoot {
 template <class Base>
 class ComObject final : public Base {
  public:
+  ComObject() { ++g_moduleLocks; }
+  ~ComObject() { --g_moduleLocks; }
+
   platform::ULONG Release() override {
     const platform::ULONG left = --this->m_references;
     if (left == 0) {
@@ -49,6 +57,9 @@ class ComObject final : public Base {
 template <class Base>
 class ComAggregate final : public ComObjectRoot, public platform::IUnknown {
  public:
+  ComAggregate() { ++g_moduleLocks; }
+  ~ComAggregate() { --g_moduleLocks; }
+
   platform::HRESULT QueryInterface(platform::REFIID riid, void** object) override {
     if (object == nullptr) return platform::E_POINTER;
     if (riid != platform::IID_IUnknown) return m_contained.InternalQueryInterface(riid, object);

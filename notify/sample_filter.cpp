@@ -2,7 +2,11 @@
 
 #include <string_view>
 
+#include "bindorder/check_bind_loop.h"
+#include "bindorder/excluded_macs.h"
 #include "bindorder/order_im.h"
+#include "install/driver_channel.h"
+#include "install/registry_tree.h"
 #include "log/log_facility.h"
 #include "platform/com.h"
 #include "platform/registry_key.h"
@@ -12,6 +16,9 @@ namespace ztl {
 using namespace platform;
 
 namespace {
+
+// A release runs the excluded-adapter pass. One that is nested in that pass leaves the binding-loop pass out.
+std::uint8_t g_fInExcludedMacsPass = 0;
 
 constexpr std::size_t kAdapterGuidCapacity = 47;
 constexpr std::size_t kLowerNameCapacity = 64;
@@ -27,9 +34,13 @@ HRESULT HrCreateSampleFilter(IUnknown* pUnkOuter, REFIID riid, void** ppvObject)
   return CreateComObject<CSampleFilter>(pUnkOuter, riid, ppvObject);
 }
 
-CSampleFilter::CSampleFilter() { TraceLine(u"--> ::CSampleFilter\n"); }
+CSampleFilter::CSampleFilter() {
+  TraceLine(u"--> ::CSampleFilter\n");
+  EnumCount();  // for its trace
+}
 
 // The engine's objects are given back first: the passes work on the machine with no part in the engine's transaction.
+// The last two change bindings in sessions of their own, and each such session ends in the release of another instance.
 CSampleFilter::~CSampleFilter() {
   TraceLine(u"--> ::~CSampleFilter ApplyAction=%u OrderIM=%u\n", m_ApplyAction, m_fOrderIMDone);
   m_pComponent.Reset();
@@ -39,6 +50,12 @@ CSampleFilter::~CSampleFilter() {
   if (install && m_fOrderIMDone == 0) {
     std::uint8_t changed;
     OrderIM(&changed);
+  }
+  if (m_ApplyAction != eActRemove && g_fInExcludedMacsPass == 0) CheckBindLoop();
+  if (install) {
+    g_fInExcludedMacsPass = 1;
+    UnBindZTLFromExcludedMacs();
+    g_fInExcludedMacsPass = 0;
   }
 }
 
@@ -90,7 +107,7 @@ HRESULT CSampleFilter::Removing() {
 // The answer file is not read; the text reaches the registry only when a property page is applied.
 HRESULT CSampleFilter::ReadAnswerFile(const char16_t*, const char16_t*) {
   TraceLine(u"--> ::ReadAnswerFile\n");
-  Join(m_szParam1, u"ParamFromAnswerFile", {});
+  Join(m_szParam1, u"ParamFromAnswerFile");
   return S_OK;
 }
 
@@ -106,6 +123,7 @@ HRESULT CSampleFilter::ApplyRegistryChanges() {
   switch (m_ApplyAction) {
     case eActInstall:
       TraceLine(u"--> ::ApplyRegistryChanges eActInstall\n");
+      RestoreZtlParams();
       break;
     case eActRemove:
       TraceLine(u"--> ::ApplyRegistryChanges eActRemove\n");

@@ -19,6 +19,26 @@ class IUnknown {
 };
 inline constexpr IID IID_IUnknown{0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
+class IClassFactory : public IUnknown {
+ public:
+  virtual HRESULT CreateInstance(IUnknown* outer, REFIID riid, void** object) = 0;
+  virtual HRESULT LockServer(BOOL lock) = 0;
+};
+inline constexpr IID IID_IClassFactory{0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
+constexpr DWORD COINIT_APARTMENTTHREADED = 2;
+constexpr DWORD COINIT_DISABLE_OLE1DDE = 4;
+constexpr DWORD CLSCTX_INPROC_SERVER = 1;
+
+// Initializes COM on this thread; S_FALSE when it was already. Both are balanced by one CoUninitialize.
+HRESULT CoInitializeEx(void* reserved, DWORD flags);
+void CoUninitialize();
+
+// Makes an object of the class; the caller releases it. `outer` is null for an object of its own.
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID riid, void** object);
+
+void CoFreeUnusedLibraries();
+
 void* CoTaskMemAlloc(std::size_t bytes);  // null on failure
 void CoTaskMemFree(void* memory);         // null is allowed
 

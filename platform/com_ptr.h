@@ -36,6 +36,7 @@ class ComPtr {
     Reset();
     return &pointer_;
   }
+  Interface* Detach() { return std::exchange(pointer_, nullptr); }  // the caller takes the reference over
   void Reset() {
     if (Interface* const pointer = std::exchange(pointer_, nullptr)) pointer->Release();
   }

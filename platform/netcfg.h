@@ -12,7 +12,6 @@ class IEnumNetCfgBindingInterface;
 class INetCfg;
 class INetCfgBindingPath;
 class INetCfgComponent;
-struct OBO_TOKEN;
 
 // The engine's identifiers differ in their first group only, but for the few that are written out below.
 constexpr IID NetCfgIid(std::uint32_t first) {
@@ -60,6 +59,18 @@ constexpr DWORD NCN_BINDING_PATH = 0x00000100;
 constexpr DWORD NCN_NET = 0x00010000;
 constexpr DWORD NCN_NETTRANS = 0x00020000;
 constexpr DWORD NCN_NETSERVICE = 0x00080000;
+
+// Installing a component (netcfgx.h).
+enum OBO_TOKEN_TYPE : std::int32_t { OBO_USER = 1, OBO_COMPONENT = 2, OBO_SOFTWARE = 3 };
+struct OBO_TOKEN {  // on whose behalf
+  OBO_TOKEN_TYPE Type;
+  INetCfgComponent* pncc;
+  const char16_t* pszwManufacturer;
+  const char16_t* pszwProduct;
+  const char16_t* pszwDisplayName;
+  BOOL fRegistered;
+};
+constexpr DWORD NSF_POSTSYSINSTALL = 2;
 
 constexpr DWORD EBP_ABOVE = 1;
 constexpr DWORD EBP_BELOW = 2;

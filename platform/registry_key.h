@@ -76,11 +76,11 @@ struct StringValue : ValueBuffer<64> {
   bool Equals(std::u16string_view other) const { return EqualNoCase(text, other); }
 };
 
-// Writes exactly `bytes` bytes, at most 1,024, of a text type. Windows would store a NUL behind unterminated data with
-// it, so something else stands there.
-inline LSTATUS SetExactValue(HKEY key, const char16_t* name, DWORD type, const char16_t* data, DWORD bytes) {
+// Writes exactly `bytes` bytes, at most 1,024. Windows would store a NUL behind unterminated text with it, so something
+// else stands there.
+inline LSTATUS SetExactValue(HKEY key, const char16_t* name, DWORD type, const void* data, DWORD bytes) {
   BYTE copy[1024 + sizeof(char16_t)];
-  std::fill_n(std::copy_n(reinterpret_cast<const BYTE*>(data), bytes, copy), sizeof(char16_t), BYTE{0xFF});
+  std::fill_n(std::copy_n(static_cast<const BYTE*>(data), bytes, copy), sizeof(char16_t), BYTE{0xFF});
   return platform::RegSetValueExW(key, name, 0, type, copy, bytes);
 }
 

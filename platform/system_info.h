@@ -22,6 +22,11 @@ struct OSVERSIONINFOEXW {
   BYTE wProductType;
   BYTE wReserved;
 };
+constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
+
+// Zero on failure, with the reason in GetLastError.
 BOOL GetVersionExW(OSVERSIONINFOEXW* version);
+
+DWORD GetLastError();  // of this thread, in winerror.h
 
 }  // namespace platform

@@ -29,13 +29,18 @@ constexpr bool EqualNoCase(const char16_t* a, std::u16string_view b) {
   return *a == u'\0';
 }
 
-// Writes `first` and `second`, one behind the other, and a NUL. False, with an empty buffer, when they don't fit: a
-// name is never cut into another name.
-template <std::size_t Capacity>
-bool Join(char16_t (&buffer)[Capacity], std::u16string_view first, std::u16string_view second) {
+// Writes the parts, one behind the other, and a NUL. False, with an empty buffer, when they don't fit: a name is never
+// cut into another name.
+template <std::size_t Capacity, class... Parts>
+bool Join(char16_t (&buffer)[Capacity], const Parts&... parts) {
   buffer[0] = u'\0';
-  if (first.size() + second.size() >= Capacity) return false;
-  *std::copy(second.begin(), second.end(), std::copy(first.begin(), first.end(), buffer)) = u'\0';
+  const std::u16string_view views[] = {std::u16string_view(parts)...};
+  std::size_t length = 0;
+  for (const std::u16string_view part : views) length += part.size();
+  if (length >= Capacity) return false;
+  char16_t* end = buffer;
+  for (const std::u16string_view part : views) end = std::copy(part.begin(), part.end(), end);
+  *end = u'\0';
   return true;
 }
 

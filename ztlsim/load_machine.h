@@ -1,6 +1,7 @@
 // Making a simulated machine from registry exports.
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -17,6 +18,9 @@ std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, pl
 
 // "MAJOR.MINOR" or "MAJOR.MINOR.SP"; nothing for any other text.
 std::optional<platform::simulated::WindowsVersion> ParseWindowsVersion(const std::string& text);
+
+// "A.B.C.D", each part of 32 bits; nothing for any other text.
+std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text);
 
 // The directory that stands for drive C: a kept one, or a temporary one that goes with the object.
 class DriveDirectory {

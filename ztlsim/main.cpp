@@ -9,22 +9,25 @@
 
 #include "platform/simulated/host.h"
 #include "platform/simulated/machine.h"
+#include "ztlsim/check.h"
 #include "ztlsim/load_machine.h"
 #include "ztlsim/registry_export.h"
 #include "ztlsim/report.h"
 #include "ztlsim/scenario.h"
+#include "ztlsim/text_encoding.h"
 
 namespace {
 
 using namespace ztlsim;
 namespace host = platform::simulated::host;
 
-enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2 };
+enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2, kFindings = 3 };
 
-const std::map<std::string, Scenario> kScenarios = {{"install", Scenario::Install},
-                                                    {"upgrade", Scenario::Upgrade},
-                                                    {"remove", Scenario::Remove},
-                                                    {"notify", Scenario::Notify}};
+const std::map<std::string, Scenario> kScenarios = {
+    {"install", Scenario::Install},       {"upgrade", Scenario::Upgrade},
+    {"remove", Scenario::Remove},         {"notify", Scenario::Notify},
+    {"reinstall", Scenario::Reinstall},   {"register", Scenario::Register},
+    {"unregister", Scenario::Unregister}, {"load", Scenario::Load}};
 
 struct Options {
   std::string scenario;
@@ -33,6 +36,9 @@ struct Options {
   std::string root;
   std::string out;
   std::string changes;
+  std::string lockHeld;
+  std::string secondLock = "grant";
+  std::string driverVersion;
   bool json = false;
 };
 
@@ -86,8 +92,12 @@ int Main(int argc, char** argv) {
   };
   CLI::App* const show = app.add_subcommand("show", "The machine's stacks, its configured order, what it resolves to");
   addMachine(show);
+  CLI::App* const check =
+      app.add_subcommand("check", "What is wrong with the machine, and what will happen because of it");
+  addMachine(check);
   CLI::App* const run = app.add_subcommand("run", "Run a scenario and show what it changes");
-  run->add_option("SCENARIO", options.scenario, "install, upgrade, remove or notify")
+  run->add_option("SCENARIO", options.scenario,
+                  "install, upgrade, remove, notify, reinstall, register, unregister or load")
       ->required()
       ->check(CLI::IsMember(kScenarios));
   addMachine(run);
@@ -95,6 +105,14 @@ int Main(int argc, char** argv) {
   run->add_option("--root", options.root, "Directory that stands for drive C: and is kept")->type_name("DIR");
   run->add_option("--out", options.out, "Write the registry afterwards, as an export")->type_name("FILE");
   run->add_option("--changes", options.changes, "Write what changed, as an export")->type_name("FILE");
+  run->add_option("--driver-version", options.driverVersion, "The filter driver runs, in this version")
+      ->type_name("A.B.C.D");
+  run->add_option("--lock-held", options.lockHeld,
+                  "Another client holds the engine's write lock, with this description")
+      ->type_name("TEXT");
+  run->add_option("--second-lock", options.secondLock, "Whether a second session of the process gets the write lock")
+      ->check(CLI::IsMember({"grant", "refuse"}))
+      ->capture_default_str();
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -112,11 +130,24 @@ int Main(int argc, char** argv) {
   const auto version = ParseWindowsVersion(options.os);
   if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);
   machine.version = *version;
+  if (!options.driverVersion.empty()) {
+    machine.driver.version = ParseDriverVersion(options.driverVersion);
+    if (!machine.driver.version)
+      return Complain("--driver-version " + options.driverVersion + ": expected A.B.C.D", kBadInput);
+  }
+  machine.engine.otherClient = Utf8ToUtf16(options.lockHeld);
+  machine.engine.grantSecondLock = options.secondLock == "grant";
   if (const auto error = LoadRegistry(options.machineFiles, machine.registry))
     return Complain(error->Text(), kBadInput);
   if (show->parsed()) {
     const MachineState state = ReadMachineState();
-    return Print(options.json ? FormatStateAsJson(state) : FormatState(state));
+    const BindingState bindings = ReadBindings();
+    return Print(options.json ? FormatStateAsJson(state, bindings) : FormatState(state, bindings));
+  }
+  if (check->parsed()) {
+    const std::vector<Finding> findings = CheckMachine(machine.registry);
+    const int printed = Print(options.json ? FormatFindingsAsJson(findings) : FormatFindings(findings));
+    return printed != kSuccess ? printed : findings.empty() ? kSuccess : kFindings;
   }
   return Run(options, machine);
 }

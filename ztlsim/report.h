@@ -10,9 +10,9 @@ namespace ztlsim {
 
 // All texts are UTF-8 and end with a line feed.
 std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& result);
-std::string FormatStateAsJson(const MachineState& state);
+std::string FormatStateAsJson(const MachineState& state, const BindingState& bindings);
 
 std::string FormatRun(const std::string& scenario, const ScenarioResult& result, bool colour);
-std::string FormatState(const MachineState& state);
+std::string FormatState(const MachineState& state, const BindingState& bindings);
 
 }  // namespace ztlsim

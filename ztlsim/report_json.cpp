@@ -89,38 +89,85 @@ Json Stacks(const MachineState& before, const MachineState* after) {
   return stacks;
 }
 
+Json Paths(const BindingState& bindings) {
+  Json list = Json::array();
+  for (const BindingPath& path : bindings.paths)
+    list.push_back({{"token", Utf16ToUtf8(path.token)}, {"enabled", path.enabled}});
+  return list;
+}
+
+Json Loops(const BindingState& bindings) {
+  Json list = Json::array();
+  for (const BindLoopInstance& loop : bindings.loops) list.push_back(Utf16ToUtf8(loop.instance));
+  return list;
+}
+
+Json Excluded(const BindingState& bindings) {
+  Json list = Json::array();
+  for (const ExcludedEntry& excluded : bindings.excluded)
+    list.push_back({{"entry", Utf16ToUtf8(excluded.entry)}, {"adapters", List(excluded.adapters)}});
+  return list;
+}
+
+std::string Hexadecimal(std::uint32_t number) {
+  char text[16];
+  ztl::Format(text, "0x%08X", number);
+  return text;
+}
+
+std::string CodeText(std::uint32_t code) {  // as control codes are written
+  char text[16];
+  ztl::Format(text, "0x%x", code);
+  return text;
+}
+
+Json DeviceRequests(const std::vector<simulated::DeviceRequest>& requests) {
+  Json list = Json::array();
+  for (const simulated::DeviceRequest& request : requests)
+    list.push_back({{"code", CodeText(request.code)},
+                    {"path", Utf16ToUtf8(request.path)},
+                    {"length", request.bytes},
+                    {"result", request.result}});
+  return list;
+}
+
 std::string Print(const Json& object) { return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
 }  // namespace
 
 std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& result) {
   Json results = Json::object();
-  for (const auto& [method, hr] : result.results) {
-    char text[16];
-    ztl::Format(text, "0x%08X", hr);
-    results[method] = text;
-  }
+  for (const auto& [method, hr] : result.results) results[method] = Hexadecimal(static_cast<std::uint32_t>(hr));
   Json object = {{"scenario", scenario},
                  {"result", results},
                  {"reboot_required", result.RebootRequired()},
                  {"stacks", Stacks(result.before, &result.after)}};
   object.update(Order(result.before));
+  object["paths"] = {{"before", Paths(result.bindingsBefore)}, {"after", Paths(result.bindingsAfter)}};
+  object["loops"] = {{"before", Loops(result.bindingsBefore)}, {"after", Loops(result.bindingsAfter)}};
+  object["excluded"] = Excluded(result.bindingsBefore);
   object["changes"] = Changes(result.changes);
   object["pnp_reconfig"] = nullptr;
   if (!result.pnpReconfigs.empty()) {
-    const simulated::PnpReconfig& request = result.pnpReconfigs.back();
+    const simulated::PnpReconfig& request = result.pnpReconfigs.front();
     object["pnp_reconfig"] = {{"layer", static_cast<int>(request.layer)},
                               {"upper", Utf16ToUtf8(request.upper)},
                               {"lower", Utf16ToUtf8(request.lower)},
                               {"data", Utf16ToUtf8(TextOf({u"", REG_SZ, request.data}))}};
   }
+  object["device_requests"] = DeviceRequests(result.deviceRequests);
+  object["elapsed_ms"] = result.elapsedMilliseconds;
+  object["standard_output"] = Utf16ToUtf8(result.standardOutput);
   object["log"] = result.log;
   return Print(object);
 }
 
-std::string FormatStateAsJson(const MachineState& state) {
+std::string FormatStateAsJson(const MachineState& state, const BindingState& bindings) {
   Json object = Order(state);
   object["stacks"] = Stacks(state, nullptr);
+  object["paths"] = Paths(bindings);
+  object["loops"] = Loops(bindings);
+  object["excluded"] = Excluded(bindings);
   return Print(object);
 }
 

@@ -15,21 +15,6 @@ constexpr std::string_view kMoved = " *";
 constexpr std::string_view kYellow = "\x1b[33m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
-// Text as it may go to a terminal: control characters are shown by their numbers.
-std::string Printable(std::string_view text) {
-  std::string printable;
-  for (const char c : text)
-    if (const auto byte = static_cast<unsigned char>(c); byte < 0x20 || byte == 0x7F) {
-      char shown[8];
-      ztl::Format(shown, "\\x%02x", byte);
-      printable += shown;
-    } else {
-      printable += c;
-    }
-  return printable;
-}
-std::string Printable(std::u16string_view text) { return Printable(Utf16ToUtf8(text)); }
-
 std::string Join(const std::vector<std::u16string>& texts, std::string_view separator) {
   std::string joined;
   for (const std::u16string& text : texts) {
@@ -161,9 +146,48 @@ std::string Changes(const std::vector<RegistryChange>& changes) {
   return text;
 }
 
+// Paths that the filter stands on come first.
+std::string Paths(const BindingState& bindings) {
+  std::string text = bindings.paths.empty() ? "" : "\nBinding paths of the filter:\n";
+  for (const bool enabled : {true, false})
+    for (const BindingPath& path : bindings.paths)
+      if (path.enabled == enabled)
+        text +=
+            (enabled ? "  enabled   " : "  disabled  ") + Printable(path.token) + "  " + Printable(path.adapter) + "\n";
+  return text;
+}
+
+std::string ChangedPaths(const BindingState& before, const BindingState& after) {
+  std::string text;
+  for (const BindingPath& path : after.paths)
+    for (const BindingPath& was : before.paths)
+      if (was.token == path.token && was.enabled != path.enabled)
+        text += std::string(path.enabled ? "  enabled   " : "  disabled  ") + Printable(path.token) + "  " +
+                Printable(path.adapter) + "\n";
+  return text.empty() ? "" : "\nBinding paths changed:\n" + text;
+}
+
+std::string Excluded(const BindingState& bindings) {
+  std::string text = bindings.excluded.empty() ? "" : "\nExcluded adapters (Windows before 6.0):\n";
+  for (const ExcludedEntry& excluded : bindings.excluded) {
+    text += "  " + Printable(excluded.entry) + ": ";
+    text += excluded.adapters.empty() ? "matches nothing" : Join(excluded.adapters, ", ");
+    text += "\n";
+  }
+  return text;
+}
+
+std::string Loops(const BindingState& bindings, std::string_view heading) {
+  std::string text = bindings.loops.empty() ? "" : "\n" + std::string(heading) + "\n";
+  for (const BindLoopInstance& loop : bindings.loops)
+    text += "  " + Printable(loop.instance) + " " + Printable(loop.description) + ": its own driver, " +
+            Printable(loop.service) + ", is bound directly above it\n";
+  return text;
+}
+
 }  // namespace
 
-std::string FormatState(const MachineState& state) {
+std::string FormatState(const MachineState& state, const BindingState& bindings) {
   std::string text = Order(state);
   for (const AdapterStack& stack : state.stacks) {
     if (stack.entries.size() == 1) {
@@ -175,7 +199,7 @@ std::string FormatState(const MachineState& state) {
       for (const std::string& line : Tree(stack)) text += "  " + line + "\n";
   }
   if (state.stacks.empty()) text += "No adapter instance is bound to a transport.\n";
-  return text;
+  return text + Paths(bindings) + Excluded(bindings) + Loops(bindings, "Binding loops:");
 }
 
 std::string FormatRun(const std::string& scenario, const ScenarioResult& result, bool colour) {
@@ -195,7 +219,8 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
       ++moved;
       continue;
     }
-    bool changed = before.entries.size() != after->entries.size();
+    bool changed = before.entries.size() != after->entries.size() ||
+                   before.entries.front().upperBind != after->entries.front().upperBind;
     for (std::size_t i = 0; !changed && i < after->entries.size(); ++i) changed = Moved(before, *after, i);
     if (changed) {
       ++moved;
@@ -204,20 +229,32 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
       for (const std::string& line : Tree(before)) text += "  " + line + "\n";
     }
   }
+  std::size_t added = 0;
   for (const AdapterStack& after : result.after.stacks)
     if (!after.entries.empty() && FindStack(result.before.stacks, after) == nullptr) {
+      ++added;
       text += Heading(after) + "  (only afterwards)\n";
       for (const std::string& line : Tree(after)) text += "  " + line + "\n";
     }
   text += "\n" + scenario + ": ";
   for (const auto& [method, hr] : result.results) text += method + " " + Hexadecimal(hr) + ", ";
-  text += std::to_string(moved) + " of " + std::to_string(result.before.stacks.size()) + " stacks reordered" +
-          (moved > 0 ? " (moved entries: *)" : "") + (result.RebootRequired() ? ", a restart is required\n" : "\n");
+  text += std::to_string(moved) + " of " + std::to_string(result.before.stacks.size()) + " stacks changed" +
+          (added > 0 ? ", " + std::to_string(added) + " new" : "") + (moved > 0 ? " (moved entries: *)" : "") +
+          (result.RebootRequired() ? ", a restart is required\n" : "\n");
 
   for (const auto& request : result.pnpReconfigs)
     text += "Reconfiguration sent: layer " + std::to_string(request.layer) + ", upper " + Printable(request.upper) +
             ", lower " + Printable(request.lower) + ", data \"" +
             Printable(TextOf({u"", platform::REG_SZ, request.data})) + "\"\n";
+  for (const auto& request : result.deviceRequests)
+    text += "Request to the driver: " + Hexadecimal(static_cast<platform::HRESULT>(request.code)) + " " +
+            Printable(request.path) + " (" + std::to_string(request.bytes) + " bytes), result " +
+            std::to_string(request.result) + "\n";
+  if (result.elapsedMilliseconds > 0)
+    text += "Waited " + std::to_string(result.elapsedMilliseconds) + " ms for the write lock\n";
+  if (!result.standardOutput.empty()) text += "Standard output: " + Printable(result.standardOutput) + "\n";
+  text += Loops(result.bindingsBefore, "Binding loops before:") + Loops(result.bindingsAfter, "Binding loops after:");
+  text += ChangedPaths(result.bindingsBefore, result.bindingsAfter);
   text += Changes(result.changes);
   text += "\nLog:\n";
   for (const std::string& message : result.log) text += "  " + Printable(message) + "\n";

@@ -4,7 +4,9 @@
 #include <memory>
 #include <string_view>
 
+#include "install/reinstall_ztl.h"
 #include "log/log_facility.h"
+#include "notify/module.h"
 #include "notify/module_log.h"
 #include "notify/sample_filter.h"
 #include "platform/com_ptr.h"
@@ -47,7 +49,7 @@ std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput
 
 // The calls of a transaction, from the notify object's creation to its release.
 void CallNotifyObject(Scenario scenario, ScenarioResult& result) {
-  const auto netCfg = ComPtr<INetCfg>::Attach(simulated::CreateNetCfg());
+  const auto netCfg = ComPtr<INetCfg>::Attach(simulated::CreateTransaction());
   const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulated::CreatePnpReconfigCallback());
   ComPtr<INetCfgComponent> component;
   netCfg->FindComponent(u"qro_ztl", component.Receive());
@@ -71,6 +73,41 @@ void CallNotifyObject(Scenario scenario, ScenarioResult& result) {
   if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
 }
 
+// A process that loads the module, uses it and unloads it.
+void CallModule(Scenario scenario, ScenarioResult& result) {
+  auto call = [&result](const char* function, HRESULT hr) {
+    result.results.emplace_back(function, hr);
+    return hr;
+  };
+  ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+  if (scenario == Scenario::Register) call("DllRegisterServer", ztl::DllRegisterServer());
+  if (scenario == Scenario::Unregister) call("DllUnregisterServer", ztl::DllUnregisterServer());
+  if (scenario == Scenario::Load) {
+    IClassFactory* factory = nullptr;
+    ComPtr<IUnknown> instance;
+    if (!Failed(call("DllGetClassObject", ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
+                                                                 reinterpret_cast<void**>(&factory))))) {
+      call("CreateInstance",
+           factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(instance.Receive())));
+      instance.Reset();
+      factory->Release();
+    }
+    call("DllCanUnloadNow", ztl::DllCanUnloadNow());
+  }
+  ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+}
+
+void Call(Scenario scenario, ScenarioResult& result) {
+  if (scenario == Scenario::Register || scenario == Scenario::Unregister || scenario == Scenario::Load)
+    return CallModule(scenario, result);
+  ztl::OpenModuleLog();
+  if (scenario == Scenario::Reinstall)
+    result.results.emplace_back("ReInstallZtl", static_cast<HRESULT>(ztl::ReInstallZtl(nullptr, nullptr, nullptr, 0)));
+  else
+    CallNotifyObject(scenario, result);
+  ztl::CloseModuleLog();
+}
+
 }  // namespace
 
 bool ScenarioResult::RebootRequired() const {
@@ -85,17 +122,22 @@ ScenarioResult RunScenario(Scenario scenario) {
   simulated::Machine& machine = simulated::Current();
   ScenarioResult result;
   result.before = ReadMachineState();
+  result.bindingsBefore = ReadBindings();
   const std::unique_ptr<simulated::Registry> registryBefore = machine.registry.Copy();
   {
     const LogCapture capture(machine, result.log);
-    ztl::OpenModuleLog();
-    CallNotifyObject(scenario, result);
-    ztl::CloseModuleLog();
+    machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
+    Call(scenario, result);
+    machine.comClasses.pop_back();
   }
   result.logTroubles = LogTroubles(machine.debugOutput);
   result.after = ReadMachineState(&result.before);
+  result.bindingsAfter = ReadBindings();
+  result.standardOutput = machine.standardOutput;
+  result.elapsedMilliseconds = machine.WaitedMilliseconds();
   result.changes = CompareRegistries(*registryBefore, machine.registry);
-  result.pnpReconfigs = machine.pnpReconfigs;
+  result.pnpReconfigs = machine.engine.pnpReconfigs;
+  result.deviceRequests = machine.driver.requests;
   return result;
 }
 

@@ -1,4 +1,5 @@
-// A scenario: the calls that the configuration engine makes to the notify object in one transaction.
+// A scenario: the calls that the configuration engine makes to the notify object in one transaction, or a process's
+// calls of the module's exports.
 #pragma once
 
 #include <optional>
@@ -7,25 +8,31 @@
 #include <vector>
 
 #include "platform/simulated/machine.h"
+#include "ztlsim/bindings.h"
 #include "ztlsim/registry_changes.h"
 #include "ztlsim/stacks.h"
 
 namespace ztlsim {
 
-enum class Scenario { Install, Upgrade, Remove, Notify };
+enum class Scenario { Install, Upgrade, Remove, Notify, Reinstall, Register, Unregister, Load };
 
 struct ScenarioResult {
-  // The methods whose result matters to the engine, in the order of the calls.
+  // The methods whose result matters to the caller, in the order of the calls.
   std::vector<std::pair<std::string, platform::HRESULT>> results;
   MachineState before;
   MachineState after;
+  BindingState bindingsBefore;
+  BindingState bindingsAfter;
   std::vector<RegistryChange> changes;
   std::vector<platform::simulated::PnpReconfig> pnpReconfigs;
+  std::vector<platform::simulated::DeviceRequest> deviceRequests;
   std::vector<std::string> log;          // the message of every line written to the log, without its head
   std::vector<std::string> logTroubles;  // what kept lines from the log
+  std::u16string standardOutput;         // what the module wrote to its process's
+  std::int64_t elapsedMilliseconds = 0;  // on the simulated clock, which only the engine's waiting moves
 
   bool RebootRequired() const;
-  bool Failed() const;  // a method of the notify object failed
+  bool Failed() const;  // a method of the notify object, or the entry, failed
 };
 
 // Runs the scenario on the current machine.

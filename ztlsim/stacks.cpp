@@ -156,11 +156,14 @@ const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const Adap
                                [](const auto& x, const auto& y) { return EqualNoCase(x.guid, y.guid); });
   };
   const AdapterStack* sameTop = nullptr;
+  const AdapterStack* sameAdapter = nullptr;  // entries have left or joined it
   for (const AdapterStack& candidate : after) {
-    if (EqualNoCase(candidate.Adapter(), stack.Adapter()) && sameEntries(candidate, stack)) return &candidate;
+    const bool same = !stack.entries.empty() && EqualNoCase(candidate.Adapter(), stack.Adapter());
+    if (same && sameEntries(candidate, stack)) return &candidate;
+    if (same && sameAdapter == nullptr) sameAdapter = &candidate;
     if (candidate.top == stack.top) sameTop = &candidate;
   }
-  return sameTop;
+  return sameTop != nullptr ? sameTop : sameAdapter;
 }
 
 }  // namespace ztlsim

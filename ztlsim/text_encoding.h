@@ -15,4 +15,8 @@ std::u16string Windows1252ToUtf16(std::string_view text);
 
 bool IsUtf8(std::string_view text);  // whether it holds no invalid sequence
 
+// Text as it may go to a terminal, in UTF-8: control characters are shown by their numbers.
+std::string Printable(std::string_view text);
+std::string Printable(std::u16string_view text);
+
 }  // namespace ztlsim

@@ -9,6 +9,43 @@ namespace platform {
 
 using simulated::Operation;
 
+HRESULT CoInitializeEx(void*, DWORD flags) {
+  simulated::Machine& machine = simulated::Current();
+  const auto code = machine.Enter(Operation::CoInitializeEx, {.number = flags});
+  if (code && Failed(*code)) return *code;
+  const std::lock_guard lock(machine.mutex);
+  const bool isFirst = machine.comInitializations[std::this_thread::get_id()]++ == 0;
+  return code ? *code : isFirst ? S_OK : S_FALSE;
+}
+
+void CoUninitialize() {
+  simulated::Machine& machine = simulated::Current();
+  machine.Enter(Operation::CoUninitialize);
+  const std::lock_guard lock(machine.mutex);
+  const auto thread = machine.comInitializations.try_emplace(std::this_thread::get_id()).first;
+  if (--thread->second == 0) machine.comInitializations.erase(thread);
+}
+
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID riid, void** object) {
+  simulated::Machine& machine = simulated::Current();
+  *object = nullptr;
+  const auto code =
+      machine.Enter(Operation::CoCreateInstance, {.number = context, .data = &clsid, .dataBytes = sizeof(clsid)});
+  if (code && Failed(*code)) return *code;
+  {
+    const std::lock_guard lock(machine.mutex);
+    if (machine.comInitializations.empty()) return CO_E_NOTINITIALIZED;
+  }
+  for (const simulated::ComClass& comClass : machine.comClasses)
+    if (comClass.clsid == clsid) {
+      const HRESULT hr = comClass.create(outer, riid, object);
+      return hr == S_OK ? code.value_or(hr) : hr;
+    }
+  return REGDB_E_CLASSNOTREG;
+}
+
+void CoFreeUnusedLibraries() { simulated::Current().Enter(Operation::CoFreeUnusedLibraries); }
+
 void* CoTaskMemAlloc(std::size_t bytes) {
   simulated::Machine& machine = simulated::Current();
   if (machine.Enter(Operation::CoTaskMemAlloc, {.number = static_cast<std::int64_t>(bytes)})) return nullptr;

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "platform/com_ptr.h"
+
 namespace platform::simulated {
 namespace {
 
@@ -34,18 +36,56 @@ constexpr const char* kOperationNames[] = {
     "strftime",
     "OutputDebugStringA",
     "MessageBoxA",
+    "WriteStandardOutput",
     "GetWindowsDirectoryA",
     "GetVersionExW",
+    "GetLastError",
+    "GetCurrentProcessId",
+    "GetCommandLineW",
+    "DisableThreadLibraryCalls",
+    "GetModuleFileNameW",
+    "FindResourceW",
+    "CreateFileW",
+    "DeviceIoControl",
+    "CloseHandle",
+    "CoInitializeEx",
+    "CoUninitialize",
+    "CoCreateInstance",
+    "CoFreeUnusedLibraries",
     "CoTaskMemAlloc",
     "CoTaskMemFree",
     "StringFromGUID2",
+    "QueryInterface",
+    "AcquireWriteLock",
+    "ReleaseWriteLock",
+    "Initialize",
+    "Uninitialize",
+    "Apply",
     "FindComponent",
+    "QueryNetCfgClass",
+    "EnumComponents",
+    "Install",
+    "Next",
+    "Reset",
+    "GetPnpDevNodeId",
     "OpenParamKey",
+    "IsBoundTo",
+    "EnumBindingPaths",
+    "IsEnabled",
+    "Enable",
+    "GetPathToken",
     "SendPnpReconfig",
 };
 static_assert(std::size(kOperationNames) == static_cast<std::size_t>(Operation::Count));
 
 }  // namespace
+
+Machine::Machine() {
+  comClasses.push_back({CLSID_CNetCfg, [](IUnknown* outer, REFIID riid, void** object) {
+                          if (outer != nullptr) return CLASS_E_NOAGGREGATION;
+                          return ComPtr<INetCfg>::Attach(CreateNetCfg())->QueryInterface(riid, object);
+                        }});
+}
 
 const char* OperationName(Operation operation) { return kOperationNames[static_cast<std::size_t>(operation)]; }
 

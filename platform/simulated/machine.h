@@ -8,13 +8,17 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "platform/simulated/driver.h"
 #include "platform/simulated/engine.h"
 #include "platform/simulated/files.h"
+#include "platform/simulated/module.h"
 #include "platform/simulated/registry.h"
 #include "platform/types.h"
 
@@ -48,14 +52,47 @@ enum class Operation : std::uint8_t {
   strftime,
   OutputDebugStringA,
   MessageBoxA,
+  WriteStandardOutput,
   GetWindowsDirectoryA,
   GetVersionExW,
-  // COM runtime and engine
+  GetLastError,
+  GetCurrentProcessId,
+  GetCommandLineW,
+  DisableThreadLibraryCalls,
+  GetModuleFileNameW,
+  FindResourceW,
+  // driver
+  CreateFileW,
+  DeviceIoControl,
+  CloseHandle,
+  // COM runtime
+  CoInitializeEx,
+  CoUninitialize,
+  CoCreateInstance,
+  CoFreeUnusedLibraries,
   CoTaskMemAlloc,
   CoTaskMemFree,
   StringFromGUID2,
+  // engine
+  QueryInterface,
+  AcquireWriteLock,
+  ReleaseWriteLock,
+  Initialize,
+  Uninitialize,
+  Apply,
   FindComponent,
+  QueryNetCfgClass,
+  EnumComponents,
+  Install,
+  Next,
+  Reset,
+  GetPnpDevNodeId,
   OpenParamKey,
+  IsBoundTo,
+  EnumBindingPaths,
+  IsEnabled,
+  Enable,
+  GetPathToken,
   SendPnpReconfig,
   Count
 };
@@ -75,7 +112,9 @@ struct Arguments {
 
 // A failure to come: calls of `operation` (any, when unset) that `matches` accepts (all, when unset) are counted, and
 // those numbered from `first` (1 is the first) on, `times` of them, fail with `code` in the operation's own kind of
-// result: a system error code, the runtime's errno, an HRESULT; allocations give null.
+// result: a system error code, the runtime's errno, an HRESULT; allocations give null. A positive HRESULT is no
+// failure: the engine does what it was asked for, where that is not itself an answer, and gives that code in place of
+// S_OK.
 struct Fault {
   std::optional<Operation> operation = std::nullopt;
   std::uint64_t first = 1;
@@ -89,6 +128,13 @@ struct WindowsVersion {
   DWORD major = 10;
   DWORD minor = 0;
   WORD servicePack = 0;
+  DWORD platformId = 2;  // VER_PLATFORM_WIN32_NT
+};
+
+// A class of objects that CoCreateInstance makes.
+struct ComClass {
+  CLSID clsid;
+  std::function<HRESULT(IUnknown* outer, REFIID riid, void** object)> create;
 };
 
 struct MessageBox {
@@ -99,20 +145,25 @@ struct MessageBox {
 
 class Machine {
  public:
-  Machine() = default;
+  Machine();
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
   Registry registry;
   Files files;
   WindowsVersion version;
-  std::optional<std::int64_t> clock;     // the time in seconds since 1970; the real time when unset
+  std::optional<std::int64_t> clock;     // the time in seconds since 1970 at the start; the real time when unset
   std::vector<std::string> debugOutput;  // every text given to OutputDebugStringA, in order
   std::vector<MessageBox> messageBoxes;
-  std::vector<PnpReconfig> pnpReconfigs;                      // every request sent to the driver, in order
-  std::int64_t taskAllocations = 0;                           // task memory that has not been freed
-  std::atomic<std::int64_t> engineObjects{0};                 // objects of the engine that have not been released
-  std::vector<Fault> faults;                                  // set with no call under way
+  std::u16string standardOutput;
+  Engine engine;
+  Driver driver;
+  Module module;
+  std::vector<ComClass> comClasses;                            // the engine's own at first
+  std::int64_t taskAllocations = 0;                            // task memory that has not been freed
+  std::map<std::thread::id, std::int64_t> comInitializations;  // that have not been undone, by thread; none is 0
+  std::atomic<DWORD> lastError{0};  // what the last operation that failed leaves to be asked for
+  std::vector<Fault> faults;        // set with no call under way
   std::function<void(Operation, const Arguments&)> observer;  // sees every call before it happens
 
   // Enters one operation of the boundary. A value is the code that it must fail with.
@@ -122,6 +173,10 @@ class Machine {
       return std::nullopt;
     return EnterWatched(operation, arguments);
   }
+
+  // Lets time pass on the simulated clock: nobody sleeps.
+  void Wait(std::int64_t milliseconds) { waitedMilliseconds_ += milliseconds; }
+  std::int64_t WaitedMilliseconds() const { return waitedMilliseconds_; }
 
   std::uint64_t Calls(Operation operation) const { return counts_[static_cast<std::size_t>(operation)]; }
   std::uint64_t Calls() const;  // of all operations
@@ -133,6 +188,7 @@ class Machine {
 
   std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(Operation::Count)> counts_{};
   std::mutex watchMutex_;
+  std::atomic<std::int64_t> waitedMilliseconds_{0};
 };
 
 // Makes a machine the current one for as long as the object lives.

@@ -256,6 +256,8 @@ std::unique_ptr<Registry> Registry::Copy() const {
   return copy;
 }
 
+void Registry::CopyFrom(const Registry& other) { std::swap(root_, other.Copy()->root_); }
+
 void Registry::Restart() {
   for (std::size_t slot = 0; slot < handles_.size(); ++slot)
     if (handles_[slot].key) Close(HandleValue(slot, handles_[slot].generation));

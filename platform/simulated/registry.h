@@ -76,6 +76,7 @@ class Registry {
   void Link(std::u16string_view linkPath, std::u16string_view targetPath);
 
   std::unique_ptr<Registry> Copy() const;  // the tree, without its handles
+  void CopyFrom(const Registry& other);    // the same in place of what is here; no handle may be open
   void Restart();                          // volatile keys vanish, open handles are closed
 
   std::size_t OpenHandles() const;                      // opened and not closed

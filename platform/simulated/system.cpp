@@ -7,6 +7,7 @@
 #include "platform/clock.h"
 #include "platform/debugger.h"
 #include "platform/simulated/machine.h"
+#include "platform/standard_output.h"
 #include "platform/system_info.h"
 
 namespace platform {
@@ -16,7 +17,8 @@ using simulated::Operation;
 std::int64_t time() {
   simulated::Machine& machine = simulated::Current();
   if (machine.Enter(Operation::time)) return -1;
-  return machine.clock ? *machine.clock : static_cast<std::int64_t>(std::time(nullptr));
+  return (machine.clock ? *machine.clock : static_cast<std::int64_t>(std::time(nullptr))) +
+         machine.WaitedMilliseconds() / 1000;
 }
 
 const std::tm* localtime(const std::int64_t* time) {
@@ -74,14 +76,31 @@ UINT GetWindowsDirectoryA(char* buffer, UINT capacity) {
 
 BOOL GetVersionExW(OSVERSIONINFOEXW* version) {
   simulated::Machine& machine = simulated::Current();
-  if (machine.Enter(Operation::GetVersionExW) || version->dwOSVersionInfoSize != sizeof(*version)) return 0;
+  const auto code = machine.Enter(Operation::GetVersionExW);
+  if (code || version->dwOSVersionInfoSize != sizeof(*version)) {
+    machine.lastError = static_cast<DWORD>(code.value_or(ERROR_INSUFFICIENT_BUFFER));
+    return 0;
+  }
   *version = {};
   version->dwOSVersionInfoSize = sizeof(*version);
   version->dwMajorVersion = machine.version.major;
   version->dwMinorVersion = machine.version.minor;
-  version->dwPlatformId = 2;  // VER_PLATFORM_WIN32_NT
+  version->dwPlatformId = machine.version.platformId;
   version->wServicePackMajor = machine.version.servicePack;
   return 1;
+}
+
+DWORD GetLastError() {
+  simulated::Machine& machine = simulated::Current();
+  machine.Enter(Operation::GetLastError);
+  return machine.lastError;
+}
+
+void WriteStandardOutput(const char16_t* text) {
+  simulated::Machine& machine = simulated::Current();
+  if (machine.Enter(Operation::WriteStandardOutput, {.name = text})) return;
+  const std::lock_guard lock(machine.mutex);
+  machine.standardOutput += text;
 }
 
 }  // namespace platform

@@ -8,6 +8,16 @@ namespace platform {
 
 using windows::Os;
 
+HRESULT CoInitializeEx(void* reserved, DWORD flags) { return ::CoInitializeEx(reserved, flags); }
+
+void CoUninitialize() { ::CoUninitialize(); }
+
+HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID riid, void** object) {
+  return ::CoCreateInstance(Os(clsid), reinterpret_cast<::IUnknown*>(outer), context, Os(riid), object);
+}
+
+void CoFreeUnusedLibraries() { ::CoFreeUnusedLibraries(); }
+
 void* CoTaskMemAlloc(std::size_t bytes) { return ::CoTaskMemAlloc(bytes); }
 
 void CoTaskMemFree(void* memory) { ::CoTaskMemFree(memory); }

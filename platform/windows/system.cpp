@@ -1,8 +1,10 @@
 // Clock, debugger, message boxes, system directories and version.
 #include <ctime>
+#include <string_view>
 
 #include "platform/clock.h"
 #include "platform/debugger.h"
+#include "platform/standard_output.h"
 #include "platform/system_info.h"
 #include "platform/windows/cast.h"
 
@@ -32,6 +34,24 @@ UINT GetWindowsDirectoryA(char* buffer, UINT capacity) { return ::GetWindowsDire
 BOOL GetVersionExW(OSVERSIONINFOEXW* version) {
   static_assert(sizeof(*version) == sizeof(::OSVERSIONINFOEXW));
   return ::GetVersionExW(reinterpret_cast<::OSVERSIONINFOW*>(version));
+}
+
+DWORD GetLastError() { return ::GetLastError(); }
+
+// To a console as it is, to a file or a pipe as UTF-8: the runtime's own stream would stop at the first character that
+// its locale lacks.
+void WriteStandardOutput(const char16_t* text) {
+  ::HANDLE const output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  const auto length = static_cast<DWORD>(std::u16string_view(text).size());
+  ::DWORD written = 0;
+  if (::DWORD mode = 0; ::GetConsoleMode(output, &mode)) {
+    ::WriteConsoleW(output, text, length, &written, nullptr);
+    return;
+  }
+  char bytes[3 * kStandardOutputCapacity];
+  const int count =
+      ::WideCharToMultiByte(CP_UTF8, 0, Os(text), static_cast<int>(length), bytes, sizeof(bytes), nullptr, nullptr);
+  if (count > 0) ::WriteFile(output, bytes, static_cast<::DWORD>(count), &written, nullptr);
 }
 
 }  // namespace platform

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""A model of the binding-order pass, written apart from the module, and the driver that holds ztlsim against it.
+"""A model of the binding-order and repair passes, written apart from the module, and the driver that holds ztlsim
+against it.
 
-Runs `ztlsim run upgrade` on random machines and compares the log, the lists, the results, the changes and the registry
-afterwards with the model's; ends at the first difference and keeps its machine.
+Runs `ztlsim run upgrade` on random machines and compares the log, the binding paths, the time waited, the lists, the
+results, the changes and the registry afterwards with the model's; ends at the first difference and keeps its machine.
 """
 import argparse
 import concurrent.futures
@@ -24,11 +25,13 @@ NET_TRANS = NETWORK + "\\{4D36E975-E325-11CE-BFC1-08002BE10318}"
 NET_CLASS = CONTROL + "\\Class\\{4D36E972-E325-11CE-BFC1-08002bE10318}"
 PARAMETERS = SERVICES + "\\ZTL\\Parameters"
 RECORDS = PARAMETERS + "\\Adapters"
+MARKER = SERVICES + "\\ZTL\\CheckBindLoop"
+DEVICES = CONTROL + "\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}"
 
 
 class Key:
     def __init__(self, name):
-        self.name, self.subkeys, self.values = name, {}, {}  # both by upper-cased name
+        self.name, self.subkeys, self.values, self.left = name, {}, {}, None  # both by upper-cased name
 
     def open(self, path, create=False):
         level, _, below = path.partition("\\")
@@ -48,10 +51,10 @@ def raw(text):
 
 
 def read(key, name, type_, limit):
-    """(code, text, bytes read): a value of this type and of up to `limit` bytes in a zeroed buffer of 512 characters"""
-    _, stored, data = key.values.get(name.upper(), (None, None, b""))
+    """(code, text, bytes read): a value of this type and of up to `limit` bytes in a zeroed buffer of 520 characters"""
+    _, stored, data = (key.values if key else {}).get(name.upper(), (None, None, b""))
     code = NOT_FOUND_FILE if stored is None else MORE_DATA if len(data) > limit else GEN_FAILURE * (stored != type_)
-    return code, "" if code else data.ljust(1024, b"\0").decode("utf-16-le"), len(data)
+    return code, "" if code else data.ljust(1040, b"\0").decode("utf-16-le"), len(data)
 
 
 def read_string(key, name):
@@ -93,10 +96,10 @@ def fits(names, name, capacity):
 
 
 class OrderPass:
-    """One pass, which changes the registry: the lines that it logs, its two lists and how it ended."""
+    """One pass, which changes the registry and adds to the log: its two lists and how it ended."""
 
-    def __init__(self, hklm):
-        self.hklm, self.lines, self.im, self.devid, self.outcome = hklm, [], [], [], "stopped"
+    def __init__(self, hklm, lines):
+        self.hklm, self.lines, self.im, self.devid, self.outcome = hklm, lines, [], [], "stopped"
         self.log = self.lines.append
         self.run()
 
@@ -121,7 +124,7 @@ class OrderPass:
         if not self.open(NET_SERVICE, "GetFilterClass open NetService base", "OrderIM: GetFilterClass"):
             return None
         own = self.find("Service", "ZTL")
-        code, buffer, _ = read(own or Key(""), "FilterClass", REG_SZ, 64)
+        code, buffer, _ = read(own, "FilterClass", REG_SZ, 64)
         own_class = buffer.partition("\0")[0]
         if code or len(own_class) + 2 > 32:
             self.lines += ["ZTL has no filter class"] * (not own)
@@ -184,7 +187,7 @@ class OrderPass:
 
     def configured_order(self):
         parameters = self.open(PARAMETERS, "BuildImOrder: open ZTL parameter base")
-        code, buffer, _ = read(parameters or Key(""), "IMOrder", REG_MULTI_SZ, 516)
+        code, buffer, _ = read(parameters, "IMOrder", REG_MULTI_SZ, 516)
         if parameters:
             self.log("<IMOrder> is not set" if code else "<IMOrder> successfully read from Registry")
         return ["Others"] if code else entries(buffer)
@@ -300,6 +303,297 @@ class OrderPass:
                 record.set("IMOrder", REG_MULTI_SZ, raw(joined(services) + "\0"))
 
 
+def children(hklm, path):
+    """All subkeys of a key, which may be missing."""
+    return list((hklm.open(path) or Key("")).enumerate(255))
+
+
+def text_of(key, name):
+    """A REG_SZ value of up to 260 characters, up to its NUL or its end; None for anything else."""
+    code, buffer, _ = read(key, name, REG_SZ, 520)
+    return None if code else buffer[:260].partition("\0")[0]
+
+
+def alike(a, b):
+    """What the engine compares: letters of every alphabet without case, as in the registry; nothing is like no text."""
+    return bool(a and b) and a.upper() == b.upper()
+
+
+def distinct(names):
+    first_of = {name.upper(): name for name in reversed(names) if name}
+    return [first_of[name] for name in dict.fromkeys(name.upper() for name in names if name)]
+
+
+class Adapter:
+    """What the engine knows of an adapter instance."""
+
+    def __init__(self, key):
+        lists = (read(key.open("Linkage"), name, REG_MULTI_SZ, 1036)[1] for name in ("RootDevice", "UpperBind"))
+        self.key, (self.stack, self.above) = key, map(entries, lists)
+        guid = text_of(key, "NetCfgInstanceId") or ""
+        self.name = guid if not self.stack or guid.upper() in map(str.upper, self.stack) else self.stack[0]
+        self.id, self.bottom = self.name.upper(), "".join(self.stack[-1:]).upper()
+
+    def link(self, stack, above):
+        for name, before, after in (("RootDevice", self.stack, stack), ("UpperBind", self.above, above)):
+            if before != after:
+                self.key.open("Linkage", create=True).set(name, REG_MULTI_SZ, raw(joined(after) + "\0"))
+
+    def owner(self, filters):
+        """The filter whose virtual adapter it is."""
+        device_id, component_id = text_of(self.key, "MatchingDeviceId"), text_of(self.key, "FilterInfId")
+        return first(key for key in filters if alike(device_id, text_of(key.open("Ndi"), "FilterDeviceInfId"))
+                     or alike(component_id, text_of(key, "ComponentId")))
+
+
+class Bindings:
+    """The stacks of the machine, and one filter's binding paths down into them: (token, bottom)."""
+
+    def __init__(self, hklm, component_id):
+        self.hklm, self.adapters, self.own, self.paths = hklm, [*map(Adapter, children(hklm, NET_CLASS))], [], []
+        self.named = {adapter.id: adapter for adapter in reversed(self.adapters) if adapter.id}
+        named = [adapter for adapter in self.adapters if self.named.get(adapter.id) is adapter]
+        services = children(hklm, NET_SERVICE)
+        self.filters = [key for key in services if key.open("Ndi")]
+        self.component = first(key for key in [adapter.key for adapter in self.adapters] + services
+                               if alike(text_of(key, "ComponentId"), component_id))
+        if self.component in self.filters:
+            self.service = text_of(self.component.open("Ndi"), "Service") or ""
+            self.own = [adapter for adapter in named if adapter.owner([self.component])]
+            has_adapters = any(adapter.name and adapter.owner([self.component]) for adapter in self.adapters)
+            if not self.service or not (has_adapters or text_of(self.component.open("Ndi"), "FilterDeviceInfId")):
+                return
+            bottoms = {adapter.bottom for adapter in self.adapters}
+            self.paths = [
+                (f"{text_of(self.component, 'ComponentId')}->{text_of(adapter.key, 'DeviceInstanceID') or ''}", adapter)
+                for adapter in named if adapter.id in bottoms and adapter not in self.own
+                and (adapter.above or not text_of((adapter.owner(self.filters) or Key("")).open("Ndi"), "Service"))]
+
+    def stacks(self, bottom):
+        return [adapter.stack for adapter in self.adapters if adapter.bottom == bottom.id]
+
+    def standing(self, bottom):
+        """The filter's virtual adapters above a bottom."""
+        names = {name.upper() for stack in self.stacks(bottom) for name in stack[:-1]}
+        return {adapter.id: adapter for adapter in self.own if adapter.id in names}
+
+    def told(self):
+        return [{"token": token, "enabled": bool(self.standing(bottom))} for token, bottom in self.paths]
+
+    def others(self, services):
+        return [service for service in services if not alike(service, self.service)]
+
+    def transports(self, adapter):
+        """The transports that can be bound to an adapter: those that share an interface with it or do not say."""
+        def interfaces(key, name):
+            return {*re.split("[, ]+", (text_of(key.open("Ndi\\Interfaces"), name) or "").lower())} - {""}
+
+        offered = interfaces(adapter.key, "UpperRange")
+        wanted = [(key, interfaces(key, "LowerRange")) for key in children(self.hklm, NET_TRANS)]
+        return [text_of(key.open("Ndi"), "Service") for key, lower in wanted
+                if not (offered and lower) or offered & lower]
+
+    def take_out(self, bottom):
+        own, stacks = self.standing(bottom), self.stacks(bottom)
+        for adapter in self.adapters:
+            leaves = adapter.bottom == bottom.id and adapter is not bottom and adapter.owner([self.component])
+            if leaves:
+                adapter.key.left = bottom.key
+                adapter.link([adapter.name], [])
+            if leaves or adapter.id in own:
+                continue
+            met, over = [], None  # the filter's virtual adapters just above, and what stands on them
+            for stack in ([name.upper() for name in stack] for stack in stacks):
+                at = start = stack.index(adapter.id) if adapter.id in stack else 0
+                while start and stack[start - 1] in own:
+                    start -= 1
+                met += [own[name] for name in stack[start:at]]
+                over = over or (0 < start < at and self.named.get(stack[start - 1]))
+            above = adapter.above
+            if met:
+                bound = self.others(service for virtual in met for service in virtual.above) or (
+                    [text_of((over.owner(self.filters) or over.key).open("Ndi"), "Service")] if over
+                    else self.transports(adapter))
+                at = next((i for i, service in enumerate(above) if alike(service, self.service)), 0)
+                above = distinct(above[:at] + bound + self.others(above[at:]))
+            leaving = own if adapter.bottom == bottom.id else ()
+            stack = adapter.stack or [adapter.name] * bool(met)
+            adapter.link([name for name in stack if name.upper() not in leaving], above)
+
+    def put_back(self, bottom):
+        stack = max(self.stacks(bottom), key=len)
+        taken = {name.upper() for known in self.adapters if known.bottom in self.named for name in known.stack[:-1]}
+        free = [adapter for adapter in self.own if adapter.id not in taken]
+        adapter = first(sorted(free, key=lambda adapter: adapter.key.left is not bottom.key)) or self.make(bottom)
+        top = self.named.get(stack[0].upper())
+        adapter.link([adapter.name] + stack,
+                     self.others(top.above if top else []) or distinct(self.transports(bottom)))
+        if top:
+            top.link(top.stack, [self.service])
+
+    def make(self, bottom):
+        """A new virtual adapter of the filter"""
+        device_id = text_of(self.component.open("Ndi"), "FilterDeviceInfId")
+        paths = (f"{NET_CLASS}\\{number:04}" for number in itertools.count())
+        key = self.hklm.open(next(path for path in paths if not self.hklm.open(path)), create=True)
+        for name, text in (("NetCfgInstanceId", f"{{5D0C6A10-7F3E-4B52-9C1D-{key.name:0>12}}}"),
+                           ("MatchingDeviceId", device_id), ("ComponentId", device_id),
+                           ("FilterInfId", text_of(self.component, "ComponentId")),
+                           ("DeviceInstanceID", f"ROOT\\{device_id.upper()}\\{key.name}"),
+                           ("DriverDesc", f"{text_of(bottom.key, 'DriverDesc') or ''} - {self.service} Miniport")):
+            key.set(name, REG_SZ, raw(text + "\0"))
+        key.open("Ndi", create=True).set("Service", REG_SZ, raw(self.service + "\0"))
+        return Adapter(key)
+
+
+class Transaction:
+    """One run: the notify object, the passes of its release, and the sessions with the engine that these open."""
+
+    def __init__(self, hklm, version, holder, second_granted):
+        self.hklm, self.version, self.holder, self.second_granted = hklm, version, holder, second_granted
+        self.lines = ["--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize", "--> ::Upgrade eActUpgrade"]
+        self.log, self.elapsed, self.printed = self.lines.append, 0, ""
+        self.sessions, self.excluding, self.releasing = [], False, False
+        self.order = self.apply(4)
+        self.release(4, True)
+
+    def apply(self, action):
+        """ApplyRegistryChanges and ApplyPnpChanges of a notify object"""
+        self.lines += ["--> ::ApplyRegistryChanges", f"--> ::ApplyRegistryChanges default {action}",
+                       "--> ::ApplyRegistryChanges exit", "--> ::ApplyPnpChanges"]
+        order = OrderPass(self.hklm, self.lines)
+        self.log("--> ::ApplyPnpChanges exit")
+        return order
+
+    def release(self, action, ordered):
+        self.log(f"--> ::~CSampleFilter ApplyAction={action} OrderIM={int(ordered)}")
+        if not ordered:
+            OrderPass(self.hklm, self.lines)
+        if not self.excluding and not self.hklm.open(MARKER):
+            self.hklm.open(MARKER, create=True)
+            count = len(children(self.hklm, NET_CLASS))
+            self.log(f"Total {count} NDIS bindings")
+            any(self.fix_bind_loop() >= count for _ in range(count))
+            self.hklm.open(SERVICES + "\\ZTL").subkeys.pop("CHECKBINDLOOP")
+        self.excluding = True
+        self.unbind_excluded()
+        self.excluding = False
+
+    def open_session(self):
+        holder = self.holder or (self.sessions and not self.second_granted and "ZTL Installation Notify Object")
+        if holder:
+            self.elapsed += 15000
+            self.printed += f"Could not lock INetcfg, it is already locked by '{holder}'"
+            return self.log(f"HrGetINetCfg: already locked by {holder}")
+        # What is opened while a session releases its notify object drives none.
+        self.sessions.append(not self.releasing and bool(Bindings(self.hklm, "qro_ztl").component))
+        self.lines += ["--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize"] * self.sessions[-1]
+        return True
+
+    def close_session(self, ordered=False):
+        if self.sessions[-1]:
+            self.releasing = True
+            self.release(0, ordered)
+            self.releasing = False
+        self.sessions.pop()
+
+    def enable_path(self, component_id, path, enable):
+        code, ordered, word = -2147180508, False, "enable" if enable else "disable"
+        if self.open_session():
+            bindings, code = Bindings(self.hklm, component_id), 0
+            token, bottom = first(known for known in bindings.paths if same(known[0], path)) or (None, None)
+            if not bindings.component:
+                self.log(f"Couldn't get an interface pointer to {component_id}.")
+            if not bottom:
+                self.log("FindBindingPath return NULL")
+            else:
+                changed, ordered = bool(bindings.standing(bottom)) != enable, self.sessions[-1]
+                if changed:
+                    (bindings.put_back if enable else bindings.take_out)(bottom)
+                if changed and ordered and same(component_id, "qro_ztl"):
+                    self.lines += [f"--> ::NotifyBindingPath dwChangeFlag 0x000001{'1' if enable else '2'}0",
+                                   f"--> ::NotifyBindingPath path {word}", f"PathToken <{token}>"]
+                if ordered and self.apply(0).outcome == "changed":
+                    self.log("Apply failed")
+                    code = 0x4A020
+            self.close_session(ordered)
+        self.log(f"{word.title()} Binding Path rc={code}")
+
+    def fix_bind_loop(self):
+        """One scan: the number of the instance that it repaired, or of all."""
+        instances = children(self.hklm, NET_CLASS)
+        for number, instance in enumerate(instances, 1):
+            self.log(f"Card {instance.name}")
+            filter_id, linkage = text_of(instance, "FilterInfId"), instance.open("Linkage")
+            if filter_id is None:
+                continue
+            self.log(f"-filterInfId {filter_id}")
+            code, above, _ = read(linkage, "UpperBind", REG_MULTI_SZ, 516)
+            top = above.partition("\0")[0]
+            if code:
+                continue
+            self.log(f"-upperbind {top}")
+            _, root, size = read(linkage, "RootDevice", REG_MULTI_SZ, 1036)
+            last = root[:size // 2].rstrip("\0").split("\0")[-1]
+            if self.is_bind_loop(filter_id, top) and last:
+                self.lines += ["RootDevice " + root.partition("\0")[0], "#" + last]
+                self.rebind(filter_id, "#" + last)
+                self.log(f"++Fix Binding {number}")
+                return number
+        return len(instances)
+
+    def is_bind_loop(self, filter_id, top):
+        for component in children(self.hklm, NET_SERVICE):
+            component_id, service = text_of(component, "ComponentId"), text_of(component.open("Ndi"), "Service")
+            if component_id is not None:
+                self.log(f"  proto/id {component.name}/{component_id}")
+            if same(component_id, filter_id) and service is not None:
+                self.log(f"-service {service}")
+                if same(service, top):
+                    self.log("BIND LOOP!!!")
+                    return True
+        return False
+
+    def rebind(self, filter_id, reference):
+        for link in children(self.hklm, DEVICES):
+            self.log(f"Device {link.name}")
+            device = text_of(link, "DeviceInstance")
+            self.lines += [f"DeviceInstance {device}"] * (device is not None)
+            if device is not None and link.open(reference):
+                self.log("RootDevice matched")
+                self.enable_path(filter_id, f"{filter_id}->{device}", False)
+                return self.enable_path(filter_id, f"{filter_id}->{device}", True)
+
+    def unbind_excluded(self):
+        name, (major, minor, service_pack) = "UnBindZTLFromExcludedMacs", self.version
+        self.log(f"{name}: Platfrom 2 Major {major} Minor {minor} ServPack {service_pack}")
+        parameters = self.hklm.open(PARAMETERS)
+        code, buffer, _ = read(parameters, "ExcludedMacs", REG_MULTI_SZ, 1020)
+        if major > 5:
+            self.log(f"{name}: No ExcludedMacs on Vista")
+        elif code:
+            self.lines += [f"{name}: No ExcludedMacs"] * bool(parameters)
+        elif self.open_session():
+            self.disable_excluded(entries(buffer))
+            self.close_session()
+        else:
+            self.log("lock is being held, try later")
+
+    def disable_excluded(self, listed):
+        bindings = Bindings(self.hklm, "qro_ztl")
+        if not bindings.component:
+            return self.log("rc=00000001 - can't get an interface pointer to qro_ztl")
+        for key in (adapter.key for adapter in bindings.adapters):
+            device = text_of(key, "DeviceInstanceID")
+            bound = any(bottom.key is key and bindings.standing(bottom) for _, bottom in bindings.paths)
+            known = any(not read(key, name, REG_SZ, 4096)[0] for name in ("ComponentId", "NetCfgInstanceId"))
+            if (bound and device and known
+                    and any(same(entry[:len(device)], device[:len(entry)]) for entry in listed)):
+                self.lines += [f"{device} in ExcludedMacs", f"disabling qro_ztl->{device}"]
+                self.enable_path("qro_ztl", f"qro_ztl->{device}", False)
+                bindings = Bindings(self.hklm, "qro_ztl")
+
+
 def contents(key, path="HKEY_LOCAL_MACHINE"):
     """((key, value name), type and data) of everything from `key` down, in the notation of exports."""
     yield (f"[{path}]", ""), ""
@@ -333,10 +627,15 @@ def read_export(path, values):
 # What machines are brought to a limit of, as often as named, and the limits of the values in bytes.
 EDGES = "services services lost ids ids transports value value value subkey subkey depth base".split() + [None] * 5
 LIMITS = {"RootDevice": 1020, "UpperBind": 508, "IMOrder": 516, "FilterClasses": 520, "FilterClass": 64, "Service": 128,
-          "FilterDeviceInfId": 128, "MatchingDeviceId": 128, "NetCfgInstanceId": 128}
+          "FilterDeviceInfId": 128, "MatchingDeviceId": 128, "NetCfgInstanceId": 128, "FilterInfId": 520,
+          "ComponentId": 520, "DeviceInstance": 520, "DeviceInstanceID": 520, "ExcludedMacs": 1020}
 FILLED = {"services": (249, 252, 256, 256), "lost": (217,), "ids": (251, 503)}  # characters beside the filter's own
 RENAMED = {"subkey": (NET_CLASS, NET_CLASS, NET_CLASS, NET_SERVICE, NET_TRANS, RECORDS),
            "base": (NETWORK, NETWORK, CONTROL, SERVICES, PARAMETERS)}
+
+# What the logs tell of a run, beside the outcome of its first pass.
+SIGNS = {"repaired": "Enable Binding Path rc=0", "with a loop left": "FindBindingPath return NULL",
+         "excluded": "in ExcludedMacs", "refused": "already locked", "restarting": "Apply failed"}
 
 
 class Machine:
@@ -347,6 +646,7 @@ class Machine:
         self.wild = rng.choice((0, 0, 0.1) if self.edge else (0, 0.1, 0.3, 1))
         self.letters = "abcdeghkxyzABCDEGHKXYZ0123456789" + "äÖéñøΩжШ网路%\"'&" * (rng.random() < 0.3 * self.wild)
         self.places = {name: [Key("")] for name in LIMITS}  # the keys that hold a value
+        self.loops, self.devices = rng.choice((0, 0, 0.05, 0.3)), []
         self.add_components(rng.choice((6, 6, 6, 14, 28, 60)))
         self.add_stacks()
         for path in rng.choices(RENAMED.get(self.edge, ["none"]), k=4 if self.edge == "subkey" else 1):
@@ -356,8 +656,10 @@ class Machine:
                 length = rng.choice((11, 15, 31, 63) if path == NET_CLASS else (59, 63)) + rng.choice((0, 1))
                 key.name = (rng.choice(("!", "0", "{8", "z", "z")) + self.word(3)).ljust(length, "n")
                 base.subkeys[key.name.upper()] = key
-        for _ in range(1 if self.edge == "value" else rng.randrange(1 + int(30 * self.wild ** 0.5))):
-            self.damage(rng.choice(list(LIMITS)))
+        names = [*LIMITS] + ["RootDevice", "UpperBind", "FilterInfId", "ExcludedMacs"] * (6 if self.loops else 0)
+        times = (3 if self.loops else 1) if self.edge == "value" else rng.randrange(1 + int(30 * self.wild ** 0.5))
+        for name in rng.choices(names, k=times):
+            self.damage(name)
 
     def word(self, length):
         return "".join(self.rng.choices(self.letters, k=length))
@@ -377,7 +679,7 @@ class Machine:
         """Creates a key with texts and lists as REG_SZ and REG_MULTI_SZ, damaged `weight` times as often as others."""
         key = self.hklm.open(path + "x" * (self.rng.random() < 0.02 * self.wild), create=True)
         for name, value in values.items():
-            self.places[name] += [key] * weight
+            self.places.setdefault(name, []).extend([key] * weight)
             type_, end, names = (REG_SZ, "", [value]) if isinstance(value, str) else (REG_MULTI_SZ, "\0", value)
             key.set(name, type_, raw(joined(self.recased(text, 0.1 + 0.3 * self.wild) for text in names) + end))
         return key
@@ -385,18 +687,20 @@ class Machine:
     def add_components(self, longest):
         rng, filled = self.rng, self.edge in FILLED
         self.classes = [self.word(min(longest, rng.randint(2, 30))) for _ in range(rng.randint(1, 5))]
-        self.drivers = [("ZTL", self.classes[0], "qro_ztlm")]  # (service, class, device id)
+        self.drivers = [("ZTL", self.classes[0], "qro_ztlm", "qro_ztl")]  # (service, class, device id, component id)
         names = [self.word(rng.randint(2, longest)) for _ in range(rng.choice((1, 2, 3, 4, 5, 6, 9)))]
         for name in self.filling(rng.choice(FILLED[self.edge]) + rng.randint(-1, 1)) if filled else names:
             other_ids = (self.word(5), self.word(longest), "qro_ztlm" + self.word(3), self.drivers[-1][2])
             service, device_id = (self.word(4), name) if self.edge == "ids" else (name, rng.choice(other_ids))
             classes = self.classes[:1] if filled else self.classes + [self.classes[0], "nobody's"]
-            self.drivers.append((service, rng.choice(classes), device_id))
-        components = self.drivers + [(rng.choice(self.drivers)[0], "nobody's", "none")]
-        for service, class_name, device_id in rng.sample(components, len(components)):
-            self.put(f"{NET_SERVICE}\\{self.identifier()}\\Ndi", 1 + 4 * (service == "ZTL"),
+            self.drivers.append((service, rng.choice(classes), device_id, "id_" + self.word(rng.randint(1, 9))))
+        components = self.drivers + [(rng.choice(self.drivers)[0], "nobody's", "none", rng.choice(self.drivers)[3])]
+        for service, class_name, device_id, component_id in rng.sample(components, len(components)):
+            path = f"{NET_SERVICE}\\{self.identifier()}"
+            self.put(path, ComponentId=component_id)
+            self.put(path + "\\Ndi", 1 + 4 * (service == "ZTL"),
                      Service=service, FilterClass=class_name, FilterDeviceInfId=device_id)
-        services = [service for service, _, _ in self.drivers]
+        services = [service for service, *_ in self.drivers]
         known = self.classes * 2 + services * 2 + ["Others"] * 3 + [self.word(6)]
         order = rng.sample(known, rng.randint(0, 8))
         if self.edge in FILLED:
@@ -406,24 +710,47 @@ class Machine:
         self.transports = ["Tcpip", "Tcpip6", "NdisWan"][:rng.randint(1, 3)] + [""] * (rng.random() < 0.1 * self.wild)
         self.transports += self.filling(rng.randint(249, 251)) if self.edge == "transports" else []
         for service in rng.sample(self.transports, len(self.transports)):
-            self.put(f"{NET_TRANS}\\{self.identifier()}\\Ndi", Service=service)
+            path = f"{NET_TRANS}\\{self.identifier()}\\Ndi"
+            self.put(path, Service=service)
+            self.put(path + "\\Interfaces", LowerRange=rng.choice(("ndis5", "ndis4,ndis5", "wan", "")))
 
     def add_stacks(self):
         rng, numbers = self.rng, iter(self.rng.sample(range(1000), 300))
-        for _ in range(rng.choice((1, 2, 3, 4, 6, 12))):
+        drivers = self.drivers + self.drivers[:1] * (self.edge not in FILLED)
+        for _ in range(rng.choice((1, 2, 3, 4) if self.loops else (1, 2, 3, 4, 6, 12))):
             depths = range(14, 19) if self.edge == "depth" else range(8)
             depth = len(self.drivers) if self.edge in ("services", "lost") else rng.choice(depths)
-            stack = rng.sample(self.drivers * (1 + depth // len(self.drivers)), depth)
-            stack += [("nic" + self.word(3), None, "pci\\ven_10ff")] * (self.edge != "lost")
+            stack = rng.sample(drivers * (1 + depth // len(drivers)), depth)
+            stack += [("nic" + self.word(3), None, "pci\\ven_10ff", None)] * (self.edge != "lost")
             root = [self.identifier() for _ in range(depth + 1)]
             self.put(f"{RECORDS}\\{self.recased(root[-1])}").set("IMOrder", REG_MULTI_SZ, raw("ZTL\0older\0\0"))
-            above = rng.choice((["Tcpip"], ["Tcpip", "Tcpip6"], [rng.choice(self.transports)], ["Unknown"]))
-            for level, (service, _, device_id) in enumerate(stack):
-                path = f"{NET_CLASS}\\{next(numbers):04}"
-                self.put(path, MatchingDeviceId=device_id, NetCfgInstanceId=root[level])
-                self.put(path + "\\Ndi", Service=service)
-                self.put(path + "\\Linkage", 1 + 9 * (depth > 1 > level), RootDevice=root[level:], UpperBind=above)
-                above = [service]
+            above = rng.choice((["Tcpip"], ["Tcpip", "Tcpip6"], [rng.choice(self.transports)], ["Unknown"], []))
+            for level, driver in enumerate(stack):
+                if driver[3] and rng.random() < self.loops:
+                    above = [driver[0]] + above * rng.randrange(2)
+                weight = 40 if above[:1] == [driver[0]] else 10 if depth > 1 > level else 1
+                self.add_adapter(next(numbers), driver, root[level:], above, weight)
+                above = [driver[0]]
+        for driver in rng.choices(self.drivers, k=rng.choice((0, 0, 1, 2))):
+            self.add_adapter(next(numbers), driver, [self.identifier()], [])
+        self.put(MARKER + "x" * (rng.random() < 0.95))
+        listed = rng.sample(self.devices + ["pci", "PCI\\VEN_10FF\\"] * 3 + [self.word(9)], rng.randint(0, 5))
+        excluded = {"ExcludedMacs": [(text + "\\8")[:rng.choice((5, 15, len(text), 99))] for text in listed]}
+        self.put(PARAMETERS, **excluded if rng.random() < 0.8 else {})
+
+    def add_adapter(self, number, driver, root, above, weight=1):
+        rng, path, (service, _, device_id, component_id) = self.rng, f"{NET_CLASS}\\{number:04}", driver
+        self.devices.append(f"{'ROOT' if component_id else 'PCI'}\\{device_id[4:]}\\{self.word(rng.randint(1, 9))}")
+        marked = component_id and self.loops and rng.random() < 0.9
+        self.put(path, weight, MatchingDeviceId=device_id, NetCfgInstanceId=root[0], ComponentId=device_id,
+                 DeviceInstanceID=self.devices[-1], **{"FilterInfId": component_id} if marked else {})
+        self.put(path + "\\Ndi", Service=service)
+        self.put(path + "\\Ndi\\Interfaces", UpperRange=rng.choice(("ndis5", "wan, ndis4", "")))
+        self.put(path + "\\Linkage", weight, RootDevice=root, UpperBind=above)
+        if len(root) == 1 or rng.random() < 0.1:
+            link = DEVICES + "\\##?#" + self.devices[-1].replace("\\", "#")
+            self.put(link, DeviceInstance=self.devices[-1] if rng.random() < 0.8 else rng.choice(self.devices))
+            self.put(f"{link}\\#{root[-1]}" if rng.random() < 0.9 else link)
 
     def damage(self, name):
         """Damages a value in one of many ways, or brings it to its limit."""
@@ -431,8 +758,9 @@ class Machine:
         name, type_, data = key.values.pop(name.upper(), (name, None, b""))
         text = data.decode("utf-16-le", "ignore")
         at = rng.choice([end for end, c in enumerate(text, 1) if c == "\0"] + [0])
-        size, ends = LIMITS.get(name, 128) + rng.choice((-2, -1, 0, 0, 1, 2)), "\0" * rng.choice((0, 1, 2))
-        longer = text.rstrip("\0") + ("\0" + joined(self.filling(512)) if type_ == REG_MULTI_SZ else self.word(64))
+        size = LIMITS.get(name, 128) + rng.choice((-2, -1, 0, 0, 1, 2, 8, 10, 16, 18))
+        ends = "\0" * rng.choice((0, 1, 2))
+        longer = text.rstrip("\0") + ("\0" + joined(self.filling(512)) if type_ == REG_MULTI_SZ else self.word(270))
         at_limit = (name, type_, raw(longer[:size // 2 - len(ends)] + ends) + b"A" * (size % 2))
         special = rng.choice(("ZTL", "Tcpip", "Others", "", "x", self.classes[0], self.word(60), self.word(130))) + "\0"
         damaged = at_limit if self.edge == "value" else rng.choice((
@@ -449,49 +777,59 @@ class Machine:
 
 
 def check_machine(arguments, index):
-    """(outcome, difference or None) of one machine"""
-    hklm, encoding = Machine(random.Random(f"{arguments.seed}/{index}")).hklm, "utf-8" if index % 4 == 3 else "utf-16"
+    """(what happened, difference or None) of one machine"""
+    rng = random.Random(f"{arguments.seed}/{index}")
+    hklm, encoding = Machine(rng).hklm, "utf-8" if index % 4 == 3 else "utf-16"
+    bindings = Bindings(hklm, "qro_ztl")
+    # Which of two adapters of one name is meant is the engine's own affair: then its lock is held.
+    clear = len(bindings.named) == sum(bool(adapter.id) for adapter in bindings.adapters)
+    system = rng.choice(("5.2.0", "5.2.0", "5.1.3", "10.0.0", "6.0.1"))
+    second = rng.choice(("grant", "grant", "refuse"))
+    holder = rng.choice([None] * 9 * clear + ["an installer of Ünits"])
+    options = ["--os", system, "--second-lock", second] + ["--lock-held", holder] * bool(holder)
     before, machine = dict(contents(hklm)), f"{arguments.keep}/machine-{arguments.seed}-{index}.reg"
     write_export(before, machine, encoding)
-    done = OrderPass(hklm)
-    after = dict(contents(hklm))
+    done = Transaction(hklm, [*map(int, system.split("."))], holder, second == "grant")
+    after, order = dict(contents(hklm)), done.order
     expected = [
-        "--> ::CSampleFilter", "--> ::Initialize", "--> ::Upgrade eActUpgrade", "--> ::ApplyRegistryChanges",
-        "--> ::ApplyRegistryChanges default 4", "--> ::ApplyRegistryChanges exit", "--> ::ApplyPnpChanges", *done.lines,
-        "--> ::ApplyPnpChanges exit", "--> ::~CSampleFilter ApplyAction=4 OrderIM=1",
-        "lists", done.im, entries(joined(done.devid)), "results", "0x00000000",
-        *(("0x0004A020", True) if done.outcome == "changed" else ("0x00000000", False)),
+        *done.lines, "paths", *bindings.told(), *Bindings(hklm, "qro_ztl").told(), "waited", done.elapsed, done.printed,
+        "lists", order.im, entries(joined(order.devid)), "results", "0x00000000",
+        *(("0x0004A020", True) if order.outcome == "changed" else ("0x00000000", False)),
         "changes", *sorted({place for place, _ in before.items() ^ after.items()}),
         "registry", *sorted(after.items()), "registry after importing the changes", *sorted(after.items())]
     with tempfile.TemporaryDirectory() as folder:
         out, changes = f"{folder}/out.reg", f"{folder}/changes.reg"
-        run = subprocess.run([arguments.ztlsim, "run", "upgrade", "--json", "--machine", machine, "--out", out,
-                              "--changes", changes], stdout=subprocess.PIPE, timeout=60, check=True)
+        run = subprocess.run([arguments.ztlsim, "run", "upgrade", "--json", "--machine", machine, *options,
+                              "--out", out, "--changes", changes], stdout=subprocess.PIPE, timeout=60, check=True)
         told = json.loads(run.stdout)
         actual = [
-            *told["log"], "lists", told["im_list"], told["devid_list"], "results", *told["result"].values(),
-            told["reboot_required"], "changes",
-            *sorted((f"[{change['key']}]", f'"{change["name"]}"') for change in told["changes"]),
+            *told["log"], "paths", *told["paths"]["before"], *told["paths"]["after"], "waited", told["elapsed_ms"],
+            told["standard_output"] or "", "lists", told["im_list"], told["devid_list"],
+            "results", *told["result"].values(), told["reboot_required"], "changes",
+            *sorted((f"[{change['key']}]", f'"{change["name"]}"' if change["name"] else "")
+                    for change in told["changes"]),
             "registry", *sorted(read_export(out, {}).items()),
             "registry after importing the changes", *sorted(read_export(changes, before).items())]
+    happened = [order.outcome] + [name for name, sign in SIGNS.items() if any(sign in line for line in done.lines)]
     if expected == actual:
         os.remove(machine)
-        return done.outcome, None
-    diff = difflib.unified_diff([*map(str, expected)], [*map(str, actual)], f"model, {machine}", "ztlsim", lineterm="")
-    return done.outcome, "\n".join(line[:1000] for line in itertools.islice(diff, 60))
+        return happened, None
+    label = f"model, {machine} {' '.join(options)}"
+    diff = difflib.unified_diff([*map(str, expected)], [*map(str, actual)], label, "ztlsim", lineterm="")
+    return happened, "\n".join(line[:1000] for line in itertools.islice(diff, 60))
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Holds ztlsim's binding-order pass against a model of its own.")
+    parser = argparse.ArgumentParser(description="Holds ztlsim's passes against a model of their own.")
     options = {"ztlsim": "ztlsim", "count": 300, "seed": "1", "start": 0, "keep": tempfile.gettempdir()}
     for name, default in options.items():
         parser.add_argument(f"--{name}", type=type(default), default=default)
     arguments = parser.parse_args()
-    outcomes = {"changed": 0, "unchanged": 0, "stopped": 0}
+    outcomes = dict.fromkeys(("changed", "unchanged", "stopped", *SIGNS), 0)
     with concurrent.futures.ProcessPoolExecutor(2) as pool:
         indexes = range(arguments.start, arguments.start + arguments.count)
-        for outcome, wrong in pool.map(check_machine, itertools.repeat(arguments), indexes):
-            outcomes[outcome] += 1
+        for happened, wrong in pool.map(check_machine, itertools.repeat(arguments), indexes):
+            outcomes.update({name: outcomes[name] + 1 for name in happened})
             if wrong:
                 raise SystemExit(wrong)
     print(f"{arguments.count} machines: " + ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items()))

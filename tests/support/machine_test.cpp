@@ -60,13 +60,22 @@ void MachineTest::ExpectNothingLeft() {
   EXPECT_EQ(machine_.registry.OpenHandlePaths(), std::vector<std::u16string>());
   EXPECT_EQ(machine_.files.OpenDescriptors(), 0);
   EXPECT_EQ(machine_.taskAllocations, 0);
-  EXPECT_EQ(machine_.engineObjects, 0);
+  EXPECT_EQ(machine_.engine.objects, 0);
+  EXPECT_EQ(machine_.engine.lockHolders, 0);
+  EXPECT_TRUE(machine_.comInitializations.empty());
 }
 
 std::vector<std::string> MachineTest::LogMessages() const {
   std::vector<std::string> messages = Lines(ReadFile(LogPath()));
   for (std::string& message : messages) message.erase(0, 38);
   return messages;
+}
+
+std::vector<std::string> MachineTest::LogErrors() const {
+  std::vector<std::string> errors;
+  for (const std::string& line : Lines(ReadFile(LogPath())))
+    if (line.substr(0, 38).find("ERROR") != line.npos) errors.push_back(line.substr(38));
+  return errors;
 }
 
 void MachineTest::AddService(std::u16string_view subkey, std::u16string_view service, std::u16string_view filterClass,

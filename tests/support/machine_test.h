@@ -39,6 +39,7 @@ class MachineTest : public testing::Test {
   void ExpectNothingLeft();
   std::filesystem::path LogPath() const { return root_ / "Windows" / "temp" / "ztlinst.log"; }
   std::vector<std::string> LogMessages() const;  // the lines of the log without their heads
+  std::vector<std::string> LogErrors() const;    // those of severity ERROR
 
   // A component of the NetService or NetTrans class; empty texts leave their value out.
   void AddService(std::u16string_view subkey, std::u16string_view service, std::u16string_view filterClass,

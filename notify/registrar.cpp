@@ -1,0 +1,182 @@
+#include "notify/registrar.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "platform/registry_key.h"
+#include "platform/text.h"
+
+namespace ztl {
+
+using namespace platform;
+
+namespace {
+
+constexpr std::size_t kWordCapacity = 600;  // characters: a path and what stands around it
+constexpr std::size_t kNameCapacity = 256;
+constexpr int kMaxDepth = 32;  // of nested keys
+
+enum class Mode { Check, Register, Unregister };
+
+struct Word {
+  char16_t text[kWordCapacity];
+  bool quoted = false;
+
+  bool Is(std::u16string_view name) const { return !quoted && EqualNoCase(text, name); }
+};
+
+// Deletes the key with everything below it.
+LSTATUS DeleteTree(HKEY parent, const char16_t* name) {
+  UniqueKey key;
+  if (const LSTATUS rc = key.Open(parent, name, KEY_ALL_ACCESS); rc != ERROR_SUCCESS)
+    return rc == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : rc;
+  for (;;) {
+    SubkeyEnumeration<kNameCapacity> subkey(key.Get());
+    if (!subkey.Next()) break;
+    if (const LSTATUS rc = DeleteTree(key.Get(), subkey.Name()); rc != ERROR_SUCCESS) return rc;
+  }
+  key.Close();
+  return platform::RegDeleteKeyW(parent, name);
+}
+
+// Reads a script from its start to its end and does what the mode says on the way.
+class Script {
+ public:
+  Script(std::string_view text, std::u16string_view modulePath, Mode mode)
+      : rest_(text), modulePath_(modulePath), mode_(mode) {}
+
+  HRESULT Run() {
+    static const std::pair<const char16_t*, HKEY> kRoots[] = {{u"HKCR", HKEY_CLASSES_ROOT},
+                                                              {u"HKCU", HKEY_CURRENT_USER},
+                                                              {u"HKLM", HKEY_LOCAL_MACHINE},
+                                                              {u"HKU", HKEY_USERS}};
+    Next();
+    for (const auto& [name, key] : kRoots) {
+      if (!word_.Is(name)) continue;
+      Next();
+      if (!word_.Is(u"{")) return E_FAIL;
+      Next();
+      const HRESULT hr = Keys(mode_ == Mode::Check ? nullptr : key, 0);
+      return Failed(hr) || atEnd_ ? hr : E_FAIL;
+    }
+    return E_FAIL;
+  }
+
+ private:
+  // Moves on to the next word. At the end of the script, and behind a word that cannot be read, it is empty.
+  void Next() {
+    word_.text[0] = u'\0';
+    word_.quoted = false;
+    rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t\r\n"), rest_.size()));
+    atEnd_ = rest_.empty();
+    if (atEnd_) return;
+    std::size_t length = 0;
+    word_.quoted = Take("'");
+    while (!rest_.empty()) {
+      if (word_.quoted ? rest_.front() == '\'' && !rest_.starts_with("''") : Contains(" \t\r\n", rest_.front())) break;
+      std::u16string_view added;
+      char16_t character;
+      if (Take("%MODULE%")) {
+        added = modulePath_;
+      } else {
+        character = static_cast<unsigned char>(rest_.front());
+        rest_.remove_prefix(word_.quoted && character == u'\'' ? 2 : 1);
+        added = {&character, 1};
+      }
+      if (length + added.size() >= kWordCapacity) return Fail();
+      length = static_cast<std::size_t>(std::copy(added.begin(), added.end(), word_.text + length) - word_.text);
+    }
+    word_.text[length] = u'\0';
+    if (word_.quoted && !Take("'")) Fail();
+  }
+  void Fail() {
+    rest_ = {};
+    word_.text[0] = u'\0';
+    word_.quoted = false;
+  }
+  bool Take(std::string_view text) {
+    if (!rest_.starts_with(text)) return false;
+    rest_.remove_prefix(text.size());
+    return true;
+  }
+  static bool Contains(std::string_view characters, char wanted) { return characters.find(wanted) != characters.npos; }
+
+  // The keys and values between two braces, the first of which has been read. `parent` is null while the script is
+  // checked, and below a key that is not there: nothing is done then, but the script is read on.
+  HRESULT Keys(HKEY parent, int depth) {
+    for (; !word_.Is(u"}");) {
+      if (depth == kMaxDepth || (word_.text[0] == u'\0' && !word_.quoted)) return E_FAIL;
+      const HRESULT hr = word_.Is(u"val") ? Value(parent) : Key(parent, depth);
+      if (Failed(hr)) return hr;
+    }
+    Next();
+    return S_OK;
+  }
+
+  HRESULT Value(HKEY parent) {
+    Next();
+    const Word name = word_;
+    Next();
+    return name.text[0] == u'\0' || !word_.Is(u"=") ? E_FAIL : Text(parent, name.text);
+  }
+
+  // What stands behind the name of a value, which is stored below `parent`.
+  HRESULT Text(HKEY parent, const char16_t* name) {
+    Next();
+    if (!word_.Is(u"s")) return E_FAIL;
+    Next();
+    if (!word_.quoted) return E_FAIL;
+    LSTATUS rc = ERROR_SUCCESS;
+    if (mode_ == Mode::Register)
+      rc = platform::RegSetValueExW(parent, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(word_.text),
+                                    static_cast<DWORD>((std::u16string_view(word_.text).size() + 1) * 2));
+    Next();
+    return HresultFromError(rc);
+  }
+
+  HRESULT Key(HKEY parent, int depth) {
+    const bool noRemove = word_.Is(u"NoRemove");
+    const bool forceRemove = word_.Is(u"ForceRemove");
+    if (noRemove || forceRemove) Next();
+    const Word name = word_;
+    if (name.text[0] == u'\0' || name.Is(u"{") || name.Is(u"}") || name.Is(u"=")) return E_FAIL;
+    Next();
+    UniqueKey key;
+    LSTATUS rc = ERROR_SUCCESS;
+    if (forceRemove && parent != nullptr) rc = DeleteTree(parent, name.text);
+    if (mode_ == Mode::Register && rc == ERROR_SUCCESS)
+      rc = platform::RegCreateKeyExW(parent, name.text, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                                     key.Receive(), nullptr);
+    if (mode_ == Mode::Unregister && parent != nullptr) key.Open(parent, name.text, KEY_ALL_ACCESS);
+    if (rc != ERROR_SUCCESS) return HresultFromError(rc);
+    if (word_.Is(u"="))
+      if (const HRESULT hr = Text(key.Get(), nullptr); Failed(hr)) return hr;
+    if (word_.Is(u"{")) {
+      Next();
+      if (const HRESULT hr = Keys(key.Get(), depth + 1); Failed(hr)) return hr;
+    }
+    const bool isThere = key.Get() != nullptr;
+    key.Close();
+    if (mode_ == Mode::Unregister && isThere && !noRemove) platform::RegDeleteKeyW(parent, name.text);
+    return S_OK;
+  }
+
+  std::string_view rest_;
+  const std::u16string_view modulePath_;
+  const Mode mode_;
+  Word word_;
+  bool atEnd_ = false;
+};
+
+}  // namespace
+
+HRESULT RunRegistrationScript(std::string_view script, std::u16string_view modulePath, bool registering) {
+  if (const HRESULT hr = Script(script, modulePath, Mode::Check).Run(); Failed(hr)) return hr;
+  if (!registering) return Script(script, modulePath, Mode::Unregister).Run();
+  const HRESULT hr = Script(script, modulePath, Mode::Register).Run();
+  if (Failed(hr)) Script(script, modulePath, Mode::Unregister).Run();
+  return hr;
+}
+
+}  // namespace ztl

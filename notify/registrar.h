@@ -1,0 +1,22 @@
+// Registration scripts: which keys and values a COM class writes below HKEY_CLASSES_ROOT, and removes again.
+//
+//   script  = root "{" key… "}"                        root is HKCR, HKCU, HKLM or HKU
+//   key     = ["NoRemove" | "ForceRemove"] name ["=" value] ["{" (key | "val" name "=" value)… "}"]
+//   value   = "s" text                                  stored as REG_SZ
+//
+// Words are separated by blanks and line ends. Text between single quotes may hold anything; a quote in it is doubled.
+// %MODULE% stands for the module's path, in any word.
+#pragma once
+
+#include <string_view>
+
+#include "platform/types.h"
+
+namespace ztl {
+
+// Makes the script's keys and values, deleting those marked ForceRemove before; or, with `registering` false, deletes
+// the keys but for those marked NoRemove. E_FAIL for a script that cannot be read, with nothing done; otherwise the
+// failure of the registry, with the script's keys removed again.
+platform::HRESULT RunRegistrationScript(std::string_view script, std::u16string_view modulePath, bool registering);
+
+}  // namespace ztl

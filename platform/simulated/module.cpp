@@ -1,0 +1,60 @@
+// The simulated machine's process and module. Its resources are the bytes that the DLL is made from.
+#include "platform/module.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "platform/simulated/machine.h"
+#include "platform/simulated/resources.h"
+
+namespace platform {
+
+using simulated::Operation;
+
+DWORD GetCurrentProcessId() {
+  simulated::Current().Enter(Operation::GetCurrentProcessId);
+  return simulated::Current().module.processId;
+}
+
+const char16_t* GetCommandLineW() {
+  simulated::Current().Enter(Operation::GetCommandLineW);
+  return simulated::Current().module.commandLine.c_str();
+}
+
+BOOL DisableThreadLibraryCalls(HINSTANCE) {
+  simulated::Current().Enter(Operation::DisableThreadLibraryCalls);
+  return 1;
+}
+
+DWORD GetModuleFileNameW(HINSTANCE, char16_t* path, DWORD capacity) {
+  simulated::Machine& machine = simulated::Current();
+  if (const auto code = machine.Enter(Operation::GetModuleFileNameW, {.number2 = capacity})) {
+    machine.lastError = static_cast<DWORD>(*code);
+    return 0;
+  }
+  const std::u16string& text = machine.module.path;
+  const std::size_t length = std::min<std::size_t>(text.size(), capacity - 1);
+  *std::copy_n(text.begin(), length, path) = u'\0';
+  return text.size() < capacity ? static_cast<DWORD>(length) : capacity;
+}
+
+HRSRC FindResourceW(HINSTANCE, const char16_t* name, const char16_t* type) {
+  simulated::Machine& machine = simulated::Current();
+  const auto code = machine.Enter(Operation::FindResourceW);
+  if (!code)
+    for (const simulated::Resource& resource : simulated::kResources)
+      if (ResourceId(resource.id) == name && resource.type == type)
+        return reinterpret_cast<HRSRC>(const_cast<simulated::Resource*>(&resource));
+  machine.lastError = static_cast<DWORD>(code.value_or(ERROR_RESOURCE_NAME_NOT_FOUND));
+  return nullptr;
+}
+
+const void* LoadResourceData(HINSTANCE, HRSRC resource) {
+  return reinterpret_cast<const simulated::Resource*>(resource)->data;
+}
+
+DWORD SizeofResource(HINSTANCE, HRSRC resource) {
+  return reinterpret_cast<const simulated::Resource*>(resource)->bytes;
+}
+
+}  // namespace platform

@@ -1,0 +1,38 @@
+// What a machine's registry says about the filter's bindings: its paths, the adapters that it excludes, its loops.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ztlsim {
+
+struct BindingPath {
+  std::u16string token;
+  std::u16string adapter;  // the adapter's subkey and description
+  bool enabled = false;
+
+  friend bool operator==(const BindingPath&, const BindingPath&) = default;
+};
+
+struct ExcludedEntry {
+  std::u16string entry;
+  std::vector<std::u16string> adapters;  // that it matches, by subkey and description
+};
+
+struct BindLoopInstance {
+  std::u16string instance;  // the virtual adapter's subkey
+  std::u16string description;
+  std::u16string service;  // that is bound directly above
+};
+
+struct BindingState {
+  std::vector<BindingPath> paths;
+  std::vector<ExcludedEntry> excluded;
+  std::vector<BindLoopInstance> loops;
+};
+
+// Reads the current machine, through the module's own lookups and the engine. Nothing is changed; messages are dropped
+// as by ReadMachineState.
+BindingState ReadBindings();
+
+}  // namespace ztlsim
