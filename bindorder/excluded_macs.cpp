@@ -68,7 +68,8 @@ bool ReadExcludedMacs(HKEY parameters, ExcludedMacs& list) {
 std::u16string_view FindExcludingEntry(MultiStringView excludedMacs, std::u16string_view devNodeId) {
   for (const std::u16string_view entry : excludedMacs) {
     const std::size_t shorter = std::min(entry.size(), devNodeId.size());
-    if (EqualNoCase(entry.substr(0, shorter), devNodeId.substr(0, shorter))) return entry;
+    if (EqualNoCase(std::u16string_view(entry.data(), shorter), std::u16string_view(devNodeId.data(), shorter)))
+      return entry;
   }
   return {};
 }

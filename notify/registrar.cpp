@@ -47,12 +47,12 @@ class Script {
       : rest_(text), modulePath_(modulePath), mode_(mode) {}
 
   HRESULT Run() {
-    static const std::pair<const char16_t*, HKEY> kRoots[] = {{u"HKCR", HKEY_CLASSES_ROOT},
+    const std::pair<const char16_t*, HKEY> roots[] = {{u"HKCR", HKEY_CLASSES_ROOT},
                                                               {u"HKCU", HKEY_CURRENT_USER},
                                                               {u"HKLM", HKEY_LOCAL_MACHINE},
                                                               {u"HKU", HKEY_USERS}};
     Next();
-    for (const auto& [name, key] : kRoots) {
+    for (const auto& [name, key] : roots) {
       if (!word_.Is(name)) continue;
       Next();
       if (!word_.Is(u"{")) return E_FAIL;

@@ -1,0 +1,22 @@
+// Checks, and runs a whole transaction with the sessions of its release, on whatever machine a registry export makes: no content of the registry may bring the module
+// down or leave anything open.
+#include <cstdint>
+#include <cstdlib>
+
+#include "platform/simulated/machine.h"
+#include "ztlsim/check.h"
+#include "ztlsim/registry_export.h"
+#include "ztlsim/scenario.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  platform::simulated::Machine machine;
+  const platform::simulated::CurrentMachine current(machine);
+  ztlsim::ReadRegistryExport("input", {reinterpret_cast<const char*>(data), size}, machine.registry);
+  machine.version = {.major = 5, .minor = 2};  // where adapters may be excluded
+  ztlsim::CheckMachine(machine.registry);
+  ztlsim::RunScenario(ztlsim::Scenario::Install);
+  if (machine.registry.OpenHandles() != 0 || machine.taskAllocations != 0 || machine.engine.objects != 0 ||
+      machine.engine.lockHolders != 0 || !machine.comInitializations.empty())
+    std::abort();
+  return 0;
+}
