@@ -14,7 +14,7 @@ constexpr DWORD kNameCapacity = 260;  // characters
 constexpr DWORD kDataCapacity = 520;  // bytes
 constexpr char16_t kAdapters[] = u"Adapters";
 
-// One value as it was enumerated or read. Behind its data stand NULs.
+// One value as it was enumerated.
 struct Value {
   char16_t name[kNameCapacity];
   DWORD type;
@@ -30,7 +30,8 @@ bool StaysAsItIs(HKEY destination, const Value& source) {
          type == source.type;
 }
 
-void CopyValues(HKEY source, HKEY destination, DWORD overwrite) {
+// Kept out of the recursion: its buffers would stand on the stack once for every level.
+[[gnu::noinline]] void CopyValues(HKEY source, HKEY destination, DWORD overwrite) {
   for (DWORD index = 0;; ++index) {
     Value value;
     DWORD nameLength = kNameCapacity;

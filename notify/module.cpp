@@ -50,6 +50,7 @@ HRESULT RunScript(bool registering) {
   const HRSRC script = platform::FindResourceW(g_instance, ResourceId(kRegistrationScript), u"REGISTRY");
   if (script == nullptr) return HresultFromError(static_cast<LSTATUS>(platform::GetLastError()));
   const auto* const text = static_cast<const char*>(platform::LoadResourceData(g_instance, script));
+  if (text == nullptr) return HresultFromError(static_cast<LSTATUS>(platform::GetLastError()));
   return RunRegistrationScript({text, platform::SizeofResource(g_instance, script)}, {path, length}, registering);
 }
 

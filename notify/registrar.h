@@ -15,8 +15,9 @@
 namespace ztl {
 
 // Makes the script's keys and values, deleting those marked ForceRemove before; or, with `registering` false, deletes
-// the keys but for those marked NoRemove. E_FAIL for a script that cannot be read, with nothing done; otherwise the
-// failure of the registry, with the script's keys removed again.
+// the keys but for those marked NoRemove, as far as that is possible. E_FAIL for a script that cannot be read, with
+// nothing done; otherwise the first failure of the registry. The keys that a failed registration has made are deleted
+// again. A script has at most 64 keys; a key's name is one level.
 platform::HRESULT RunRegistrationScript(std::string_view script, std::u16string_view modulePath, bool registering);
 
 }  // namespace ztl

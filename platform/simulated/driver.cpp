@@ -46,14 +46,15 @@ LSTATUS Answer(simulated::Machine& machine, DWORD code, const std::u16string& pa
     return ERROR_SUCCESS;
   }
   const std::u16string key = FullPath(path);
+  const std::u16string live = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL\\Parameters";
+  if (EqualNoCase(std::u16string_view(key).substr(0, live.size()), live)) return ERROR_INVALID_PARAMETER;
   if (key.empty() || (code != kDestroyLinkKey && code != kSaveParameters)) return ERROR_INVALID_PARAMETER;
   if (code == kDestroyLinkKey) {
     const std::size_t slash = key.rfind(u'\\');
     simulated::RegistryKey* const parent = machine.registry.Find(key.substr(0, slash));
     return parent != nullptr && parent->DeleteSubkey(key.substr(slash + 1)) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
   }
-  const simulated::RegistryKey* const parameters =
-      machine.registry.Find(u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL\\Parameters");
+  const simulated::RegistryKey* const parameters = machine.registry.Find(live);
   if (parameters == nullptr) return ERROR_FILE_NOT_FOUND;
   CopyTree(*parameters, machine.registry.Create(key));
   return ERROR_SUCCESS;

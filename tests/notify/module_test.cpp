@@ -149,6 +149,10 @@ TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
                              "HKCR { a = d '1' }",
                              "HKCR { a = s x }",
                              "HKCR { a { val = s 'x' } }",
+                             "HKCR { a { val } = s 'x' } }",
+                             "HKCR { a\\b }",
+                             "HKCR { NoRemove ForceRemove a }",
+                             std::string("HKCR { a }\0", 11),
                              "HKCR { " + std::string(700, 'n') + " }",
                              replaced("= s 'Apartment'", "s 'Apartment'"),
                              replaced("'%MODULE%'", "'%MODULE%"),
@@ -160,6 +164,19 @@ TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
     EXPECT_EQ(ztl::RunRegistrationScript(script, u"m", false), E_FAIL);
     EXPECT_EQ(Dump(machine_.registry.Root()), registry);
   }
+  // What was there before a registration failed stays; what it made goes, also around a key that cannot be made.
+  machine_.registry.Create(u"HKEY_CLASSES_ROOT\\Old").SetValue(u"kept", REG_SZ, Sz(u"x"));
+  const std::string tooLong(256, 'n');
+  EXPECT_TRUE(Failed(ztl::RunRegistrationScript("HKCR { New { a } Old { ForceRemove " + tooLong + " } }", u"m", true)));
+  EXPECT_EQ(machine_.registry.Find(u"HKEY_CLASSES_ROOT\\New"), nullptr);
+  EXPECT_EQ(Value(u"HKEY_CLASSES_ROOT\\Old", u"kept"), Sz(u"x"));
+  // A link to a key that is gone can neither be opened nor deleted.
+  machine_.registry.Create(kClassId);
+  machine_.registry.Link(kClassId + u"\\link", u"HKEY_USERS\\target");
+  machine_.registry.Find(u"HKEY_USERS")->DeleteSubkey(u"target");
+  ztl::DllRegisterServer();
+  machine_.registry.Find(u"HKEY_CLASSES_ROOT\\CLSID")->DeleteSubkey(u"{5b1e7c42-93d0-4f6a-8e25-c07a1d39b4e8}");
+
   std::string deep = "HKCR {";
   for (int i = 0; i < 1000; ++i) deep += " k {";
   EXPECT_EQ(ztl::RunRegistrationScript(deep, u"m", true), E_FAIL);
