@@ -15,8 +15,6 @@ using namespace platform;
 namespace {
 
 constexpr char16_t kMarkerKey[] = u"SYSTEM\\CurrentControlSet\\Services\\ZTL\\CheckBindLoop";
-constexpr char16_t kLanInterfacesKey[] =
-    u"SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}";
 
 // Bytes.
 constexpr DWORD kLoopUpperBindLimit = 516;
@@ -120,26 +118,33 @@ bool IsBindLoop(const char16_t* filterInfId, const char16_t* upperBindTop, Uniqu
   return false;
 }
 
-void RebindRootDevice(const char16_t* filterInfId, const char16_t* referenceName, UniqueKey deviceClassesKey) {
-  const HKEY classKey = deviceClassesKey.Get();
-  for (SubkeyEnumeration<256> link(classKey); link.Next();) {
+bool FindLinkedDevice(HKEY deviceClassesKey, const char16_t* referenceName, LongString& device) {
+  for (SubkeyEnumeration<256> link(deviceClassesKey); link.Next();) {
     LogMessage(g_ModuleLog, SEV_INFO, "Device %S", link.Name());
     UniqueKey key;
-    LongString device;
-    if (key.Open(classKey, link.Name(), KEY_READ) != ERROR_SUCCESS || !device.Read(key.Get(), u"DeviceInstance"))
+    if (key.Open(deviceClassesKey, link.Name(), KEY_READ) != ERROR_SUCCESS ||
+        !device.Read(key.Get(), u"DeviceInstance"))
       continue;
     key.Close();
     LogMessage(g_ModuleLog, SEV_INFO, "DeviceInstance %S", device.Text());
     char16_t path[256 + 520];
-    if (!Join(path, link.Name(), u"\\", referenceName) || key.Open(classKey, path, KEY_READ) != ERROR_SUCCESS) continue;
+    if (!Join(path, link.Name(), u"\\", referenceName) || key.Open(deviceClassesKey, path, KEY_READ) != ERROR_SUCCESS)
+      continue;
     key.Close();
     LogMessage(g_ModuleLog, SEV_INFO, "RootDevice matched");
-    char16_t token[261 + 2 + 261];
-    if (!Join(token, filterInfId, kTokenArrow, device.Text())) return;
-    EnableBindingPath(filterInfId, token, false);
-    EnableBindingPath(filterInfId, token, true);
-    return;
+    return true;
   }
+  return false;
+}
+
+void RebindRootDevice(const char16_t* filterInfId, const char16_t* referenceName, UniqueKey deviceClassesKey) {
+  LongString device;
+  char16_t token[261 + 2 + 261];
+  if (!FindLinkedDevice(deviceClassesKey.Get(), referenceName, device) ||
+      !Join(token, filterInfId, kTokenArrow, device.Text()))
+    return;
+  EnableBindingPath(filterInfId, token, false);
+  EnableBindingPath(filterInfId, token, true);
 }
 
 }  // namespace ztl

@@ -31,6 +31,8 @@ struct BindLoop {
 
 // Subkeys of the net adapter class, whatever their length, as the path of their linkage.
 using InstanceEnumeration = platform::SubkeyEnumeration<256 + 8>;
+inline constexpr char16_t kLanInterfacesKey[] =
+    u"SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}";
 inline constexpr char16_t kInstanceLinkage[] = u"\\Linkage";
 
 // Runs the pass. One runs at a time on the machine: a volatile marker key in the registry excludes the others.
@@ -45,6 +47,10 @@ bool ReadBindLoop(platform::HKEY classKey, InstanceEnumeration& instance, BindLo
 
 // Whether a component of the filter's id has the service that is bound directly above.
 bool IsBindLoop(const char16_t* filterInfId, const char16_t* upperBindTop, platform::UniqueKey serviceClassKey);
+
+// Finds the device whose interface link, a subkey of the open key of network interfaces, has the subkey
+// `referenceName`. False when there is none.
+bool FindLinkedDevice(platform::HKEY deviceClassesKey, const char16_t* referenceName, LongString& device);
 
 // Disables and enables again the filter's path to the device whose interface link has the subkey `referenceName`.
 void RebindRootDevice(const char16_t* filterInfId, const char16_t* referenceName, platform::UniqueKey deviceClassesKey);

@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "bindorder/binding_path.h"
 #include "bindorder/build_im_order.h"
 #include "bindorder/check_bind_loop.h"
 #include "bindorder/class_lookups.h"
@@ -81,13 +82,24 @@ std::vector<ExcludedEntry> ReadExcluded(const std::vector<Adapter>& adapters) {
   return result;
 }
 
+bool IsRepairable(const ztl::BindLoop& loop) {
+  UniqueKey links;
+  ztl::LongString device;
+  if (links.Open(HKEY_LOCAL_MACHINE, ztl::kLanInterfacesKey, KEY_READ) != ERROR_SUCCESS ||
+      !ztl::FindLinkedDevice(links.Get(), loop.referenceName, device))
+    return false;
+  const auto netCfg = ComPtr<INetCfg>::Attach(simulated::CreateTransaction());
+  const std::u16string token = loop.filterInfId.Text() + (ztl::kTokenArrow + std::u16string(device.Text()));
+  return static_cast<bool>(ztl::FindBindingPath(netCfg.Get(), loop.filterInfId.Text(), token.c_str()));
+}
+
 std::vector<BindLoopInstance> ReadLoops(HKEY classKey) {
   std::vector<BindLoopInstance> result;
   for (ztl::InstanceEnumeration instance(classKey, ztl::kInstanceLinkage); instance.Next();) {
     ztl::BindLoop loop;
     const std::u16string subkey = instance.Name();
     if (ztl::ReadBindLoop(classKey, instance, loop))
-      result.push_back({subkey, StringOf(classKey, subkey, u"DriverDesc"), loop.upperBind.text});
+      result.push_back({subkey, StringOf(classKey, subkey, u"DriverDesc"), loop.upperBind.text, IsRepairable(loop)});
   }
   return result;
 }

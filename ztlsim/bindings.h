@@ -22,7 +22,8 @@ struct ExcludedEntry {
 struct BindLoopInstance {
   std::u16string instance;  // the virtual adapter's subkey
   std::u16string description;
-  std::u16string service;  // that is bound directly above
+  std::u16string service;   // that is bound directly above
+  bool repairable = false;  // the adapter underneath has an interface link, and the driver a binding path to it
 };
 
 struct BindingState {

@@ -393,7 +393,9 @@ class Checker {
     for (const BindLoopInstance& loop : bindings_.loops)
       Add("bind-loop", LinkagePath(loop.instance), u"UpperBind",
           Quote(loop.service) + " is bound directly above its own virtual adapter " + Quote(loop.description),
-          "The next transaction disables and enables again its binding path to the adapter underneath");
+          loop.repairable ? "The next transaction disables and enables again its binding path to the adapter underneath"
+                          : "The next transaction finds it and cannot repair it: no interface link of the adapter "
+                            "underneath leads to a binding path of the driver");
     for (const ExcludedEntry& excluded : bindings_.excluded)
       if (excluded.adapters.empty())
         Add("excluded-entry-unmatched", FullPath(ztl::kParametersKey), u"ExcludedMacs",

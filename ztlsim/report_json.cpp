@@ -37,7 +37,8 @@ Json ValueData(const std::optional<simulated::RegistryValue>& value) {
   if (value->type == REG_SZ || value->type == REG_EXPAND_SZ) return Utf16ToUtf8(TextOf(*value));
   if (value->type == REG_MULTI_SZ) return List(ListOf(*value));
   if (value->type == REG_DWORD && data.size() == 4)
-    return data[0] | data[1] << 8 | data[2] << 16 | std::uint32_t{data[3]} << 24;
+    return std::uint32_t{data[0]} | std::uint32_t{data[1]} << 8 | std::uint32_t{data[2]} << 16 |
+           std::uint32_t{data[3]} << 24;
   return HexadecimalOf(*value);
 }
 

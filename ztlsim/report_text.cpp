@@ -181,7 +181,8 @@ std::string Loops(const BindingState& bindings, std::string_view heading) {
   std::string text = bindings.loops.empty() ? "" : "\n" + std::string(heading) + "\n";
   for (const BindLoopInstance& loop : bindings.loops)
     text += "  " + Printable(loop.instance) + " " + Printable(loop.description) + ": its own driver, " +
-            Printable(loop.service) + ", is bound directly above it\n";
+            Printable(loop.service) + ", is bound directly above it" +
+            (loop.repairable ? "\n" : ", and no link leads to the adapter underneath\n");
   return text;
 }
 
