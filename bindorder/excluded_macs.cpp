@@ -50,7 +50,7 @@ void DisablePathTo(INetCfgComponentBindings* bindings, INetCfgComponent* adapter
   if (bindings->IsBoundTo(adapter) != S_OK) return;
   TaskText devNodeId;
   if (Failed(adapter->GetPnpDevNodeId(devNodeId.Receive())) || devNodeId.Get() == nullptr) return;
-  if (FindExcludingEntry(excludedMacs, devNodeId.Get()).empty()) return;
+  if (!IsExcluded(excludedMacs, devNodeId.Get())) return;
   LogMessage(g_ModuleLog, SEV_INFO, "%S in ExcludedMacs", devNodeId.Get());
   char16_t* const token = AllocateToken(componentId, devNodeId.Get());
   if (token == nullptr) return;
@@ -65,13 +65,13 @@ bool ReadExcludedMacs(HKEY parameters, ExcludedMacs& list) {
   return list.Read(parameters, u"ExcludedMacs", REG_MULTI_SZ, kExcludedMacsLimit) == ERROR_SUCCESS;
 }
 
-std::u16string_view FindExcludingEntry(MultiStringView excludedMacs, std::u16string_view devNodeId) {
+bool IsExcluded(MultiStringView excludedMacs, std::u16string_view devNodeId) {
   for (const std::u16string_view entry : excludedMacs) {
     const std::size_t shorter = std::min(entry.size(), devNodeId.size());
     if (EqualNoCase(std::u16string_view(entry.data(), shorter), std::u16string_view(devNodeId.data(), shorter)))
-      return entry;
+      return true;
   }
-  return {};
+  return false;
 }
 
 LSTATUS UnBindZTLFromExcludedMacs() {

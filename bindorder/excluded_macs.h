@@ -21,8 +21,8 @@ inline constexpr platform::DWORD kExcludedMacsLimit = 1020;  // bytes
 // larger than the limit.
 bool ReadExcludedMacs(platform::HKEY parameters, ExcludedMacs& list);
 
-// The first entry that excludes the adapter: it begins the adapter's id, or the id begins it. Empty when none does.
-std::u16string_view FindExcludingEntry(platform::MultiStringView excludedMacs, std::u16string_view devNodeId);
+// Whether an entry excludes the adapter: it begins the adapter's id, or the id begins it.
+bool IsExcluded(platform::MultiStringView excludedMacs, std::u16string_view devNodeId);
 
 // Runs the pass. 0 when it ran or found nothing to do, 50 (ERROR_NOT_SUPPORTED) from Windows 6.0 on, GetVersionExW's
 // error code when the version cannot be read.

@@ -18,8 +18,9 @@ constexpr std::size_t kWordCapacity = 600;  // characters: a path and what stand
 constexpr std::size_t kNameCapacity = 256;
 constexpr int kMaxDepth = 32;  // of nested keys
 
-constexpr std::size_t kMaxKeys = 64;
+constexpr std::size_t kMaxKeys = 64;  // of a script
 
+// What is done while a script is read. The first two stop at the first failure; the last two, which delete, go on.
 enum class Mode { Check, Register, Unregister, Undo };
 
 struct Word {

@@ -1,4 +1,5 @@
-// Registration scripts: which keys and values a COM class writes below HKEY_CLASSES_ROOT, and removes again.
+// Registration scripts: which keys and values a COM class writes below HKEY_CLASSES_ROOT or another root, and removes
+// again.
 //
 //   script  = root "{" key… "}"                        root is HKCR, HKCU, HKLM or HKU
 //   key     = ["NoRemove" | "ForceRemove"] name ["=" value] ["{" (key | "val" name "=" value)… "}"]
@@ -17,7 +18,8 @@ namespace ztl {
 // Makes the script's keys and values, deleting those marked ForceRemove before; or, with `registering` false, deletes
 // the keys but for those marked NoRemove, as far as that is possible. E_FAIL for a script that cannot be read, with
 // nothing done; otherwise the first failure of the registry. The keys that a failed registration has made are deleted
-// again. A script has at most 64 keys; a key's name is one level.
+// again; what it deleted or overwrote before does not come back. A script has at most 64 keys; a key's name is one
+// level.
 platform::HRESULT RunRegistrationScript(std::string_view script, std::u16string_view modulePath, bool registering);
 
 }  // namespace ztl

@@ -77,7 +77,7 @@ std::vector<ExcludedEntry> ReadExcluded(const std::vector<Adapter>& adapters) {
     ExcludedEntry& excluded = result.emplace_back(ExcludedEntry{std::u16string(text), {}});
     const MultiStringView only(excluded.entry.c_str(), excluded.entry.size());
     for (const Adapter& adapter : adapters)
-      if (!ztl::FindExcludingEntry(only, adapter.devNodeId).empty()) excluded.adapters.push_back(adapter.name);
+      if (ztl::IsExcluded(only, adapter.devNodeId)) excluded.adapters.push_back(adapter.name);
   }
   return result;
 }

@@ -33,12 +33,9 @@ Json StackEntries(const AdapterStack* stack) {
 // A multi-string as a list, text as text, a DWORD as a number, anything else as its bytes in hexadecimal.
 Json ValueData(const std::optional<simulated::RegistryValue>& value) {
   if (!value) return nullptr;
-  const std::vector<BYTE>& data = value->data;
   if (value->type == REG_SZ || value->type == REG_EXPAND_SZ) return Utf16ToUtf8(TextOf(*value));
   if (value->type == REG_MULTI_SZ) return List(ListOf(*value));
-  if (value->type == REG_DWORD && data.size() == 4)
-    return std::uint32_t{data[0]} | std::uint32_t{data[1]} << 8 | std::uint32_t{data[2]} << 16 |
-           std::uint32_t{data[3]} << 24;
+  if (const auto number = NumberOf(*value)) return *number;
   return HexadecimalOf(*value);
 }
 

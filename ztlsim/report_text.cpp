@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "install/driver_channel.h"
 #include "log/format.h"
 #include "platform/text.h"
 #include "ztlsim/report.h"
@@ -59,8 +60,11 @@ std::vector<std::string> Tree(const AdapterStack& stack) {
   return lines;
 }
 
+// Whether an entry has come, or stands at another height above the physical adapter.
 bool Moved(const AdapterStack& before, const AdapterStack& after, std::size_t level) {
-  return level >= before.entries.size() || before.entries[level].guid != after.entries[level].guid;
+  const std::size_t height = after.entries.size() - level;
+  return height > before.entries.size() ||
+         before.entries[before.entries.size() - height].guid != after.entries[level].guid;
 }
 
 // The stack's heading: its physical adapter.
@@ -121,6 +125,7 @@ std::string Raw(const platform::simulated::RegistryValue& value) {
 }
 
 std::string ValueText(const platform::simulated::RegistryValue& value) {
+  if (const auto number = NumberOf(value)) return std::to_string(*number);
   if (value.type == platform::REG_MULTI_SZ) return Join(ListOf(value), ", ");
   if (value.type == platform::REG_SZ) return Printable(TextOf(value));
   return HexadecimalOf(value);
@@ -146,14 +151,17 @@ std::string Changes(const std::vector<RegistryChange>& changes) {
   return text;
 }
 
+std::string PathLine(const BindingPath& path) {
+  return (path.enabled ? "  enabled   " : "  disabled  ") + Printable(path.token) + "  " + Printable(path.adapter) +
+         "\n";
+}
+
 // Paths that the filter stands on come first.
 std::string Paths(const BindingState& bindings) {
   std::string text = bindings.paths.empty() ? "" : "\nBinding paths of the filter:\n";
   for (const bool enabled : {true, false})
     for (const BindingPath& path : bindings.paths)
-      if (path.enabled == enabled)
-        text +=
-            (enabled ? "  enabled   " : "  disabled  ") + Printable(path.token) + "  " + Printable(path.adapter) + "\n";
+      if (path.enabled == enabled) text += PathLine(path);
   return text;
 }
 
@@ -161,9 +169,7 @@ std::string ChangedPaths(const BindingState& before, const BindingState& after) 
   std::string text;
   for (const BindingPath& path : after.paths)
     for (const BindingPath& was : before.paths)
-      if (was.token == path.token && was.enabled != path.enabled)
-        text += std::string(path.enabled ? "  enabled   " : "  disabled  ") + Printable(path.token) + "  " +
-                Printable(path.adapter) + "\n";
+      if (was.token == path.token && was.enabled != path.enabled) text += PathLine(path);
   return text.empty() ? "" : "\nBinding paths changed:\n" + text;
 }
 
@@ -184,6 +190,12 @@ std::string Loops(const BindingState& bindings, std::string_view heading) {
             Printable(loop.service) + ", is bound directly above it" +
             (loop.repairable ? "\n" : ", and no link leads to the adapter underneath\n");
   return text;
+}
+
+const char* RequestName(std::uint32_t code) {
+  return code == ztl::IOCTL_ZTL_RUNNING_VERSION       ? "its version"
+         : code == ztl::IOCTL_ZTL_DESTROY_SYMLINK_KEY ? "destroy the link"
+                                                      : "save the parameters into";
 }
 
 }  // namespace
@@ -234,13 +246,14 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
   for (const AdapterStack& after : result.after.stacks)
     if (!after.entries.empty() && FindStack(result.before.stacks, after) == nullptr) {
       ++added;
-      text += Heading(after) + "  (only afterwards)\n";
+      text += Heading(after) + "  (no transport was bound to it before)\n";
       for (const std::string& line : Tree(after)) text += "  " + line + "\n";
     }
   text += "\n" + scenario + ": ";
   for (const auto& [method, hr] : result.results) text += method + " " + Hexadecimal(hr) + ", ";
   text += std::to_string(moved) + " of " + std::to_string(result.before.stacks.size()) + " stacks changed" +
-          (added > 0 ? ", " + std::to_string(added) + " new" : "") + (moved > 0 ? " (moved entries: *)" : "") +
+          (added > 0 ? ", " + std::to_string(added) + " new" : "") +
+          (text.find(std::string(kMoved) + "\n") != text.npos ? " (moved entries: *)" : "") +
           (result.RebootRequired() ? ", a restart is required\n" : "\n");
 
   for (const auto& request : result.pnpReconfigs)
@@ -248,11 +261,11 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
             ", lower " + Printable(request.lower) + ", data \"" +
             Printable(TextOf({u"", platform::REG_SZ, request.data})) + "\"\n";
   for (const auto& request : result.deviceRequests)
-    text += "Request to the driver: " + Hexadecimal(static_cast<platform::HRESULT>(request.code)) + " " +
-            Printable(request.path) + " (" + std::to_string(request.bytes) + " bytes), result " +
-            std::to_string(request.result) + "\n";
+    text += std::string("Request to the driver: ") + RequestName(request.code) +
+            (request.path.empty() ? "" : " " + Printable(request.path)) + ", result " + std::to_string(request.result) +
+            "\n";
   if (result.elapsedMilliseconds > 0)
-    text += "Waited " + std::to_string(result.elapsedMilliseconds) + " ms for the write lock\n";
+    text += "Waited " + std::to_string(result.elapsedMilliseconds) + " ms for the write lock that another holds\n";
   if (!result.standardOutput.empty()) text += "Standard output: " + Printable(result.standardOutput) + "\n";
   text += Loops(result.bindingsBefore, "Binding loops before:") + Loops(result.bindingsAfter, "Binding loops after:");
   text += ChangedPaths(result.bindingsBefore, result.bindingsAfter);

@@ -45,6 +45,13 @@ std::vector<std::u16string> ListOf(const platform::simulated::RegistryValue& val
   return list;
 }
 
+std::optional<std::uint32_t> NumberOf(const platform::simulated::RegistryValue& value) {
+  if (value.type != platform::REG_DWORD || value.data.size() != 4) return std::nullopt;
+  std::uint32_t number = 0;
+  for (std::size_t i = 4; i-- > 0;) number = number << 8 | value.data[i];
+  return number;
+}
+
 std::string HexadecimalOf(const platform::simulated::RegistryValue& value) {
   std::string hexadecimal;
   for (const platform::BYTE byte : value.data) {

@@ -1,6 +1,8 @@
 // The data of registry values as text.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@ std::string TypeName(platform::DWORD type);  // "REG_SZ"; the number of a type w
 std::u16string TextOf(const platform::simulated::RegistryValue& value);
 std::vector<std::u16string> ListOf(const platform::simulated::RegistryValue& value);
 
+std::optional<std::uint32_t> NumberOf(const platform::simulated::RegistryValue& value);  // of a whole DWORD
 std::string HexadecimalOf(const platform::simulated::RegistryValue& value);  // two digits a byte, nothing between
 
 }  // namespace ztlsim

@@ -281,27 +281,31 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
     }
   }
 
-  LSTATUS result = ERROR_SUCCESS;
-  auto write = [&](const AdapterInstance& instance, Strings rootDevice, Strings upperBind) {
-    const LSTATUS rc = Write(instance, std::move(rootDevice), std::move(upperBind));
-    if (result == ERROR_SUCCESS) result = rc;
-  };
+  // What is bound to each instance below a gap then: in place of the filter's service, or before all others.
+  std::vector<std::pair<const AdapterInstance*, Strings>> mended;
   for (const auto& [name, gap] : gaps) {
     const AdapterInstance* const below = Find(name);
     if (below == nullptr) continue;
     const Strings inherited = !gap.bound.empty()     ? gap.bound
                               : gap.above != nullptr ? Strings{ServiceOf(*gap.above)}
                                                      : TransportsFor(*below, error_);
-    Strings upperBind;
-    for (const std::u16string& service : Contains(below->upperBind, filter.service) ? Strings() : inherited)
-      AddOnce(upperBind, service);
-    for (const std::u16string& service : below->upperBind)
-      if (!Equal(service, filter.service))
-        AddOnce(upperBind, service);
-      else
-        for (const std::u16string& above : inherited) AddOnce(upperBind, above);
-    write(*below, below->rootDevice.empty() ? Strings{below->name} : below->rootDevice, std::move(upperBind));
+    Strings before = below->upperBind;
+    if (!Contains(before, filter.service)) before.insert(before.begin(), filter.service);
+    Strings after;
+    for (const std::u16string& service : before)
+      for (const std::u16string& bound : Equal(service, filter.service) ? inherited : Strings{service})
+        AddOnce(after, bound);
+    mended.emplace_back(below, std::move(after));
   }
+  if (error_ != ERROR_SUCCESS) return error_;
+
+  LSTATUS result = ERROR_SUCCESS;
+  auto write = [&](const AdapterInstance& instance, Strings rootDevice, Strings upperBind) {
+    const LSTATUS rc = Write(instance, std::move(rootDevice), std::move(upperBind));
+    if (result == ERROR_SUCCESS) result = rc;
+  };
+  for (auto& [below, upperBind] : mended)
+    write(*below, below->rootDevice.empty() ? Strings{below->name} : below->rootDevice, std::move(upperBind));
   for (const std::size_t member : members) {
     const AdapterInstance& instance = instances_[member];
     if (Owns(filter, instance) && !Equal(instance.name, bottom)) {
@@ -314,7 +318,7 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
     write(instance, std::move(rootDevice), instance.upperBind);
   }
   Index();
-  return result != ERROR_SUCCESS ? result : error_;
+  return result;
 }
 
 LSTATUS StackLinkage::PutOnTop(const FilterDriver& filter, std::u16string_view bottom,

@@ -14,8 +14,6 @@ using platform::REG_MULTI_SZ;
 using platform::simulated::Arguments;
 using platform::simulated::Operation;
 
-using Strings = std::vector<std::string>;
-
 class OrderTest : public MachineTest {
  protected:
   void SetUp() override {

@@ -13,18 +13,11 @@ using namespace platform;
 using namespace ztl_test;
 using simulated::Operation;
 
-using Strings = std::vector<std::string>;
-
 class SessionTest : public MachineTest {
  protected:
   void SetUp() override {
     ASSERT_FALSE(ztlsim::LoadRegistry({ZTL_SOURCE_DIR "/samples/laptop.reg"}, machine_.registry));
     ztl::OpenModuleLog();
-  }
-  Strings TakeLog() {
-    Strings log = LogMessages();
-    std::filesystem::resize_file(LogPath(), 0);
-    return log;
   }
   // A failure of the lock interface's query, the `nth` of them.
   static simulated::Fault LockQueryFails(std::uint64_t nth) {

@@ -9,8 +9,6 @@ using namespace platform;
 using namespace ztl_test;
 using simulated::Operation;
 
-using Strings = std::vector<std::string>;
-
 const std::u16string kService = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL";
 const std::u16string kRunOnce = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
 const std::u16string kSaved = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillmark\\ZTL\\Parameters";
@@ -26,11 +24,6 @@ class DriverChannelTest : public MachineTest {
   void TearDown() override {
     EXPECT_FALSE(machine_.driver.isOpen);
     MachineTest::TearDown();
-  }
-  Strings TakeLog() {
-    Strings log = LogMessages();
-    std::filesystem::resize_file(LogPath(), 0);
-    return log;
   }
 };
 

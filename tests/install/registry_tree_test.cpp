@@ -15,19 +15,12 @@ using namespace ztl_test;
 using simulated::Operation;
 using simulated::RegistryKey;
 
-using Strings = std::vector<std::string>;
-
 constexpr std::u16string_view kSource = u"HKEY_LOCAL_MACHINE\\From";
 constexpr std::u16string_view kTarget = u"HKEY_LOCAL_MACHINE\\To";
 
 class RegistryTreeTest : public MachineTest {
  protected:
   void SetUp() override { ztl::OpenModuleLog(); }
-  Strings TakeLog() {
-    Strings log = LogMessages();
-    std::filesystem::resize_file(LogPath(), 0);
-    return log;
-  }
   void Copy(DWORD overwrite) { ztl::CopyRegTree(HKEY_LOCAL_MACHINE, u"From", HKEY_LOCAL_MACHINE, u"To", overwrite); }
 };
 

@@ -35,8 +35,6 @@ class LogTest : public MachineTest {
   }
 };
 
-using Strings = std::vector<std::string>;
-
 TEST_F(LogTest, ALineHasItsHeadAndTheDebuggerItsText) {
   OpenModuleLog();
   ASSERT_EQ(g_ModuleLog.available, 1u);

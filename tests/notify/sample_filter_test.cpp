@@ -14,8 +14,6 @@ using platform::simulated::Arguments;
 using platform::simulated::Operation;
 using ztl::HrCreateSampleFilter;
 
-using Strings = std::vector<std::string>;
-
 constexpr IID kNotifyIids[] = {IID_INetCfgComponentControl, IID_INetCfgComponentSetup, IID_INetCfgComponentPropertyUi,
                                IID_INetCfgComponentNotifyBinding, IID_INetCfgComponentNotifyGlobal};
 
@@ -108,11 +106,6 @@ class SampleFilterTest : public MachineTest {
     binding_.Reset();
     global_.Reset();
     control_.Reset();
-  }
-  Strings TakeLog() {
-    Strings log = LogMessages();
-    std::filesystem::resize_file(LogPath(), 0);
-    return log;
   }
   const simulated::RegistryValue* Value(const std::u16string& key, std::u16string_view name) {
     const simulated::RegistryKey* const found = machine_.registry.Find(key);

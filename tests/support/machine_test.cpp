@@ -71,6 +71,12 @@ std::vector<std::string> MachineTest::LogMessages() const {
   return messages;
 }
 
+std::vector<std::string> MachineTest::TakeLog() {
+  std::vector<std::string> messages = LogMessages();
+  std::filesystem::resize_file(LogPath(), 0);
+  return messages;
+}
+
 std::vector<std::string> MachineTest::LogErrors() const {
   std::vector<std::string> errors;
   for (const std::string& line : Lines(ReadFile(LogPath())))

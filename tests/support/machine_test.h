@@ -14,6 +14,7 @@
 namespace ztl_test {
 
 using platform::simulated::Machine;
+using Strings = std::vector<std::string>;
 
 std::vector<platform::BYTE> Bytes(std::u16string_view text);  // the text's units, without a terminator
 std::vector<platform::BYTE> Sz(std::u16string_view text);
@@ -40,6 +41,7 @@ class MachineTest : public testing::Test {
   std::filesystem::path LogPath() const { return root_ / "Windows" / "temp" / "ztlinst.log"; }
   std::vector<std::string> LogMessages() const;  // the lines of the log without their heads
   std::vector<std::string> LogErrors() const;    // those of severity ERROR
+  std::vector<std::string> TakeLog();            // LogMessages, and the log is empty then
 
   // A component of the NetService or NetTrans class; empty texts leave their value out.
   void AddService(std::u16string_view subkey, std::u16string_view service, std::u16string_view filterClass,
