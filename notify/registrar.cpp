@@ -89,7 +89,7 @@ class Script {
     std::size_t length = 0;
     word_.quoted = Take("'");
     while (!rest_.empty()) {
-      if (word_.quoted ? rest_.front() == '\'' && !rest_.starts_with("''") : Contains(" \t\r\n", rest_.front())) break;
+      if (word_.quoted ? rest_.front() == '\'' && !Follows("''") : Contains(" \t\r\n", rest_.front())) break;
       std::u16string_view added;
       char16_t character;
       if (Take("%MODULE%")) {
@@ -111,8 +111,11 @@ class Script {
     word_.text[0] = u'\0';
     word_.quoted = false;
   }
+  bool Follows(std::string_view text) const {
+    return rest_.size() >= text.size() && std::equal(text.begin(), text.end(), rest_.begin());
+  }
   bool Take(std::string_view text) {
-    if (!rest_.starts_with(text)) return false;
+    if (!Follows(text)) return false;
     rest_.remove_prefix(text.size());
     return true;
   }
