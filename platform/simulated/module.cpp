@@ -6,10 +6,13 @@
 
 #include "platform/simulated/machine.h"
 #include "platform/simulated/resources.h"
+#include "platform/text.h"
 
 namespace platform {
 
 using simulated::Operation;
+
+namespace {}  // namespace
 
 DWORD GetCurrentProcessId() {
   simulated::Current().Enter(Operation::GetCurrentProcessId);
@@ -33,19 +36,24 @@ DWORD GetModuleFileNameW(HINSTANCE, char16_t* path, DWORD capacity) {
     return 0;
   }
   const std::u16string& text = machine.module.path;
-  const std::size_t length = std::min<std::size_t>(text.size(), capacity - 1);
-  *std::copy_n(text.begin(), length, path) = u'\0';
-  return text.size() < capacity ? static_cast<DWORD>(length) : capacity;
+  if (capacity != 0) *std::copy_n(text.begin(), std::min<std::size_t>(text.size(), capacity - 1), path) = u'\0';
+  if (text.size() < capacity) return static_cast<DWORD>(text.size());
+  machine.lastError = ERROR_INSUFFICIENT_BUFFER;
+  return capacity;
 }
 
+// A type is a text here: one that is a number is not found.
 HRSRC FindResourceW(HINSTANCE, const char16_t* name, const char16_t* type) {
   simulated::Machine& machine = simulated::Current();
   const auto code = machine.Enter(Operation::FindResourceW);
-  if (!code)
-    for (const simulated::Resource& resource : simulated::kResources)
-      if (ResourceId(resource.id) == name && resource.type == type)
-        return reinterpret_cast<HRSRC>(const_cast<simulated::Resource*>(&resource));
-  machine.lastError = static_cast<DWORD>(code.value_or(ERROR_RESOURCE_NAME_NOT_FOUND));
+  LSTATUS otherwise = ERROR_RESOURCE_TYPE_NOT_FOUND;
+  if (!code && reinterpret_cast<std::uintptr_t>(type) > 0xFFFF)
+    for (const simulated::Resource& resource : simulated::kResources) {
+      if (!EqualNoCase(resource.type, type)) continue;
+      if (ResourceId(resource.id) == name) return reinterpret_cast<HRSRC>(const_cast<simulated::Resource*>(&resource));
+      otherwise = ERROR_RESOURCE_NAME_NOT_FOUND;
+    }
+  machine.lastError = static_cast<DWORD>(code.value_or(otherwise));
   return nullptr;
 }
 

@@ -77,16 +77,19 @@ UINT GetWindowsDirectoryA(char* buffer, UINT capacity) {
 BOOL GetVersionExW(OSVERSIONINFOEXW* version) {
   simulated::Machine& machine = simulated::Current();
   const auto code = machine.Enter(Operation::GetVersionExW);
-  if (code || version->dwOSVersionInfoSize != sizeof(*version)) {
+  const DWORD bytes = version->dwOSVersionInfoSize;
+  // The structure's older form ends in front of the service pack's number.
+  if (code || (bytes != sizeof(*version) && bytes != offsetof(OSVERSIONINFOEXW, wServicePackMajor))) {
     machine.lastError = static_cast<DWORD>(code.value_or(ERROR_INSUFFICIENT_BUFFER));
     return 0;
   }
-  *version = {};
-  version->dwOSVersionInfoSize = sizeof(*version);
-  version->dwMajorVersion = machine.version.major;
-  version->dwMinorVersion = machine.version.minor;
-  version->dwPlatformId = machine.version.platformId;
-  version->wServicePackMajor = machine.version.servicePack;
+  OSVERSIONINFOEXW filled = {};
+  filled.dwOSVersionInfoSize = bytes;
+  filled.dwMajorVersion = machine.version.major;
+  filled.dwMinorVersion = machine.version.minor;
+  filled.dwPlatformId = machine.version.platformId;
+  filled.wServicePackMajor = machine.version.servicePack;
+  std::memcpy(version, &filled, bytes);
   return 1;
 }
 

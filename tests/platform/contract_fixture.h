@@ -1,5 +1,5 @@
 // What the contract tests of the platform boundary run on: the simulated machine, or with ZTL_CONTRACT_WINDOWS the
-// operating system itself. Either way they work below one scratch key, which comes and goes with each test.
+// operating system itself.
 #pragma once
 
 #include "platform/registry_key.h"
@@ -14,7 +14,16 @@
 
 namespace platform {
 
-class RegistryContract : public ::testing::Test {
+class Contract : public ::testing::Test {
+#ifndef ZTL_CONTRACT_WINDOWS
+ protected:
+  simulated::Machine machine_;
+  simulated::CurrentMachine current_{machine_};
+#endif
+};
+
+// Either way the tests of the registry work below one scratch key, which comes and goes with each test.
+class RegistryContract : public Contract {
  protected:
   void SetUp() override {
     DeleteTree(HKEY_LOCAL_MACHINE, kPath);
@@ -43,11 +52,6 @@ class RegistryContract : public ::testing::Test {
     RegCloseKey(key);
     ASSERT_EQ(RegDeleteKeyW(parent, name), ERROR_SUCCESS);  // else the loop above would not end
   }
-
-#ifndef ZTL_CONTRACT_WINDOWS
-  simulated::Machine machine_;
-  simulated::CurrentMachine current_{machine_};
-#endif
 };
 
 }  // namespace platform

@@ -1,0 +1,288 @@
+// The DLL that ships, on the operating system's own loader, COM, registry and version functions.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "install/registry_tree.h"
+// The public headers come last: they define some of the boundary's names as macros.
+#include <windows.h>
+// Behind <windows.h>.
+#include <netcfgn.h>
+#include <process.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr CLSID kClass = {0x5B1E7C42, 0x93D0, 0x4F6A, {0x8E, 0x25, 0xC0, 0x7A, 0x1D, 0x39, 0xB4, 0xE8}};
+constexpr wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{5b1e7c42-93d0-4f6a-8e25-c07a1d39b4e8}";
+constexpr wchar_t kService[] = L"System\\CurrentControlSet\\Services\\ZTL";
+constexpr wchar_t kProduct[] = L"Software\\Quillmark\\ZTL";
+
+// A key of HKEY_LOCAL_MACHINE and what stands below it: subkeys, ended by a backslash, and values, behind an @.
+using Tree = std::map<std::wstring, std::pair<DWORD, std::string>>;
+Tree Read(const std::wstring& path, const std::wstring& inner = L"") {
+  Tree tree;
+  HKEY key;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != 0) return tree;
+  tree[inner];
+  wchar_t name[300];
+  BYTE data[600];
+  DWORD length = 300, bytes = sizeof data, type;
+  for (DWORD i = 0; RegEnumValueW(key, i++, name, &length, nullptr, &type, data, &bytes) == 0;) {
+    tree[inner + L"@" + name] = {type, std::string(data, data + bytes)};
+    length = 300, bytes = sizeof data;
+  }
+  for (DWORD i = 0; RegEnumKeyW(key, i++, name, 300) == 0;) tree.merge(Read(path + L"\\" + name, inner + name + L"\\"));
+  RegCloseKey(key);
+  return tree;
+}
+
+void Set(const std::wstring& key, const wchar_t* name, DWORD type, const std::string& data) {
+  const auto bytes = static_cast<DWORD>(data.size());
+  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, type, data.data(), bytes), 0);
+}
+
+std::string Bytes(const std::wstring& text) {
+  return {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)};
+}
+
+// Each test loads the DLL, and has a log and registry keys of its own.
+class DllTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    wchar_t text[MAX_PATH];
+    GetWindowsDirectoryW(text, MAX_PATH);
+    log_ = fs::path(text) / "temp" / "ztlinst.log";
+    fs::remove(log_);
+    for (const wchar_t* key : {kClassKey, kService, kProduct}) RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
+    ASSERT_NE(dll_ = LoadLibraryW(fs::path(ZTLI64X_DLL).c_str()), nullptr);
+    GetModuleFileNameW(dll_, text, MAX_PATH);
+    path_ = text;
+  }
+  void TearDown() override { FreeLibrary(dll_); }
+
+  // The log without the heads of its lines. A line of another form stays as it is.
+  std::string Log() {
+    std::ifstream file(log_, std::ios::binary);
+    const std::regex line(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d:  ztli64x: ([^\r\n]*)\r\n)");
+    return std::regex_replace(std::string(std::istreambuf_iterator<char>(file), {}), line, "$1\n");
+  }
+  template <class Function>
+  Function* Export(const char* name) {
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(dll_, name)));
+  }
+  template <class Structure = char>
+  const Structure* At(std::size_t offset) {
+    return reinterpret_cast<const Structure*>(reinterpret_cast<const char*>(dll_) + offset);
+  }
+  std::string Resource(const wchar_t* type, WORD id) {
+    const HRSRC resource = FindResourceExW(dll_, type, MAKEINTRESOURCEW(id), 0x0409);
+    const void* const bytes = LockResource(LoadResource(dll_, resource));
+    return {static_cast<const char*>(bytes), SizeofResource(dll_, resource)};
+  }
+
+  HMODULE dll_ = nullptr;
+  fs::path log_, path_;
+};
+
+TEST_F(DllTest, ExportsFiveEntriesImportsSystemLibrariesAndIsHardened) {
+  const auto* const headers = At<IMAGE_NT_HEADERS64>(static_cast<std::size_t>(At<IMAGE_DOS_HEADER>(0)->e_lfanew));
+  const auto& directories = headers->OptionalHeader.DataDirectory;
+  const auto* const exports = At<IMAGE_EXPORT_DIRECTORY>(directories[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress);
+  std::string entries = At(exports->Name) + std::string(" ") + std::to_string(exports->NumberOfFunctions);
+  for (DWORD i = 0; i < exports->NumberOfNames; ++i)
+    (entries += "\n" + std::to_string(exports->Base + At<WORD>(exports->AddressOfNameOrdinals)[i]) + " ") +=
+        At(At<DWORD>(exports->AddressOfNames)[i]);
+  EXPECT_EQ(entries,
+            "ztli64x.dll 5\n1 ?ReInstallZtl@@YAKPEAX0PEADH@Z\n2 DllCanUnloadNow\n3 DllGetClassObject\n"
+            "4 DllRegisterServer\n5 DllUnregisterServer");
+  std::set<std::string> libraries;
+  for (auto* import = At<IMAGE_IMPORT_DESCRIPTOR>(directories[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
+       import->Name != 0; ++import)
+    libraries.insert(At(import->Name));
+  EXPECT_EQ(libraries,
+            (std::set<std::string>{"ADVAPI32.dll", "KERNEL32.dll", "USER32.dll", "msvcrt.dll", "ole32.dll"}));
+  EXPECT_EQ(headers->OptionalHeader.DllCharacteristics & 0x160, 0x160);  // high entropy, dynamic base, no execution
+  EXPECT_NE(directories[IMAGE_DIRECTORY_ENTRY_BASERELOC].Size, 0u);      // without which it could not be moved
+  constexpr DWORD kBoth = IMAGE_SCN_MEM_WRITE | IMAGE_SCN_MEM_EXECUTE;
+  for (WORD i = 0; i < headers->FileHeader.NumberOfSections; ++i)
+    EXPECT_NE(IMAGE_FIRST_SECTION(headers)[i].Characteristics & kBoth, kBoth) << i;
+  EXPECT_LT(fs::file_size(path_), 200'000u);
+}
+
+TEST_F(DllTest, TheSystemReadsItsVersionBlock) {
+  std::wstring block(GetFileVersionInfoSizeW(path_.c_str(), nullptr), L'\0');
+  ASSERT_TRUE(GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
+  const auto query = [&](const std::wstring& name, UINT unit) {
+    void* value = nullptr;
+    UINT length = 0;
+    VerQueryValueW(block.data(), name.c_str(), &value, &length);
+    return std::string(static_cast<const char*>(value), length * unit);
+  };
+  const DWORD fixed[] = {0xFEEF04BD, 0x10000, 0x40011, 0x4976, 0x40011, 0x4976, 0x3F, 0, 0x10004, 1, 0, 0, 0};
+  EXPECT_EQ(query(L"\\", 1), std::string(reinterpret_cast<const char*>(fixed), sizeof fixed));
+  EXPECT_EQ(query(L"\\VarFileInfo\\Translation", 1), "\x09\x04\xB0\x04");
+  std::wistringstream strings(
+      L"CompanyName=Quillmark\nFileDescription=ZTL Install Object\nFileVersion=4.17.0.18806\nInternalName=ZTLI64X\n"
+      L"LegalCopyright=Copyright (C) Quillmark\nOriginalFilename=ZTLI64X.DLL\nBuildNumber=18806\n"
+      L"ProductVersion=4.17.0.18806\nProductName=ZTL");
+  std::size_t last = 0;
+  for (std::wstring name, text; std::getline(strings, name, L'=') && std::getline(strings, text);) {
+    EXPECT_EQ(query(L"\\StringFileInfo\\040904b0\\" + name, 2), Bytes(text));
+    const std::size_t place = block.find(name + L'\0');
+    EXPECT_LT(std::exchange(last, place), place);  // in this order
+  }
+}
+
+TEST_F(DllTest, ItsResourcesAreTheScriptAndTheDialog) {
+  std::ifstream file(ZTL_SOURCE_DIR "/notify/resources/registration.rgs", std::ios::binary);
+  EXPECT_EQ(Resource(L"REGISTRY", 40001), std::string(std::istreambuf_iterator<char>(file), {}));
+  std::wstring expected = {0x00C0, 0x80C8, 0, 0, 4, 0, 0, 232, 151, 0, 0};  // no menu, the default class
+  expected.append(L"General\0\x08MS Shell Dlg\0", 22);
+  for (const auto& [words, text] : std::initializer_list<std::pair<std::wstring, const wchar_t*>>{
+           {{0x00, 0x5002, 0, 0, 70, 47, 70, 11, 0xFFFF, 0xFFFF, 0x82}, L"Parameter1"},
+           {{0x80, 0x5081, 0, 0, 70, 58, 69, 15, 1851, 0xFFFF, 0x81}, L""},
+           {{0x00, 0x5002, 0, 0, 70, 89, 70, 11, 0xFFFF, 0xFFFF, 0x82}, L"Bundle ID"},
+           {{0x80, 0x5081, 0, 0, 70, 100, 69, 15, 1852, 0xFFFF, 0x81}, L""}}) {
+    expected.resize((expected.size() + 1) / 2 * 2);     // each begins at a whole DWORD
+    expected += words + text + std::wstring(2, L'\0');  // no creation data
+  }
+  expected.pop_back();  // which is the terminator
+  EXPECT_EQ(Resource(RT_DIALOG, 1850), Bytes(expected));
+}
+
+TEST_F(DllTest, ItsClassObjectMakesInstancesThatKeepItLoaded) {
+  auto* const getClassObject = Export<HRESULT(REFCLSID, REFIID, void**)>("DllGetClassObject");
+  auto* const canUnload = Export<HRESULT()>("DllCanUnloadNow");
+  void* object = this;
+  EXPECT_EQ(getClassObject(kClass, IID_IClassFactory, nullptr), E_POINTER);
+  EXPECT_TRUE(getClassObject(CLSID{}, IID_IUnknown, &object) == CLASS_E_CLASSNOTAVAILABLE && object == nullptr);
+  object = this;
+  EXPECT_TRUE(getClassObject(kClass, IID_INetCfgComponentSetup, &object) == E_NOINTERFACE && object == nullptr);
+  ASSERT_EQ(getClassObject(kClass, IID_IUnknown, &object), S_OK);
+  IClassFactory* factory;
+  ASSERT_EQ(getClassObject(kClass, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
+  EXPECT_EQ(object, factory);
+  EXPECT_TRUE(factory->LockServer(TRUE) == S_OK && canUnload() == S_FALSE);
+  EXPECT_TRUE(factory->LockServer(FALSE) == S_OK && canUnload() == S_OK);
+
+  IStream* outer;  // some object that counts its references
+  ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &outer), S_OK);
+  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+  EXPECT_EQ(factory->CreateInstance(outer, IID_INetCfgComponentSetup, &object), CLASS_E_NOAGGREGATION);
+  EXPECT_TRUE(factory->CreateInstance(nullptr, IID_IClassFactory, &object) == E_NOINTERFACE && object == nullptr);
+  for (const bool isInner : {false, true}) {
+    IUnknown *instance, *part, *identity;
+    ASSERT_EQ(factory->CreateInstance(isInner ? outer : nullptr, IID_IUnknown, reinterpret_cast<void**>(&instance)), 0);
+    EXPECT_EQ(canUnload(), S_FALSE);
+    EXPECT_TRUE(instance->QueryInterface(IID_IClassFactory, &object) == E_NOINTERFACE && object == nullptr);
+    for (const IID& riid : {IID_INetCfgComponentControl, IID_INetCfgComponentSetup, IID_INetCfgComponentPropertyUi,
+                            IID_INetCfgComponentNotifyBinding, IID_INetCfgComponentNotifyGlobal}) {
+      ASSERT_EQ(instance->QueryInterface(riid, reinterpret_cast<void**>(&part)), S_OK);
+      ASSERT_EQ(part->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)), S_OK);
+      EXPECT_EQ(identity, isInner ? outer : instance);
+      EXPECT_EQ(outer->AddRef(), isInner ? 4u : 2u);
+      for (IUnknown* const held : {static_cast<IUnknown*>(outer), identity, part}) held->Release();
+    }
+    EXPECT_EQ(instance->Release(), 0u);
+    EXPECT_EQ(canUnload(), S_OK);
+  }
+  EXPECT_EQ(outer->Release(), 0u);
+}
+
+TEST_F(DllTest, ItsLifeIsInTheLog) {
+  using ReInstall = HRESULT(void*, void*, char*, int);
+  auto* const reInstall = Export<ReInstall>("?ReInstallZtl@@YAKPEAX0PEADH@Z");
+  ASSERT_TRUE(reInstall != nullptr && reInstall == Export<ReInstall>(MAKEINTRESOURCEA(1)));
+  EXPECT_EQ(LoadLibraryW(path_.c_str()), dll_);
+  Export<HRESULT(REFCLSID, REFIID, void**)>("DllGetClassObject")(kClass, IID_IUnknown, nullptr);
+  Export<HRESULT()>("DllCanUnloadNow")();
+  std::thread([] {}).join();  // comes and goes without a line
+  EXPECT_TRUE(FreeLibrary(dll_));
+  const HRESULT result = reInstall(this, nullptr, nullptr, 7);
+  EXPECT_LT(result, 0);  // the component is not there, or not even the engine
+  EXPECT_TRUE(FreeLibrary(dll_) && GetModuleHandleW(path_.c_str()) == nullptr);
+  ASSERT_NE(dll_ = LoadLibraryW(path_.c_str()), nullptr);
+  const std::string pid = " pid=" + std::to_string(GetCurrentProcessId());
+  const std::string attach = "   INFO: DLL_PROCESS_ATTACH 4.17.0.18806" + pid + " <" + GetCommandLineA() + ">\n";
+  // How far it gets depends on the system's engine; the last result is what it returns.
+  const std::string log = std::regex_replace(Log(), std::regex("  ERROR: Hr.*\n|.*Cfg rc = 0\n"), "");
+  EXPECT_EQ(std::regex_replace(log, std::regex(":Hr\\w+ rc"), " rc"),
+            attach +
+                "   INFO: DllGetClassObject\n   INFO: DllCanUnloadNow hr=0\n   INFO: ReInstallZtl Entry\n"
+                "   INFO: ReInstallZtl rc = " +
+                std::to_string(result) + "\n   INFO: DLL_PROCESS_DETACH" + pid + "\n" + attach);
+}
+
+// From a folder whose name the script must quote.
+TEST_F(DllTest, Regsvr32RegistersAndUnregistersItTwice) {
+  const fs::path folder = fs::temp_directory_path() / "it's here", copy = folder / "ztli64x.dll";
+  fs::create_directories(folder);
+  fs::copy_file(path_, copy, fs::copy_options::overwrite_existing);
+  Set(std::wstring(kClassKey) + L"\\Old", L"", REG_DWORD, "1234");
+  Set(kService, L"Start", REG_DWORD, "1234");
+  for (const wchar_t* const option : {L"/s", L"/s", L"/u", L"/u"}) {
+    const std::wstring quoted = L"\"" + copy.wstring() + L"\"";
+    fs::remove(log_);
+    EXPECT_EQ(_wspawnlp(_P_WAIT, L"regsvr32.exe", L"regsvr32.exe", L"/s", option, quoted.c_str(), nullptr), 0);
+    const std::string log = std::regex_replace(Log(), std::regex(" pid=.*"), "");
+    if (option[1] == L'u') {
+      EXPECT_EQ(Read(kClassKey), Tree());
+      EXPECT_EQ(log,
+                "   INFO: DLL_PROCESS_ATTACH 4.17.0.18806\n   INFO: DllUnregisterServer\n"
+                "  ERROR: ZtlRunningVersion CreateFile err=2\n   INFO: PrepareZtlForUnload() called\n"
+                "   INFO: DLL_PROCESS_DETACH\n");
+      continue;
+    }
+    EXPECT_EQ(Read(kClassKey), (Tree{{L"", {}},
+                                     {L"@", {REG_SZ, Bytes(L"ZTL Filter Configuration Notify Object")}},
+                                     {L"InProcServer32\\", {}},
+                                     {L"InProcServer32\\@", {REG_SZ, Bytes(copy.wstring())}},
+                                     {L"InProcServer32\\@ThreadingModel", {REG_SZ, Bytes(L"Apartment")}}}));
+    EXPECT_EQ(log,
+              "   INFO: DLL_PROCESS_ATTACH 4.17.0.18806\n   INFO: DllRegisterServer\n   INFO: DLL_PROCESS_DETACH\n");
+    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    void* object;
+    ASSERT_EQ(CoCreateInstance(kClass, nullptr, CLSCTX_INPROC_SERVER, IID_INetCfgComponentSetup, &object), S_OK);
+    EXPECT_EQ(static_cast<IUnknown*>(object)->Release(), 0u);
+    CoUninitialize();
+  }
+  EXPECT_EQ(Read(kService), (Tree{{L"", {}}, {L"@Start", {REG_DWORD, std::string("\4\0\0\0", 4)}}}));
+  fs::remove_all(folder);
+}
+
+TEST_F(DllTest, RealTreesAreCopiedRestoredAndDeleted) {
+  const std::wstring saved = std::wstring(kProduct) + L"\\Parameters", live = std::wstring(kService) + L"\\Parameters";
+  std::wstring deep = saved;
+  Set(saved, L"Only", REG_MULTI_SZ, "odd");
+  Set(saved, L"Type", REG_BINARY, std::string(520, 'x'));
+  for (int i = 0; i < 200; ++i) Set(deep += L"\\x", L"Deep", REG_DWORD, "save");
+  Tree expected = Read(saved);
+  expected[L"@Both"] = {REG_DWORD, "live"};
+  Set(saved, L"Both", REG_DWORD, "save");
+  Set(deep + L"\\aDAPTERS\\{1}", L"Left", REG_DWORD, "save");
+  for (const wchar_t* name : {L"Type", L"Both"}) Set(live, name, REG_DWORD, "live");
+  Set(kService, L"DeleteFlag", REG_DWORD, "live");
+  ztl::RestoreZtlParams();
+  EXPECT_EQ(Read(live), expected);
+  EXPECT_FALSE(Read(kService).contains(L"@DeleteFlag"));
+  EXPECT_EQ(Read(kProduct), (Tree{{L"", {}}}));
+
+  const auto machine = reinterpret_cast<platform::HKEY>(HKEY_LOCAL_MACHINE);
+  ztl::CopyRegTree(machine, ztl::kLiveParametersKey, machine, ztl::kSavedParametersKey, 1);
+  EXPECT_EQ(Read(saved), expected);
+  EXPECT_EQ(ztl::DeleteKey(machine, ztl::kProductKey), 0);
+  EXPECT_EQ(Read(kProduct), Tree());
+}
+
+}  // namespace
