@@ -12,8 +12,6 @@ namespace platform {
 
 using simulated::Operation;
 
-namespace {}  // namespace
-
 DWORD GetCurrentProcessId() {
   simulated::Current().Enter(Operation::GetCurrentProcessId);
   return simulated::Current().module.processId;
