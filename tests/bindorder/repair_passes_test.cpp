@@ -409,11 +409,7 @@ TEST_F(RepairTest, NothingIsLeftWhenACallFails) {
       machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
       if (fault) machine.faults = {*fault};
       ReleaseNotifyObject();
-      EXPECT_EQ(machine.registry.OpenHandles(), 0u);
-      EXPECT_EQ(machine.taskAllocations, 0);
-      EXPECT_EQ(machine.engine.objects, 0);
-      EXPECT_EQ(machine.engine.lockHolders, 0);
-      EXPECT_TRUE(machine.comInitializations.empty());
+      ExpectNothingLeft(machine);
       std::vector<std::uint64_t> calls;
       for (int i = 0; i < static_cast<int>(Operation::Count); ++i)
         calls.push_back(machine.Calls(static_cast<Operation>(i)));

@@ -56,13 +56,13 @@ MachineTest::~MachineTest() {
   std::filesystem::remove_all(root_, ignored);
 }
 
-void MachineTest::ExpectNothingLeft() {
-  EXPECT_EQ(machine_.registry.OpenHandlePaths(), std::vector<std::u16string>());
-  EXPECT_EQ(machine_.files.OpenDescriptors(), 0);
-  EXPECT_EQ(machine_.taskAllocations, 0);
-  EXPECT_EQ(machine_.engine.objects, 0);
-  EXPECT_EQ(machine_.engine.lockHolders, 0);
-  EXPECT_TRUE(machine_.comInitializations.empty());
+void MachineTest::ExpectNothingLeft(const Machine& machine) {
+  EXPECT_EQ(machine.registry.OpenHandlePaths(), std::vector<std::u16string>());
+  EXPECT_EQ(machine.files.OpenDescriptors(), 0);
+  EXPECT_EQ(machine.taskAllocations, 0);
+  EXPECT_EQ(machine.engine.objects, 0);
+  EXPECT_EQ(machine.engine.lockHolders, 0);
+  EXPECT_TRUE(machine.comInitializations.empty());
 }
 
 std::vector<std::string> MachineTest::LogMessages() const {

@@ -37,7 +37,8 @@ class MachineTest : public testing::Test {
   ~MachineTest() override;
   void TearDown() override { ExpectNothingLeft(); }
 
-  void ExpectNothingLeft();
+  void ExpectNothingLeft() { ExpectNothingLeft(machine_); }
+  static void ExpectNothingLeft(const Machine& machine);  // of keys, files, memory, engine objects, the lock and COM
   std::filesystem::path LogPath() const { return root_ / "Windows" / "temp" / "ztlinst.log"; }
   std::vector<std::string> LogMessages() const;  // the lines of the log without their heads
   std::vector<std::string> LogErrors() const;    // those of severity ERROR
