@@ -308,10 +308,10 @@ def children(hklm, path):
     return list((hklm.open(path) or Key("")).enumerate(255))
 
 
-def text_of(key, name):
-    """A REG_SZ value of up to 260 characters, up to its NUL or its end; None for anything else."""
-    code, buffer, _ = read(key, name, REG_SZ, 520)
-    return None if code else buffer[:260].partition("\0")[0]
+def text_of(key, name, limit=520):
+    """A REG_SZ value of up to `limit` bytes, up to its NUL or its end; None for anything else."""
+    code, buffer, _ = read(key, name, REG_SZ, limit)
+    return None if code else buffer[:limit // 2].partition("\0")[0]
 
 
 def alike(a, b):
@@ -365,7 +365,7 @@ class Bindings:
                 return
             bottoms = {adapter.bottom for adapter in self.adapters}
             self.paths = [
-                (f"{text_of(self.component, 'ComponentId')}->{text_of(adapter.key, 'DeviceInstanceID') or ''}", adapter)
+                (f"{text_of(self.component, 'ComponentId')}->{text_of(adapter.key, 'DeviceInstanceID', 1024) or ''}", adapter)
                 for adapter in named if adapter.id in bottoms and adapter not in self.own
                 and (adapter.above or not text_of((adapter.owner(self.filters) or Key("")).open("Ndi"), "Service"))]
 
