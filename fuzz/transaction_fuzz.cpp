@@ -1,5 +1,5 @@
-// Checks, and runs a whole transaction with the sessions of its release, on whatever machine a registry export makes: no content of the registry may bring the module
-// down or leave anything open.
+// Checks, and runs a whole transaction with the sessions of its release, on whatever machine a registry export makes:
+// no content of the registry may bring the module down or leave anything open.
 #include <cstdint>
 #include <cstdlib>
 
