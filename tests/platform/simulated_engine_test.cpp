@@ -185,42 +185,6 @@ TEST_F(EngineTest, AStackIsMendedAroundWhatLeavesAndJoinsIt) {
   ExpectLinks(made);
 }
 
-TEST_F(EngineTest, LoopsEndWithTransportsOnTop) {
-  struct Case {
-    const char* name;
-    std::initializer_list<std::u16string_view> upperBind, after;
-  };
-  const Case cases[] = {
-      {"with transports behind", {u"ZTL", u"Tcpip", u"Other"}, {u"Tcpip", u"Other"}},
-      {"alone", {u"ztl"}, {u"Tcpip"}},
-      {"bound to nothing", {}, {u"Tcpip"}},
-  };
-  AddTransport(u"{2}", u"NdisWan");  // takes no interface that the adapter has
-  machine_.registry.Create(std::u16string(kNetwork) + u"\\{4D36E975-E325-11CE-BFC1-08002BE10318}\\{2}\\Ndi\\Interfaces")
-      .SetValue(u"LowerRange", REG_SZ, Sz(u"ndiswan, ndiswanasync"));
-  machine_.registry.Create(std::u16string(kNetClass) + u"\\0000\\Ndi\\Interfaces")
-      .SetValue(u"UpperRange", REG_SZ, Sz(u"NDIS5,ndis4"));
-  Link(u"0001", {u"{A}"}, {});
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    Link(u"0000", {u"{P}"}, {u"ZTL"});
-    Link(u"0002", {u"{Z}", u"{P}"}, c.upperBind);
-    EXPECT_EQ(Change(false), S_OK);
-    ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz(c.after)}}, {u"0002", {MultiSz({u"{Z}"}), MultiSz({})}}});
-    EXPECT_EQ(Change(true), S_OK);
-    ExpectLinks(
-        {{u"0000", {MultiSz({u"{P}"}), MultiSz({u"ZTL"})}}, {u"0002", {MultiSz({u"{Z}", u"{P}"}), MultiSz(c.after)}}});
-  }
-
-  AddAdapter(u"0003", u"{Y}", u"qro_ztlm", u"", {u"{Y}", u"{Z}", u"{P}"}, {u"Tcpip"});  // stacked twice
-  Link(u"0002", {u"{Z}", u"{P}"}, {u"ZTL"});
-  EXPECT_EQ(Change(false), S_OK);
-  EXPECT_EQ(Change(true), S_OK);
-  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"ZTL"})}},
-               {u"0002", {MultiSz({u"{Z}", u"{P}"}), MultiSz({u"Tcpip"})}},
-               {u"0003", {MultiSz({u"{Y}"}), MultiSz({})}}});
-}
-
 TEST_F(EngineTest, AnAdapterMayVanishUnderItsObjects) {
   Client client = MakeClient();
   client.Open();

@@ -100,34 +100,4 @@ TEST_F(CommandLine, RunsTheSamples) {
   }
 }
 
-TEST_F(CommandLine, TellsOfRepairsAndTheirCost) {
-  const struct {
-    std::string arguments;
-    json enabled;  // paths afterwards, of the first ones
-    int elapsed;
-    std::size_t loopsBefore, loopsAfter, requests;
-  } cases[] = {
-      {"notify --machine " + kSamples + "loop.reg", {true, true}, 0, 1, 0, 0},
-      {"notify --lock-held setup --machine " + kSamples + "two-loops.reg", {true, true}, 300000, 2, 2, 0},
-      {"upgrade --os 5.2 --machine " + kSamples + "windows-5.2.reg", {false, false, true}, 0, 0, 0, 0},
-      {"upgrade --os 5.2 --second-lock refuse --machine " + kSamples + "windows-5.2.reg",
-       {true, true, true},
-       45000,
-       0,
-       0,
-       0},
-      {"unregister --driver-version 3.10.0.1 --machine " + kSamples + "saved-parameters.reg", {true}, 0, 0, 0, 3},
-  };
-  for (const auto& c : cases) {
-    ASSERT_EQ(Run("run --json " + c.arguments), 0) << err_;
-    const json run = json::parse(out_);
-    for (std::size_t i = 0; i < c.enabled.size(); ++i)
-      EXPECT_EQ(run["paths"]["after"][i]["enabled"], c.enabled[i]) << c.arguments;
-    EXPECT_EQ(run["elapsed_ms"], c.elapsed) << c.arguments;
-    EXPECT_EQ(run["loops"]["before"].size(), c.loopsBefore) << c.arguments;
-    EXPECT_EQ(run["loops"]["after"].size(), c.loopsAfter) << c.arguments;
-    EXPECT_EQ(run["device_requests"].size(), c.requests) << c.arguments;
-  }
-}
-
 }  // namespace
