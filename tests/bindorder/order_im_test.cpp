@@ -34,6 +34,50 @@ class OrderTest : public MachineTest {
   std::uint8_t changed_ = 7;
 };
 
+TEST_F(OrderTest, AnOwnClassThatLeavesNoRoomStopsThePass) {
+  auto ownClass = [this](std::u16string_view text, bool terminated) {
+    std::vector<platform::BYTE> data = terminated ? Sz(text) : Bytes(text);
+    machine_.registry.Find(std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}\\Ndi")
+        ->SetValue(u"FilterClass", platform::REG_SZ, std::move(data));
+  };
+  ownClass(std::u16string(30, u'c'), false);
+  EXPECT_EQ(Run().at(0), "ZTL is in filter class <" + std::string(30, 'c') + ">");
+  for (const bool terminated : {false, true}) {
+    ownClass(std::u16string(31, u'c'), terminated);
+    EXPECT_EQ(Run(122), Strings{"OrderIM: GetFilterClass rc=122"});
+  }
+  ownClass(std::u16string(33, u'c'), false);
+  EXPECT_EQ(Run(31), Strings{"OrderIM: GetFilterClass rc=31"});
+}
+
+TEST_F(OrderTest, AStackLongerThanTheTableKeepsItsSettings) {
+  std::u16string entries;
+  for (char16_t name = u'a'; name < u'a' + 17; ++name) (entries += name) += u'\0';
+  machine_.registry.Find(std::u16string(kNetClass) + u"\\0001\\Linkage")
+      ->SetValue(u"RootDevice", REG_MULTI_SZ, Bytes(entries + u'\0'));
+  const Strings log = Run();
+  EXPECT_NE(std::find(log.begin(), log.end(), "--keep settings to 0001"), log.end());
+  EXPECT_EQ(changed_, 0);
+}
+
+TEST_F(OrderTest, AListIsLoggedEntryByEntryFrom260Characters) {
+  for (const std::size_t length : {252u, 253u}) {  // and "Tcpip": 259 and 260 characters with the terminators
+    std::filesystem::resize_file(LogPath(), 0);
+    std::u16string list = u"Tcpip";
+    list += u'\0';
+    list += std::u16string(length, u'x');
+    list.append(2, u'\0');
+    LogMultiSz(u"L: ", platform::MultiStringView(list.data(), list.size()));
+    const std::string second(length, 'x');
+    EXPECT_EQ(LogMessages(), length == 252 ? Strings{"L: {Tcpip," + second + "}"}
+                                           : (Strings{"L: ", "  <Tcpip>", "  <" + second + ">"}));
+  }
+  machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .code = 8}};
+  std::filesystem::resize_file(LogPath(), 0);
+  LogMultiSz(u"L: ", platform::MultiStringView(u"a\0b\0", 5));
+  EXPECT_EQ(LogMessages(), (Strings{"L: ", "  <a>", "  <b>"}));
+}
+
 // Whatever single call fails, with whatever code, the pass ends, gives everything back, and every adapter is still
 // below the same instances or fewer.
 TEST_F(OrderTest, SurvivesTheFailureOfEveryCall) {
