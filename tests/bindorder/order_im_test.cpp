@@ -27,10 +27,6 @@ class OrderTest : public MachineTest {
     return LogMessages();
   }
 
-  platform::simulated::RegistryValue* Record() {
-    return machine_.registry.Find(std::u16string(kParameters) + u"\\Adapters\\{P}")->FindValue(u"IMOrder");
-  }
-
   std::uint8_t changed_ = 7;
 };
 
