@@ -37,4 +37,8 @@ int _write(int descriptor, const void* buffer, UINT bytes);
 int _locking(int descriptor, int mode, LONG bytes);
 int _mkdir(const char* path);  // one level; 17 when it exists already
 
+// Copies a file (winbase.h), over an existing one unless `failIfExists` is set. Zero on failure, with the reason in
+// GetLastError.
+BOOL CopyFileW(const char16_t* existing, const char16_t* copy, BOOL failIfExists);
+
 }  // namespace platform

@@ -9,6 +9,10 @@ namespace platform {
 // without the terminator; the capacity needed when the buffer is too small; 0 on failure.
 UINT GetWindowsDirectoryA(char* buffer, UINT capacity);
 
+// The same for the Windows directory that all users share, and for the system directory.
+UINT GetSystemWindowsDirectoryW(char16_t* buffer, UINT capacity);
+UINT GetSystemDirectoryW(char16_t* buffer, UINT capacity);
+
 struct OSVERSIONINFOEXW {
   DWORD dwOSVersionInfoSize;  // bytes, set by the caller
   DWORD dwMajorVersion;

@@ -1,19 +1,17 @@
-// Text between UTF-16, UTF-8 and the 8-bit encoding of older files.
+// Text for people, and between the encodings of files.
 #pragma once
 
 #include <string>
 #include <string_view>
 
+#include "platform/simulated/text_encoding.h"
+
 namespace ztlsim {
 
-// Invalid sequences and lone surrogates become U+FFFD.
-std::u16string Utf8ToUtf16(std::string_view text);
-std::string Utf16ToUtf8(std::u16string_view text);
-
-// Windows-1252. The five bytes without a character of their own keep their number, as on Windows.
-std::u16string Windows1252ToUtf16(std::string_view text);
-
-bool IsUtf8(std::string_view text);  // whether it holds no invalid sequence
+using platform::simulated::IsUtf8;
+using platform::simulated::Utf16ToUtf8;
+using platform::simulated::Utf8ToUtf16;
+using platform::simulated::Windows1252ToUtf16;
 
 // Text as it may go to a terminal, in UTF-8: control characters are shown by their numbers.
 std::string Printable(std::string_view text);

@@ -5,6 +5,8 @@
 #include <io.h>
 #include <sys/locking.h>
 
+#include "platform/windows/cast.h"
+
 namespace platform {
 
 // Text translation is asked for: the runtime's own default belongs to the process that has loaded the module.
@@ -29,5 +31,9 @@ int _write(int descriptor, const void* buffer, UINT bytes) { return ::_write(des
 int _locking(int descriptor, int mode, LONG bytes) { return ::_locking(descriptor, mode, bytes); }
 
 int _mkdir(const char* path) { return ::_mkdir(path); }
+
+BOOL CopyFileW(const char16_t* existing, const char16_t* copy, BOOL failIfExists) {
+  return ::CopyFileW(windows::Os(existing), windows::Os(copy), failIfExists);
+}
 
 }  // namespace platform

@@ -31,6 +31,12 @@ int MessageBoxA(HWND owner, const char* text, const char* caption, UINT style) {
 
 UINT GetWindowsDirectoryA(char* buffer, UINT capacity) { return ::GetWindowsDirectoryA(buffer, capacity); }
 
+UINT GetSystemWindowsDirectoryW(char16_t* buffer, UINT capacity) {
+  return ::GetSystemWindowsDirectoryW(Os(buffer), capacity);
+}
+
+UINT GetSystemDirectoryW(char16_t* buffer, UINT capacity) { return ::GetSystemDirectoryW(Os(buffer), capacity); }
+
 BOOL GetVersionExW(OSVERSIONINFOEXW* version) {
   static_assert(sizeof(*version) == sizeof(::OSVERSIONINFOEXW));
   return ::GetVersionExW(reinterpret_cast<::OSVERSIONINFOW*>(version));
