@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <map>
 #include <new>
 #include <string>
@@ -23,11 +24,7 @@ namespace host = platform::simulated::host;
 
 enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2, kFindings = 3 };
 
-const std::map<std::string, Scenario> kScenarios = {
-    {"install", Scenario::Install},       {"upgrade", Scenario::Upgrade},
-    {"remove", Scenario::Remove},         {"notify", Scenario::Notify},
-    {"reinstall", Scenario::Reinstall},   {"register", Scenario::Register},
-    {"unregister", Scenario::Unregister}, {"load", Scenario::Load}};
+const std::map<std::string, Scenario> kScenariosByName(std::begin(kScenarios), std::end(kScenarios));
 
 struct Options {
   std::string scenario;
@@ -59,7 +56,7 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
     DriveDirectory drive;
     if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
     machine.files.root = drive.Path();
-    result = RunScenario(kScenarios.at(options.scenario));
+    result = RunScenario(kScenariosByName.at(options.scenario));
   }
   int status = kSuccess;
   if (!options.out.empty())
@@ -99,7 +96,7 @@ int Main(int argc, char** argv) {
   run->add_option("SCENARIO", options.scenario,
                   "install, upgrade, remove, notify, reinstall, register, unregister or load")
       ->required()
-      ->check(CLI::IsMember(kScenarios));
+      ->check(CLI::IsMember(kScenariosByName));
   addMachine(run);
   run->add_option("--os", options.os, "Windows version; 10.0 when not given")->type_name("MAJOR.MINOR[.SP]");
   run->add_option("--root", options.root, "Directory that stands for drive C: and is kept")->type_name("DIR");

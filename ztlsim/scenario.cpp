@@ -9,7 +9,6 @@
 #include "notify/module.h"
 #include "notify/module_log.h"
 #include "notify/sample_filter.h"
-#include "platform/com_ptr.h"
 
 namespace ztlsim {
 
@@ -47,66 +46,36 @@ std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput
   return troubles;
 }
 
-// The calls of a transaction, from the notify object's creation to its release.
-void CallNotifyObject(Scenario scenario, ScenarioResult& result) {
-  const auto netCfg = ComPtr<INetCfg>::Attach(simulated::CreateTransaction());
-  const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulated::CreatePnpReconfigCallback());
-  ComPtr<INetCfgComponent> component;
-  netCfg->FindComponent(u"qro_ztl", component.Receive());
-
-  auto call = [&result](const char* method, HRESULT hr) { result.results.emplace_back(method, hr); };
-  ComPtr<INetCfgComponentControl> control;
-  ComPtr<INetCfgComponentSetup> setup;
-  HRESULT hr =
-      ztl::HrCreateSampleFilter(nullptr, IID_INetCfgComponentControl, reinterpret_cast<void**>(control.Receive()));
-  if (Failed(hr)) return call("CreateInstance", hr);
-  hr = control->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive()));
-  if (Failed(hr)) return call("QueryInterface", hr);
-  hr = control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
-  if (Failed(hr)) call("Initialize", hr);
-  if (scenario == Scenario::Install) hr = setup->Install(0);
-  if (scenario == Scenario::Upgrade) hr = setup->Upgrade(0, 0);
-  if (scenario == Scenario::Remove) hr = setup->Removing();
-  if (Failed(hr)) call("setup", hr);
-  setup.Reset();
-  call("ApplyRegistryChanges", control->ApplyRegistryChanges());
-  if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
-}
-
-// A process that loads the module, uses it and unloads it.
-void CallModule(Scenario scenario, ScenarioResult& result) {
-  auto call = [&result](const char* function, HRESULT hr) {
-    result.results.emplace_back(function, hr);
-    return hr;
-  };
-  ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-  if (scenario == Scenario::Register) call("DllRegisterServer", ztl::DllRegisterServer());
-  if (scenario == Scenario::Unregister) call("DllUnregisterServer", ztl::DllUnregisterServer());
-  if (scenario == Scenario::Load) {
-    IClassFactory* factory = nullptr;
-    ComPtr<IUnknown> instance;
-    if (!Failed(call("DllGetClassObject", ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
-                                                                 reinterpret_cast<void**>(&factory))))) {
-      call("CreateInstance",
-           factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(instance.Receive())));
-      instance.Reset();
-      factory->Release();
-    }
-    call("DllCanUnloadNow", ztl::DllCanUnloadNow());
+// The simulated machine's process. A scenario that is about the module's life loads it as a process does; in the others
+// only its log is open.
+class SimulatedProcess final : public Process {
+ public:
+  explicit SimulatedProcess(Scenario scenario)
+      : entersModule_(!IsTransaction(scenario) && scenario != Scenario::Reinstall) {
+    simulated::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
+    if (!entersModule_) ztl::OpenModuleLog();
   }
-  ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-}
+  ~SimulatedProcess() {
+    if (!entersModule_) ztl::CloseModuleLog();
+    simulated::Current().comClasses.pop_back();
+  }
+  SimulatedProcess(const SimulatedProcess&) = delete;
+  SimulatedProcess& operator=(const SimulatedProcess&) = delete;
 
-void Call(Scenario scenario, ScenarioResult& result) {
-  if (scenario == Scenario::Register || scenario == Scenario::Unregister || scenario == Scenario::Load)
-    return CallModule(scenario, result);
-  ztl::OpenModuleLog();
-  if (scenario == Scenario::Reinstall)
-    result.results.emplace_back("ReInstallZtl", static_cast<HRESULT>(ztl::ReInstallZtl(nullptr, nullptr, nullptr, 0)));
-  else
-    CallNotifyObject(scenario, result);
-  ztl::CloseModuleLog();
-}
+  INetCfg* CreateTransaction() override { return simulated::CreateTransaction(); }
+  INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override { return simulated::CreatePnpReconfigCallback(); }
+  ModuleEntries LoadModule() override {
+    if (entersModule_) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
+            ztl::ReInstallZtl};
+  }
+  void UnloadModule() override {
+    if (entersModule_) ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+  }
+
+ private:
+  const bool entersModule_;
+};
 
 }  // namespace
 
@@ -126,9 +95,8 @@ ScenarioResult RunScenario(Scenario scenario) {
   const std::unique_ptr<simulated::Registry> registryBefore = machine.registry.Copy();
   {
     const LogCapture capture(machine, result.log);
-    machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
-    Call(scenario, result);
-    machine.comClasses.pop_back();
+    SimulatedProcess process(scenario);
+    result.results = MakeCalls(scenario, process);
   }
   result.logTroubles = LogTroubles(machine.debugOutput);
   result.after = ReadMachineState(&result.before);

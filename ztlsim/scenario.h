@@ -1,24 +1,20 @@
-// A scenario: the calls that the configuration engine makes to the notify object in one transaction, or a process's
-// calls of the module's exports.
+// A scenario's run on the current simulated machine.
 #pragma once
 
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/simulated/machine.h"
 #include "ztlsim/bindings.h"
+#include "ztlsim/calls.h"
 #include "ztlsim/registry_changes.h"
 #include "ztlsim/stacks.h"
 
 namespace ztlsim {
 
-enum class Scenario { Install, Upgrade, Remove, Notify, Reinstall, Register, Unregister, Load };
-
 struct ScenarioResult {
-  // The methods whose result matters to the caller, in the order of the calls.
-  std::vector<std::pair<std::string, platform::HRESULT>> results;
+  CallResults results;
   MachineState before;
   MachineState after;
   BindingState bindingsBefore;
