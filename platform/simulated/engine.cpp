@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <tuple>
@@ -11,8 +12,9 @@
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
 #include "platform/registry_key.h"
-#include "platform/simulated/machine.h"
+#include "platform/simulated/engine_host.h"
 #include "platform/simulated/stack_linkage.h"
+#include "platform/simulated/text_encoding.h"
 
 namespace platform::simulated {
 namespace {
@@ -37,17 +39,46 @@ const ComponentClass kClasses[] = {
     {GUID_DEVCLASS_NETTRANS, kNetTransKey, false},
 };
 
-Engine& State() { return Current().engine; }
+using engine_host::State;
+
+// Who was asked for what, as one line of text.
+std::string RequestText(Operation operation, const Arguments& arguments) {
+  std::string text = OperationName(operation);
+  if (arguments.name != nullptr) text += " <" + Utf16ToUtf8(arguments.name) + ">";
+  if (arguments.number != 0) text += " " + std::to_string(arguments.number);
+  if (arguments.dataBytes != 0) text += " ";
+  for (std::size_t i = 0; i < arguments.dataBytes; ++i) {
+    const BYTE byte = static_cast<const BYTE*>(arguments.data)[i];
+    for (const int digit : {byte >> 4, byte & 0xF}) text += "0123456789abcdef"[digit];
+  }
+  return text;
+}
 
 // One call of the engine. A fault that stands for a failure ends it; one that stands for a success with another code
-// lets it happen and replaces its success.
+// lets it happen and replaces its success (Result). What a call returns goes through Result or Answer, which record it.
 class Call {
  public:
-  explicit Call(Operation operation, const Arguments& arguments = {}) : code_(Current().Enter(operation, arguments)) {}
+  explicit Call(Operation operation, const Arguments& arguments = {})
+      : code_(engine_host::Enter(operation, arguments)) {
+    if (!State().recordRequests) return;
+    const std::lock_guard lock(engine_host::Mutex());
+    request_ = State().requests.size();
+    State().requests.push_back({RequestText(operation, arguments), S_OK});
+  }
   bool Fails() const { return code_ && Failed(*code_); }
-  HRESULT Result(HRESULT hr = S_OK) const { return code_ && Succeeded(hr) ? *code_ : hr; }
+  HRESULT Result(HRESULT hr = S_OK) const { return Answer(code_ && Succeeded(hr) ? *code_ : hr); }
+  HRESULT Answer(HRESULT hr) const {
+    if (request_) {
+      const std::lock_guard lock(engine_host::Mutex());
+      State().requests[*request_].result = hr;
+    }
+    return hr;
+  }
 
   std::optional<HRESULT> code_;  // of the fault, for calls that no success with another code happens for
+
+ private:
+  std::optional<std::size_t> request_;
 };
 
 template <class I, const IID& Id>
@@ -72,7 +103,7 @@ class Object : public First::Interface, public More::Interface... {
     Offer<First>(riid, object);
     (Offer<More>(riid, object), ...);
     if (riid == IID_IUnknown) *object = static_cast<typename First::Interface*>(this);
-    if (*object == nullptr) return E_NOINTERFACE;
+    if (*object == nullptr) return call.Answer(E_NOINTERFACE);
     AddRef();
     return call.Result();
   }
@@ -168,7 +199,7 @@ class Enumerator final : public Object<Implements<IEnumNetCfg<Item>, Id>> {
         items[given++] = (*items_)[at_].Get();
       }
     if (fetched != nullptr) *fetched = given;
-    return call.code_.value_or(given == count ? S_OK : S_FALSE);
+    return call.Answer(call.code_.value_or(given == count ? S_OK : S_FALSE));
   }
   HRESULT Skip(ULONG count) override {
     const std::size_t left = items_->size() - at_;
@@ -205,14 +236,15 @@ class BindingPath final : public Object<Implements<INetCfgBindingPath, IID_INetC
         token_(filter_.componentId + u"->" + devNodeId) {}
 
   HRESULT IsEnabled() override {
-    if (const Call call(Operation::IsEnabled, {.name = token_.c_str()}); call.code_) return *call.code_;
-    if (!session_->initialized) return NETCFG_E_NOT_INITIALIZED;
-    return session_->IsEnabled(filter_, bottom_) ? S_OK : S_FALSE;
+    const Call call(Operation::IsEnabled, {.name = token_.c_str()});
+    if (call.code_) return call.Answer(*call.code_);
+    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+    return call.Answer(session_->IsEnabled(filter_, bottom_) ? S_OK : S_FALSE);
   }
   HRESULT Enable(BOOL enable) override {
     const Call call(Operation::Enable, {.name = token_.c_str(), .number = enable});
     if (call.Fails()) return call.Result();
-    if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return hr;
+    if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return call.Answer(hr);
     std::erase_if(session_->changes, [this](const PathChange& change) {
       return change.filter.componentId == filter_.componentId && change.bottom == bottom_;
     });
@@ -223,7 +255,7 @@ class BindingPath final : public Object<Implements<INetCfgBindingPath, IID_INetC
     *token = nullptr;
     const Call call(Operation::GetPathToken, {.name = token_.c_str()});
     if (call.Fails()) return call.Result();
-    return session_->initialized ? call.Result(CopyToTask(token_, token)) : NETCFG_E_NOT_INITIALIZED;
+    return call.Answer(session_->initialized ? call.Result(CopyToTask(token_, token)) : NETCFG_E_NOT_INITIALIZED);
   }
 
   // Nobody asks for these.
@@ -274,14 +306,14 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
   HRESULT OpenParamKey(HKEY* key) override {
     *key = nullptr;
     const Call call(Operation::OpenParamKey, {.name = instanceKey_.c_str()});
-    if (call.code_) return *call.code_;
-    if (!session_->initialized) return NETCFG_E_NOT_INITIALIZED;
+    if (call.code_) return call.Answer(*call.code_);
+    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
     UniqueKey instance;
     LSTATUS rc = instance.Open(HKEY_LOCAL_MACHINE, instanceKey_.c_str(), KEY_ALL_ACCESS);
     if (rc == ERROR_SUCCESS)
       rc = RegCreateKeyExW(instance.Get(), class_.isDevice ? nullptr : u"Parameters", 0, nullptr,
                            REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, key, nullptr);
-    return HresultFromError(rc);
+    return call.Answer(HresultFromError(rc));
   }
 
   // A filter is bound to the bottoms of the stacks that it stands in.
@@ -289,20 +321,20 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     if (lower == nullptr) return E_POINTER;
     const auto* const adapter = static_cast<Component*>(lower);
     const Call call(Operation::IsBoundTo, {.name = adapter->instanceKey_.c_str()});
-    if (call.code_) return *call.code_;
-    if (!session_->initialized) return NETCFG_E_NOT_INITIALIZED;
+    if (call.code_) return call.Answer(*call.code_);
+    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
     const FilterDriver filter = Filter();
-    if (!adapter->class_.isDevice || !session_->Stacks().IsFilter(filter)) return S_FALSE;
+    if (!adapter->class_.isDevice || !session_->Stacks().IsFilter(filter)) return call.Answer(S_FALSE);
     const std::u16string& key = adapter->instanceKey_;
     const AdapterInstance* const bottom = session_->Stacks().BottomAt(filter, key.substr(key.rfind(u'\\') + 1));
-    return bottom != nullptr && session_->IsEnabled(filter, bottom->name) ? S_OK : S_FALSE;
+    return call.Answer(bottom != nullptr && session_->IsEnabled(filter, bottom->name) ? S_OK : S_FALSE);
   }
   HRESULT EnumBindingPaths(DWORD flags, IEnumNetCfgBindingPath** paths) override {
     *paths = nullptr;
     const Call call(Operation::EnumBindingPaths, {.number = flags});
     if (call.Fails()) return call.Result();
-    if (!session_->initialized) return NETCFG_E_NOT_INITIALIZED;
-    if (flags != EBP_BELOW) return E_NOTIMPL;
+    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+    if (flags != EBP_BELOW) return call.Answer(E_NOTIMPL);
     const FilterDriver filter = Filter();
     std::vector<ComPtr<INetCfgBindingPath>> list;
     if (session_->Stacks().IsFilter(filter))
@@ -381,9 +413,10 @@ const ComponentClass* FindClass(const GUID& guid) {
 HRESULT FindComponentIn(const SharedSession& session, const ComponentClass* only, const char16_t* infId,
                         INetCfgComponent** component) {
   if (component != nullptr) *component = nullptr;
-  if (const Call call(Operation::FindComponent, {.name = infId}); call.code_) return *call.code_;
-  if (!session->initialized) return NETCFG_E_NOT_INITIALIZED;
-  if (infId == nullptr) return E_INVALIDARG;
+  const Call call(Operation::FindComponent, {.name = infId});
+  if (call.code_) return call.Answer(*call.code_);
+  if (!session->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+  if (infId == nullptr) return call.Answer(E_INVALIDARG);
   for (const ComponentClass& componentClass : kClasses) {
     if (only != nullptr && only != &componentClass) continue;
     const auto found = Components(session, componentClass, infId);
@@ -392,9 +425,9 @@ HRESULT FindComponentIn(const SharedSession& session, const ComponentClass* only
       *component = found.front().Get();
       (*component)->AddRef();
     }
-    return S_OK;
+    return call.Answer(S_OK);
   }
-  return S_FALSE;
+  return call.Answer(S_FALSE);
 }
 
 HRESULT EnumComponentsIn(const SharedSession& session, const ComponentClass* componentClass,
@@ -402,8 +435,8 @@ HRESULT EnumComponentsIn(const SharedSession& session, const ComponentClass* com
   *components = nullptr;
   const Call call(Operation::EnumComponents);
   if (call.Fails()) return call.Result();
-  if (!session->initialized) return NETCFG_E_NOT_INITIALIZED;
-  if (componentClass == nullptr) return E_INVALIDARG;
+  if (!session->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+  if (componentClass == nullptr) return call.Answer(E_INVALIDARG);
   return call.Result(Enumerate<IID_IEnumNetCfgComponent>(Components(session, *componentClass, nullptr), components));
 }
 
@@ -426,10 +459,10 @@ class Class final
     if (component != nullptr) *component = nullptr;
     const Call call(Operation::Install, {.name = infId, .number = setupFlags});
     if (call.Fails()) return call.Result();
-    if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return hr;
-    if (infId == nullptr) return E_INVALIDARG;
+    if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return call.Answer(hr);
+    if (infId == nullptr) return call.Answer(E_INVALIDARG);
     const auto found = Components(session_, class_, infId);
-    if (found.empty()) return HresultFromError(ERROR_FILE_NOT_FOUND);
+    if (found.empty()) return call.Answer(HresultFromError(ERROR_FILE_NOT_FOUND));
     ComPtr<INetCfgComponentSetup> setup;
     if (session_->notifyObject && EqualNoCase(infId, kNotifyingComponent) &&
         session_->notifyObject->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive())) ==
@@ -458,8 +491,10 @@ class Callback final : public Object<Implements<INetCfgPnpReconfigCallback, IID_
     const Call call(Operation::SendPnpReconfig, {.name = lower, .number = layer, .data = data, .dataBytes = dataBytes});
     if (call.Fails()) return call.Result();
     const auto* const bytes = static_cast<const BYTE*>(data);
-    const std::lock_guard lock(Current().mutex);
-    State().pnpReconfigs.push_back({layer, upper, lower, {bytes, bytes + dataBytes}});
+    {
+      const std::lock_guard lock(engine_host::Mutex());
+      State().pnpReconfigs.push_back({layer, upper, lower, {bytes, bytes + dataBytes}});
+    }
     return call.Result();
   }
 };
@@ -481,23 +516,23 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     if (holder != nullptr) *holder = nullptr;
     const Call call(Operation::AcquireWriteLock, {.name = description, .number = timeout});
     if (call.Fails()) return call.Result();
-    if (session_->initialized) return NETCFG_E_ALREADY_INITIALIZED;
-    if (session_->hasLock || !isClient_) return NETCFG_E_IN_USE;
+    if (session_->initialized) return call.Answer(NETCFG_E_ALREADY_INITIALIZED);
+    if (session_->hasLock || !isClient_) return call.Answer(NETCFG_E_IN_USE);
     Engine& engine = State();
     if (!engine.otherClient.empty()) {
       const std::int64_t waited = std::min<std::int64_t>(engine.otherClientMilliseconds, timeout);
-      Current().Wait(waited);
-      if (waited < engine.otherClientMilliseconds || call.Result() == S_FALSE) {
+      engine_host::Wait(waited);
+      if (waited < engine.otherClientMilliseconds || call.code_ == S_FALSE) {
         if (engine.otherClientMilliseconds != INT64_MAX) engine.otherClientMilliseconds -= waited;
-        return Refuse(engine.otherClient, holder);
+        return call.Answer(Refuse(engine.otherClient, holder));
       }
       engine.otherClient.clear();
     }
     if (engine.lockHolders > 0 && !engine.grantSecondLock) {
-      Current().Wait(timeout);
-      return Refuse(engine.lockHolder, holder);
+      engine_host::Wait(timeout);
+      return call.Answer(Refuse(engine.lockHolder, holder));
     }
-    if (call.Result() == S_FALSE) return S_FALSE;
+    if (call.code_ == S_FALSE) return call.Answer(S_FALSE);
     if (engine.lockHolders++ == 0) engine.lockHolder = description != nullptr ? description : u"";
     session_->hasLock = true;
     return call.Result();
@@ -505,8 +540,8 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
   HRESULT ReleaseWriteLock() override {
     const Call call(Operation::ReleaseWriteLock);
     if (call.Fails()) return call.Result();
-    if (session_->initialized) return NETCFG_E_ALREADY_INITIALIZED;
-    if (!session_->hasLock) return NETCFG_E_NO_WRITE_LOCK;
+    if (session_->initialized) return call.Answer(NETCFG_E_ALREADY_INITIALIZED);
+    if (!session_->hasLock) return call.Answer(NETCFG_E_NO_WRITE_LOCK);
     session_->Unlock();
     return call.Result();
   }
@@ -522,8 +557,8 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
   HRESULT Initialize(void*) override {
     const Call call(Operation::Initialize);
     if (call.Fails()) return call.Result();
-    if (session_->initialized) return NETCFG_E_ALREADY_INITIALIZED;
-    if (!isClient_) return NETCFG_E_IN_USE;
+    if (session_->initialized) return call.Answer(NETCFG_E_ALREADY_INITIALIZED);
+    if (!isClient_) return call.Answer(NETCFG_E_IN_USE);
     session_->initialized = true;
     if (State().unloading == 0) LoadNotifyObject();
     return call.Result();
@@ -531,8 +566,8 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
   HRESULT Uninitialize() override {
     const Call call(Operation::Uninitialize);
     if (call.Fails()) return call.Result();
-    if (!session_->initialized) return NETCFG_E_NOT_INITIALIZED;
-    if (!isClient_) return NETCFG_E_IN_USE;
+    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+    if (!isClient_) return call.Answer(NETCFG_E_IN_USE);
     session_->Unload();
     return call.Result();
   }
@@ -540,16 +575,16 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
   HRESULT Apply() override {
     const Call call(Operation::Apply);
     if (call.Fails()) return call.Result();
-    if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return hr;
+    if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return call.Answer(hr);
     for (std::vector<PathChange>& changes = session_->changes; !changes.empty(); changes.erase(changes.begin())) {
       const PathChange change = changes.front();
       StackLinkage stacks = StackLinkage::Read();  // as the notify object and others may have left it
-      if (stacks.Error() != ERROR_SUCCESS) return HresultFromError(stacks.Error());
+      if (stacks.Error() != ERROR_SUCCESS) return call.Answer(HresultFromError(stacks.Error()));
       if (stacks.StandsIn(change.filter, change.bottom) == change.enable) continue;
       const LSTATUS rc = change.enable ? stacks.PutOnTop(change.filter, change.bottom, State().lastStacks)
                                        : stacks.TakeOut(change.filter, change.bottom, State().lastStacks);
       ++State().changes;
-      if (rc != ERROR_SUCCESS) return HresultFromError(rc);
+      if (rc != ERROR_SUCCESS) return call.Answer(HresultFromError(rc));
       NotifyOf(change);
     }
     return call.Result(ApplyNotifyObject());
@@ -570,9 +605,9 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     *object = nullptr;
     const Call call(Operation::QueryNetCfgClass, {.data = deviceClass, .dataBytes = sizeof(*deviceClass)});
     if (call.Fails()) return call.Result();
-    if (!session_->initialized) return NETCFG_E_NOT_INITIALIZED;
+    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
     const ComponentClass* const found = FindClass(*deviceClass);
-    if (found == nullptr) return E_INVALIDARG;
+    if (found == nullptr) return call.Answer(E_INVALIDARG);
     const auto made = ComPtr<INetCfgClass>::Attach(new Class(session_, *found));
     return call.Result(made->QueryInterface(riid, object));
   }

@@ -23,6 +23,12 @@ struct PnpReconfig {
   std::vector<BYTE> data;
 };
 
+// One call of an operation of the engine.
+struct EngineRequest {
+  std::string text;  // UTF-8: the operation, and as far as it has them <a name>, a number and data in hexadecimal
+  HRESULT result;
+};
+
 // The engine's part of a machine.
 struct Engine {
   // How it behaves.
@@ -30,8 +36,11 @@ struct Engine {
   std::u16string otherClient;   // another client holds the write lock, under this description; empty: none does
   std::int64_t otherClientMilliseconds = INT64_MAX;  // and gives it back after so long on the simulated clock
 
+  bool recordRequests = false;
+
   // What happened.
   std::vector<PnpReconfig> pnpReconfigs;  // every request sent to the driver, in order
+  std::vector<EngineRequest> requests;    // of every kind, in the order of their beginnings, when they are recorded
   std::atomic<std::int64_t> objects{0};   // objects that have not been released
 
   // How things stand; for the engine itself.

@@ -2,106 +2,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 
 #include "platform/com_ptr.h"
+#include "platform/simulated/engine_host.h"
 
 namespace platform::simulated {
 namespace {
 
 Machine* g_current = nullptr;
-
-constexpr const char* kOperationNames[] = {
-    "RegOpenKeyExW",
-    "RegOpenKeyW",
-    "RegCreateKeyExW",
-    "RegEnumKeyExW",
-    "RegEnumValueW",
-    "RegQueryValueExW",
-    "RegSetValueExW",
-    "RegDeleteValueW",
-    "RegDeleteKeyW",
-    "RegCloseKey",
-    "_open",
-    "_creat",
-    "_close",
-    "_filelength",
-    "_lseek",
-    "_read",
-    "_write",
-    "_locking",
-    "_mkdir",
-    "time",
-    "localtime",
-    "strftime",
-    "OutputDebugStringA",
-    "MessageBoxA",
-    "WriteStandardOutput",
-    "GetWindowsDirectoryA",
-    "GetVersionExW",
-    "GetLastError",
-    "GetCurrentProcessId",
-    "GetCommandLineW",
-    "DisableThreadLibraryCalls",
-    "GetModuleFileNameW",
-    "FindResourceW",
-    "CreateFileW",
-    "DeviceIoControl",
-    "CloseHandle",
-    "SetupGetInfFileListW",
-    "SetupOpenInfFileW",
-    "SetupCloseInfFile",
-    "SetupFindFirstLineW",
-    "SetupGetStringFieldW",
-    "SetupCopyOEMInfW",
-    "GetPrivateProfileStringW",
-    "GetFileVersionInfoSizeW",
-    "GetFileVersionInfoW",
-    "VerQueryValueW",
-    "GlobalAlloc",
-    "GlobalLock",
-    "GlobalUnlock",
-    "GlobalFree",
-    "GetSystemWindowsDirectoryW",
-    "GetSystemDirectoryW",
-    "CopyFileW",
-    "CreatePropertySheetPageW",
-    "GetParent",
-    "GetDlgItem",
-    "SendMessageW",
-    "SetWindowTextW",
-    "GetWindowTextW",
-    "GetWindowLongPtrW",
-    "SetWindowLongPtrW",
-    "CoInitializeEx",
-    "CoUninitialize",
-    "CoCreateInstance",
-    "CoFreeUnusedLibraries",
-    "CoTaskMemAlloc",
-    "CoTaskMemFree",
-    "StringFromGUID2",
-    "QueryInterface",
-    "AcquireWriteLock",
-    "ReleaseWriteLock",
-    "Initialize",
-    "Uninitialize",
-    "Apply",
-    "FindComponent",
-    "QueryNetCfgClass",
-    "EnumComponents",
-    "Install",
-    "Next",
-    "Reset",
-    "GetPnpDevNodeId",
-    "OpenParamKey",
-    "IsBoundTo",
-    "EnumBindingPaths",
-    "IsEnabled",
-    "Enable",
-    "GetPathToken",
-    "SendPnpReconfig",
-};
-static_assert(std::size(kOperationNames) == static_cast<std::size_t>(Operation::Count));
 
 }  // namespace
 
@@ -111,8 +19,6 @@ Machine::Machine() {
                           return ComPtr<INetCfg>::Attach(CreateNetCfg())->QueryInterface(riid, object);
                         }});
 }
-
-const char* OperationName(Operation operation) { return kOperationNames[static_cast<std::size_t>(operation)]; }
 
 std::uint64_t Machine::Calls() const {
   std::uint64_t sum = 0;
@@ -144,5 +50,16 @@ Machine& Current() {
   }
   return *g_current;
 }
+
+namespace engine_host {
+
+Engine& State() { return Current().engine; }
+std::optional<std::int32_t> Enter(Operation operation, const Arguments& arguments) {
+  return Current().Enter(operation, arguments);
+}
+void Wait(std::int64_t milliseconds) { Current().Wait(milliseconds); }
+std::mutex& Mutex() { return Current().mutex; }
+
+}  // namespace engine_host
 
 }  // namespace platform::simulated
