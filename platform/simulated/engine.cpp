@@ -499,6 +499,19 @@ class Callback final : public Object<Implements<INetCfgPnpReconfigCallback, IID_
   }
 };
 
+class LanConnection final : public Object<Implements<INetLanConnectionUiInfo, IID_INetLanConnectionUiInfo>> {
+ public:
+  explicit LanConnection(const GUID& adapter) : adapter_(adapter) {}
+  HRESULT GetDeviceGuid(GUID* guid) override {
+    const Call call(Operation::GetDeviceGuid);
+    if (!call.Fails()) *guid = adapter_;
+    return call.Result();
+  }
+
+ private:
+  const GUID adapter_;
+};
+
 // The engine object of a client, which opens and closes the session, or the one that its notify object gets, which
 // doesn't.
 class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<INetCfgLock, IID_INetCfgLock>> {
@@ -664,5 +677,7 @@ INetCfg* CreateTransaction() {
 }
 
 INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() { return new Callback; }
+
+INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) { return new LanConnection(adapter); }
 
 }  // namespace platform::simulated

@@ -56,6 +56,7 @@ struct Engine {
 INetCfg* CreateNetCfg();  // as CoCreateInstance does
 // An engine object as a notify object gets it: that of a transaction that is under way, which others open and close.
 INetCfg* CreateTransaction();
-INetCfgPnpReconfigCallback* CreatePnpReconfigCallback();  // records into Engine::pnpReconfigs
+INetCfgPnpReconfigCallback* CreatePnpReconfigCallback();            // records into Engine::pnpReconfigs
+INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter);  // the context of its properties
 
 }  // namespace platform::simulated

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/simulated/dialogs.h"
 #include "platform/simulated/driver.h"
 #include "platform/simulated/engine.h"
 #include "platform/simulated/files.h"
@@ -73,6 +74,7 @@ class Machine {
   std::u16string standardOutput;
   Engine engine;
   Driver driver;
+  Dialogs dialogs;
   Module module;
   std::vector<ComClass> comClasses;                            // the engine's own at first
   std::int64_t taskAllocations = 0;                            // task memory that has not been freed

@@ -94,6 +94,7 @@ constexpr const char* kOperationNames[] = {
     "Enable",
     "GetPathToken",
     "SendPnpReconfig",
+    "GetDeviceGuid",
 };
 static_assert(std::size(kOperationNames) == static_cast<std::size_t>(Operation::Count));
 

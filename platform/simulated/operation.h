@@ -105,6 +105,7 @@ enum class Operation : std::uint8_t {
   Enable,
   GetPathToken,
   SendPnpReconfig,
+  GetDeviceGuid,
   Count
 };
 

@@ -17,12 +17,12 @@ using ztl::HrCreateSampleFilter;
 constexpr IID kNotifyIids[] = {IID_INetCfgComponentControl, IID_INetCfgComponentSetup, IID_INetCfgComponentPropertyUi,
                                IID_INetCfgComponentNotifyBinding, IID_INetCfgComponentNotifyGlobal};
 
-// A connection's context, or with a foreign identifier one that names no adapter.
-class Context final : public INetLanConnectionUiInfo {
+// An object of one interface that counts its references. Its last breath may touch another one.
+class Counted final : public IUnknown {
  public:
   HRESULT QueryInterface(REFIID riid, void** object) override {
     *object = nullptr;
-    if (riid != iid) return E_NOINTERFACE;
+    if (riid != IID_INetCfgComponentSetup) return E_NOINTERFACE;
     AddRef();
     *object = this;
     return S_OK;
@@ -35,13 +35,7 @@ class Context final : public INetLanConnectionUiInfo {
     }
     return --references;
   }
-  HRESULT GetDeviceGuid(GUID* guid) override {
-    *guid = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
-    return result;
-  }
 
-  IID iid = IID_INetLanConnectionUiInfo;
-  HRESULT result = S_OK;
   ULONG references = 0;
   IUnknown* touched = nullptr;
 };
@@ -75,6 +69,8 @@ class SampleFilterTest : public MachineTest {
     ztl::OpenModuleLog();
     netCfg_ = ComPtr<INetCfg>::Attach(simulated::CreateTransaction());
     callback_ = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulated::CreatePnpReconfigCallback());
+    connection_ = ComPtr<INetLanConnectionUiInfo>::Attach(
+        simulated::CreateLanConnection({0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}}));
     machine_.registry.Create(std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}")
         .SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
   }
@@ -82,6 +78,7 @@ class SampleFilterTest : public MachineTest {
     Release();
     netCfg_.Reset();
     callback_.Reset();
+    connection_.Reset();
     MachineTest::TearDown();
   }
 
@@ -100,6 +97,16 @@ class SampleFilterTest : public MachineTest {
   void Query(REFIID iid, ComPtr<Interface>& interface) {
     ASSERT_EQ(control_->QueryInterface(iid, reinterpret_cast<void**>(interface.Receive())), S_OK);
   }
+  // Asks for the page, and has no memory for it.
+  void RecordPage() {
+    DWORD defaultPages = 1;
+    UINT pages = 1;
+    BYTE* handles = reinterpret_cast<BYTE*>(this);
+    machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .code = 8}};
+    EXPECT_EQ(page_->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr), S_OK);
+    EXPECT_TRUE(defaultPages == 0 && pages == 0 && handles == nullptr);
+    machine_.faults.clear();
+  }
   void Release() {
     setup_.Reset();
     page_.Reset();
@@ -114,6 +121,7 @@ class SampleFilterTest : public MachineTest {
 
   ComPtr<INetCfg> netCfg_;
   ComPtr<INetCfgPnpReconfigCallback> callback_;
+  ComPtr<INetLanConnectionUiInfo> connection_;
   ComPtr<INetCfgComponentControl> control_;
   ComPtr<INetCfgComponentSetup> setup_;
   ComPtr<INetCfgComponentPropertyUi> page_;
@@ -137,7 +145,7 @@ TEST_F(SampleFilterTest, AnswersItsFiveInterfacesWithOneIdentity) {
 }
 
 TEST_F(SampleFilterTest, CreationFailsAsComExpects) {
-  Context outer;
+  Counted outer;
   void* object = this;
   EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_IUnknown, nullptr), E_POINTER);
   EXPECT_EQ(HrCreateSampleFilter(&outer, IID_INetCfgComponentSetup, &object), CLASS_E_NOAGGREGATION);
@@ -153,8 +161,7 @@ TEST_F(SampleFilterTest, CreationFailsAsComExpects) {
 }
 
 TEST_F(SampleFilterTest, AnAggregatedInstanceLivesByItsInnerIdentity) {
-  Context outer;
-  outer.iid = IID_INetCfgComponentSetup;
+  Counted outer;
   ComPtr<IUnknown> inner;
   ASSERT_EQ(HrCreateSampleFilter(&outer, IID_IUnknown, reinterpret_cast<void**>(inner.Receive())), S_OK);
   EXPECT_EQ(outer.references, 0u);
@@ -195,14 +202,7 @@ TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
        "--> ::SysNotifyComponent dwChangeFlag 0x00000001", "default 4", true},
       {"transport", [this] { global_->SysNotifyComponent(NCN_NETTRANS | NCN_REMOVE, nullptr); },
        "--> ::SysNotifyComponent dwChangeFlag 0x00020002", "default 4", true},
-      {"page",
-       [this] {
-         DWORD defaultPages;
-         UINT pages;
-         BYTE* handles;
-         page_->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr);
-       },
-       "--> ::MergePropPages", "eActPropertyUI", false},
+      {"page", [this] { RecordPage(); }, "--> ::MergePropPages", "eActPropertyUI", false},
       {"service", [this] { global_->SysNotifyComponent(NCN_REMOVE | NCN_NETSERVICE, nullptr); },
        "--> ::SysNotifyComponent dwChangeFlag 0x00080002", "default 0", true},
   };
@@ -243,16 +243,16 @@ TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
 // The engine and the context are gone when the pass begins, and what they do with the object while they go does no
 // harm.
 TEST_F(SampleFilterTest, TheReleaseGivesTheEngineBackBeforeItOrders) {
-  Context context;
+  Counted context;
   Create();
-  EXPECT_EQ(page_->SetContext(&context), S_OK);
+  EXPECT_EQ(page_->SetContext(&context), E_NOINTERFACE);
   context.touched = control_.Get();
   netCfg_.Reset();
   int opened = 0;
   machine_.observer = [&](Operation operation, const Arguments&) {
     if (operation != Operation::RegOpenKeyExW) return;
     ++opened;
-    EXPECT_EQ(machine_.engine.objects, 1);  // the test's own callback
+    EXPECT_EQ(machine_.engine.objects, 2);  // the test's own
     EXPECT_EQ(context.references, 0u);
   };
   Release();
@@ -291,16 +291,10 @@ TEST_F(SampleFilterTest, ARestartIsAskedForWhenAStackChangedOrTheBridgeStays) {
 TEST_F(SampleFilterTest, TheContextNamesTheAdapterWhoseValuesAreStored) {
   const std::u16string param = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}\\Parameters";
   const std::u16string adapter = std::u16string(kParameters) + u"\\Adapters\\{12345678-9ABC-DEF0-0102-030405060708}";
-  Context context;
   Create();
-  EXPECT_EQ(page_->SetContext(&context), S_OK);
-  EXPECT_EQ(context.references, 1u);
+  EXPECT_EQ(page_->SetContext(connection_.Get()), S_OK);
   setup_->ReadAnswerFile(nullptr, nullptr);
-  DWORD defaultPages = 1;
-  UINT pages = 1;
-  BYTE* handles = reinterpret_cast<BYTE*>(this);
-  EXPECT_EQ(page_->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr), S_OK);
-  EXPECT_EQ(defaultPages, 0u);
+  RecordPage();
 
   TakeLog();  // no Parameters key: the first value is stored, the second is not, and that is no failure
   EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
@@ -323,16 +317,13 @@ TEST_F(SampleFilterTest, TheContextNamesTheAdapterWhoseValuesAreStored) {
 
   EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), S_OK);
   EXPECT_EQ(machine_.engine.pnpReconfigs.back().lower, u"{12345678-9ABC-DEF0-0102-030405060708}");
-  Release();
-  EXPECT_EQ(context.references, 0u);
 }
 
 TEST_F(SampleFilterTest, AContextWithoutAnAdapterIsReportedAndKept) {
-  Context context;
+  Counted context;
   Create();
-  context.result = E_FAIL;
-  EXPECT_EQ(page_->SetContext(&context), E_FAIL);
-  context.iid = IID_INetCfg;
+  machine_.faults = {{.operation = Operation::GetDeviceGuid, .code = E_FAIL}};
+  EXPECT_EQ(page_->SetContext(connection_.Get()), E_FAIL);
   EXPECT_EQ(page_->SetContext(&context), E_NOINTERFACE);
   EXPECT_EQ(context.references, 1u);
   EXPECT_EQ(page_->SetContext(nullptr), S_OK);

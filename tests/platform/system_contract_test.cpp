@@ -4,11 +4,13 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <string>
 
 #include "platform/device.h"
+#include "platform/dialogs.h"
 #include "platform/files.h"
 #include "platform/module.h"
 #include "platform/system_info.h"
@@ -67,10 +69,31 @@ TEST_F(SystemContract, AResourceIsFoundByItsNumberAndTypeAndIsItsFile) {
   const auto* const data = static_cast<const char*>(LoadResourceData(nullptr, script));
   std::ifstream file(ZTL_SOURCE_DIR "/notify/resources/registration.rgs", std::ios::binary);
   EXPECT_EQ(std::string(data, SizeofResource(nullptr, script)), std::string(std::istreambuf_iterator<char>(file), {}));
+  const HRSRC dialog = FindResourceW(nullptr, ResourceId(1850), ResourceId(RT_DIALOG));
+  EXPECT_EQ(SizeofResource(nullptr, dialog), 214u);
   EXPECT_EQ(FindResourceW(nullptr, ResourceId(40002), u"REGISTRY"), nullptr);
   EXPECT_EQ(GetLastError(), DWORD{ERROR_RESOURCE_NAME_NOT_FOUND});
   EXPECT_EQ(FindResourceW(nullptr, ResourceId(40001), u"REGISTRIES"), nullptr);
   EXPECT_EQ(GetLastError(), 1813u);  // ERROR_RESOURCE_TYPE_NOT_FOUND
+}
+
+TEST_F(SystemContract, AWindowThatDoesNotExistFailsEveryCall) {
+  const auto window = reinterpret_cast<HWND>(std::uintptr_t{0x7FFE});
+  char16_t text[] = u"text";
+  const std::function<std::intptr_t()> calls[] = {
+      [&] { return reinterpret_cast<std::intptr_t>(GetParent(window)); },
+      [&] { return reinterpret_cast<std::intptr_t>(GetDlgItem(window, 1)); },
+      [&] { return SendMessageW(window, EM_LIMITTEXT, 1, 0); },
+      [&] { return std::intptr_t{SetWindowTextW(window, u"")}; },
+      [&] { return std::intptr_t{GetWindowTextW(window, text, 5)}; },
+      [&] { return GetWindowLongPtrW(window, DWLP_USER); },
+      [&] { return SetWindowLongPtrW(window, DWLP_USER, 1); }};
+  for (const auto& call : calls) {
+    CreateFileW(u"\\\\.\\ZtlNoSuchDevice", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);  // another error
+    EXPECT_EQ(call(), 0) << &call - calls;
+    EXPECT_EQ(GetLastError(), 1400u) << &call - calls;  // ERROR_INVALID_WINDOW_HANDLE
+  }
+  EXPECT_EQ(text[0], u'\0');
 }
 
 TEST_F(SystemContract, ADeviceThatDoesNotExistIsNotFound) {

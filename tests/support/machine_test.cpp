@@ -63,6 +63,7 @@ void MachineTest::ExpectNothingLeft(const Machine& machine) {
   EXPECT_EQ(machine.engine.objects, 0);
   EXPECT_EQ(machine.engine.lockHolders, 0);
   EXPECT_TRUE(machine.comInitializations.empty());
+  EXPECT_EQ(machine.dialogs.Windows() + machine.dialogs.Pages(), 0u);
 }
 
 std::vector<std::string> MachineTest::LogMessages() const {

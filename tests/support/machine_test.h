@@ -38,7 +38,8 @@ class MachineTest : public testing::Test {
   void TearDown() override { ExpectNothingLeft(); }
 
   void ExpectNothingLeft() { ExpectNothingLeft(machine_); }
-  static void ExpectNothingLeft(const Machine& machine);  // of keys, files, memory, engine objects, the lock and COM
+  static void ExpectNothingLeft(
+      const Machine& machine);  // of keys, files, memory, engine objects, the lock, COM and windows
   std::filesystem::path LogPath() const { return root_ / "Windows" / "temp" / "ztlinst.log"; }
   std::vector<std::string> LogMessages() const;  // the lines of the log without their heads
   std::vector<std::string> LogErrors() const;    // those of severity ERROR
