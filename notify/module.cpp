@@ -56,6 +56,8 @@ HRESULT RunScript(bool registering) {
 
 }  // namespace
 
+HINSTANCE ModuleInstance() { return g_instance; }
+
 extern "C" BOOL DllMain(HINSTANCE hinstDLL, DWORD fdwReason, void*) {
   const DWORD process = platform::GetCurrentProcessId();
   switch (fdwReason) {

@@ -31,4 +31,7 @@ platform::HRESULT DllUnregisterServer();
 
 }  // extern "C"
 
+// The module's instance handle, as its attach told it.
+platform::HINSTANCE ModuleInstance();
+
 }  // namespace ztl

@@ -148,16 +148,20 @@ HRESULT CSampleFilter::ApplyPropertyChanges() {
     LogMessage(g_ModuleLog, SEV_ERROR, "ApplyRegistryChange OpenParamKey rc=%x", opened);
   component.Close();
 
+  UniqueKey adapter;
+  const HRESULT hr = OpenAdapterKey(adapter);
+  if (hr == S_OK) SetParameter(adapter.Get(), u"BundleId", m_szBundleId);
+  return Failed(hr) ? hr : S_OK;
+}
+
+HRESULT CSampleFilter::OpenAdapterKey(UniqueKey& key) {
   HKEY parameters = nullptr;
   if (const LSTATUS rc = platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kParametersKey, 0, KEY_ALL_ACCESS, &parameters);
       rc != ERROR_SUCCESS) {
     LogMessage(g_ModuleLog, SEV_ERROR, "HrOpenAdapterParamsKey RegOpenKeyEx rc=%x", rc);
-    return S_OK;
+    return S_FALSE;
   }
-  UniqueKey adapter;
-  if (const HRESULT hr = HrOpenAdapterParamsKey(&m_AdapterGuid, adapter.Receive(), &parameters); Failed(hr)) return hr;
-  SetParameter(adapter.Get(), u"BundleId", m_szBundleId);
-  return S_OK;
+  return HrOpenAdapterParamsKey(&m_AdapterGuid, key.Receive(), &parameters);
 }
 
 HRESULT HrOpenAdapterParamsKey(const GUID* adapterGuid, HKEY* adapterKey, HKEY* parametersKey) {

@@ -9,6 +9,7 @@
 #include "notify/com_object.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
+#include "platform/registry_key.h"
 #include "platform/types.h"
 
 namespace ztl {
@@ -91,16 +92,22 @@ class CSampleFilter : public ComObjectRoot,
 
  private:
   platform::HRESULT ApplyPropertyChanges();
+  void LoadPropertyValues();
+  // Opens the adapter's key. S_FALSE when the service's Parameters key does not open, or the failure of
+  // HrOpenAdapterParamsKey; both are logged.
+  platform::HRESULT OpenAdapterKey(platform::UniqueKey& key);
+  friend std::intptr_t OnInitDialog(CSampleFilter* object, platform::HWND hDlg);
+  friend std::intptr_t OnOk(CSampleFilter* object, platform::HWND hDlg);
 
   platform::ComPtr<platform::INetCfgComponent> m_pComponent;  // the filter's own component
   platform::ComPtr<platform::INetCfg> m_pNetCfg;              // the engine object of the transaction
   std::uint32_t m_ApplyAction = eActNone;
   char16_t m_szParam1[kParameterCapacity] = {};
   char16_t m_szBundleId[kParameterCapacity] = {};
-  platform::ComPtr<platform::IUnknown> m_pContext;     // of the property page
-  platform::GUID m_AdapterGuid = {};                   // the adapter whose page is shown
-  [[maybe_unused]] std::uint32_t m_fValuesLoaded = 0;  // the page has read its values
-  std::uint32_t m_fOrderIMDone = 0;                    // OrderIM has run in this object
+  platform::ComPtr<platform::IUnknown> m_pContext;  // of the property page
+  platform::GUID m_AdapterGuid = {};                // the adapter whose page is shown
+  std::uint32_t m_fValuesLoaded = 0;                // a page has read its values
+  std::uint32_t m_fOrderIMDone = 0;                 // OrderIM has run in this object
 };
 
 // Opens the adapter's key below the open Parameters key of the filter's service with all access, and closes

@@ -1,0 +1,296 @@
+#include "notify/property_page.h"
+
+#include <memory>
+#include <span>
+
+#include "notify/module.h"
+#include "notify/sample_filter.h"
+#include "tests/support/machine_test.h"
+
+namespace {
+
+using namespace platform;
+using namespace ztl_test;
+using simulated::Operation;
+using simulated::PropertySheet;
+
+constexpr GUID kAdapter{0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
+const std::u16string kComponent = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}";
+const std::u16string kComponentKey = kComponent + u"\\Parameters";
+const std::u16string kAdapterKey = std::u16string(kParameters) + u"\\Adapters\\{12345678-9ABC-DEF0-0102-030405060708}";
+const std::u16string kLongest(259, u'x');
+
+// A notify object whose transaction is under way on the current machine, and which is asked for its page.
+struct NotifyObject {
+  NotifyObject() {
+    const auto netCfg = ComPtr<INetCfg>::Attach(simulated::CreateTransaction());
+    ComPtr<INetCfgComponent> component;
+    netCfg->FindComponent(u"qro_ztl", component.Receive());
+    if (Failed(ztl::HrCreateSampleFilter(nullptr, IID_INetCfgComponentControl,
+                                         reinterpret_cast<void**>(control.Receive()))))
+      return;
+    control->QueryInterface(IID_INetCfgComponentPropertyUi, reinterpret_cast<void**>(page.Receive()));
+    control->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive()));
+    control->Initialize(component.Get(), netCfg.Get(), 0);
+    page->SetContext(ComPtr<IUnknown>::Attach(simulated::CreateLanConnection(kAdapter)).Get());
+  }
+
+  // What the engine does with the pages that it gets.
+  std::unique_ptr<PropertySheet> MakeSheet() const {
+    DWORD defaultPages = 1;
+    UINT pages = 7;
+    BYTE* handles = nullptr;
+    EXPECT_EQ(page->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr), S_OK);
+    EXPECT_EQ(defaultPages, 0u);
+    EXPECT_EQ(pages, handles == nullptr ? 0u : 1u);
+    auto sheet = std::make_unique<PropertySheet>(std::span(reinterpret_cast<const HPROPSHEETPAGE*>(handles), pages));
+    CoTaskMemFree(handles);
+    return sheet;
+  }
+
+  ComPtr<INetCfgComponentControl> control;
+  ComPtr<INetCfgComponentPropertyUi> page;
+  ComPtr<INetCfgComponentSetup> setup;
+};
+
+class PropertyPageTest : public MachineTest {
+ protected:
+  void SetUp() override {
+    ztl::DllMain(reinterpret_cast<HINSTANCE>(&machine_), DLL_PROCESS_ATTACH, nullptr);
+    machine_.registry.Create(kComponent).SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
+    machine_.registry.Create(kComponentKey);
+    machine_.registry.Create(kAdapterKey);
+  }
+  void TearDown() override {
+    ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    MachineTest::TearDown();
+  }
+  void Set(const std::u16string& key, std::u16string_view name, std::u16string_view text) {
+    machine_.registry.Find(key)->SetValue(name, REG_SZ, Bytes(text));
+  }
+  // The registry's and the page's two texts.
+  Strings Stored() {
+    Strings texts;
+    for (const auto& [key, name] : {std::pair(kComponentKey, u"Param1"), std::pair(kAdapterKey, u"BundleId")}) {
+      const simulated::RegistryValue* const value = machine_.registry.Find(key)->FindValue(name);
+      std::string text;
+      for (std::size_t i = 0; value != nullptr && i < value->data.size(); i += 2)
+        text += static_cast<char>(value->data[i]);
+      texts.push_back(value == nullptr ? "none" : text);
+    }
+    return texts;
+  }
+  static std::pair<std::u16string, std::u16string> Shown(const PropertySheet& sheet) {
+    return {sheet.Text(1851), sheet.Text(1852)};
+  }
+};
+
+TEST_F(PropertyPageTest, ThePageIsTheResourceWithTheStoredTexts) {
+  const std::u16string kept = u"ParamFromAnswerFile";
+  const std::u16string text = u"text";
+  struct Case {
+    const char* name;
+    DWORD type;
+    std::vector<BYTE> data;
+    std::u16string shown;
+  };
+  std::vector<BYTE> odd = Bytes(text);
+  odd.push_back('x');
+  const Case cases[] = {
+      {"missing", REG_NONE, {}, kept},
+      {"empty", REG_SZ, {}, u""},
+      {"unterminated", REG_SZ, Bytes(text), text},
+      {"ends at its NUL", REG_BINARY, Bytes({u"text\0more", 9}), text},
+      {"an odd byte", REG_DWORD, odd, text},
+      {"259 characters", REG_SZ, Sz(kLongest), kLongest},
+      {"260 characters", REG_EXPAND_SZ, Bytes(kLongest + u'y'), kLongest},
+      {"522 bytes", REG_SZ, Bytes(kLongest + u"yz"), kept},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (const auto& [key, name] : {std::pair(kComponentKey, u"Param1"), std::pair(kAdapterKey, u"BundleId")})
+      if (c.type != REG_NONE) machine_.registry.Find(key)->SetValue(name, c.type, c.data);
+    const NotifyObject object;
+    object.setup->ReadAnswerFile(nullptr, nullptr);
+    const auto sheet = object.MakeSheet();
+    ASSERT_TRUE(sheet->Open());
+    EXPECT_EQ(sheet->Title(), u"General");
+    const std::vector<simulated::Control> expected = {{u"Static", 0xFFFF, u"Parameter1"},
+                                                      {u"Edit", 1851, c.shown, 259},
+                                                      {u"Static", 0xFFFF, u"Bundle ID"},
+                                                      {u"Edit", 1852, c.shown == kept ? u"" : c.shown, 259}};
+    EXPECT_EQ(sheet->Controls(), expected);
+    EXPECT_EQ(LogErrors(), Strings{});
+  }
+}
+
+TEST_F(PropertyPageTest, WhatCannotBeOpenedIsLoggedAndLeftOut) {
+  struct Case {
+    std::u16string_view deleted;
+    std::vector<simulated::Fault> faults;
+    std::u16string param1, bundleId;
+    Strings log;
+  };
+  const Case cases[] = {
+      {u"Adapters", {}, u"p", u"", {"HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=80070002"}},
+      {u"",
+       {{.operation = Operation::StringFromGUID2}},
+       u"p",
+       u"",
+       {"HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=80070057"}},
+      {u"", {{.operation = Operation::OpenParamKey, .code = E_FAIL}}, u"", u"b", {}},
+      {u"", {{.operation = Operation::RegQueryValueExW, .times = 2, .code = 5}}, u"", u"", {}},
+      {u"Parameters", {}, u"p", u"", {"HrOpenAdapterParamsKey RegOpenKeyEx rc=2"}},
+  };
+  for (const Case& c : cases) {
+    machine_.registry.Create(kAdapterKey);
+    Set(kComponentKey, u"Param1", u"p");
+    Set(kAdapterKey, u"BundleId", u"b");
+    simulated::RegistryKey* const parameters = machine_.registry.Find(std::u16string(kParameters));
+    if (c.deleted == u"Adapters") parameters->DeleteSubkey(c.deleted);
+    if (c.deleted == u"Parameters")
+      machine_.registry.Find(u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL")->DeleteSubkey(c.deleted);
+    const NotifyObject object;
+    const auto sheet = object.MakeSheet();
+    machine_.faults = c.faults;
+    TakeLog();
+    EXPECT_TRUE(sheet->Open());
+    EXPECT_EQ(Shown(*sheet), std::pair(c.param1, c.bundleId));
+    EXPECT_EQ(TakeLog(), c.log);
+    machine_.faults.clear();
+  }
+}
+
+// Texts reach the object by OK and Apply alone, and the registry by what applies the object's changes after that.
+TEST_F(PropertyPageTest, TypedTextsAreTakenByOkAndApplyAndStoredLater) {
+  Set(kComponentKey, u"Param1", u"one");
+  Set(kAdapterKey, u"BundleId", u"two");
+  const NotifyObject object;
+  object.page->SetContext(nullptr);  // which keeps the adapter
+  TakeLog();
+  auto sheet = object.MakeSheet();
+  ASSERT_TRUE(sheet->Open());
+  for (const int control : {1851, 1852}) {
+    SendMessageW(GetParent(sheet->Page()), 0x046D, reinterpret_cast<WPARAM>(sheet->Page()), 0);  // PSM_UNCHANGED
+    EXPECT_FALSE(sheet->PressApply());
+    EXPECT_EQ(sheet->Type(control, u"!"), 1u);
+    EXPECT_TRUE(sheet->ApplyEnabled());
+  }
+  EXPECT_TRUE(sheet->PressCancel());
+  EXPECT_EQ(TakeLog(), (Strings{"--> ::MergePropPages", "--> ::OnCancel"}));
+
+  sheet = object.MakeSheet();
+  ASSERT_TRUE(sheet->Open());
+  EXPECT_EQ(Shown(*sheet), std::pair(std::u16string(u"one"), std::u16string(u"two")));
+  sheet->Type(1851, u"!");
+  sheet->Type(1852, kLongest + u"y", true);
+  EXPECT_EQ(sheet->Text(1852), kLongest);
+  EXPECT_TRUE(sheet->PressApply());
+  EXPECT_FALSE(sheet->ApplyEnabled());
+  sheet->Type(1852, u"three", true);
+  EXPECT_TRUE(sheet->PressCancel());
+
+  Set(kComponentKey, u"Param1", u"not read again");
+  sheet = object.MakeSheet();
+  ASSERT_TRUE(sheet->Open());
+  EXPECT_EQ(Shown(*sheet), std::pair(std::u16string(u"one!"), kLongest));
+  sheet->Type(1852, u"three", true);
+  EXPECT_TRUE(sheet->PressOk());
+  EXPECT_FALSE(sheet->IsOpen());
+  EXPECT_EQ(TakeLog().back(), "--> ::OnOk");
+  EXPECT_EQ(Stored(), (Strings{"not read again", "two"}));
+  EXPECT_EQ(object.control->ApplyRegistryChanges(), S_OK);
+  EXPECT_EQ(Stored(), (Strings{"one!", "three"}));
+  const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulated::CreatePnpReconfigCallback());
+  object.control->ApplyPnpChanges(callback.Get());
+  EXPECT_EQ(machine_.engine.pnpReconfigs.back().data, Sz(u"three"));
+
+  object.control->CancelChanges();
+  sheet = object.MakeSheet();
+  ASSERT_TRUE(sheet->Open());
+  EXPECT_EQ(Shown(*sheet), std::pair(std::u16string(), std::u16string(u"three")));
+}
+
+TEST_F(PropertyPageTest, TheProcedureHandlesNothingElse) {
+  const NotifyObject object;
+  const auto sheet = object.MakeSheet();
+  ASSERT_TRUE(sheet->Open());
+  TakeLog();
+  const HWND page = sheet->Page();
+  const HWND parent = GetParent(page);
+  SendMessageW(parent, 0x046D, reinterpret_cast<WPARAM>(page), 0);  // PSM_UNCHANGED
+  for (const WPARAM wParam : {0x0300'0001, 0x0400'073B, 0x0501'073C})
+    EXPECT_EQ(ztl::PropPageDlgProc(page, WM_COMMAND, wParam, 0), 0);
+  EXPECT_FALSE(sheet->ApplyEnabled());
+  for (const auto& [code, answer] : {std::pair(-200, 0), std::pair(-201, 1), std::pair(-209, 0)}) {
+    const NMHDR notice = {parent, 0, static_cast<UINT>(code)};
+    SetWindowLongPtrW(page, DWLP_MSGRESULT, 7);
+    EXPECT_EQ(ztl::PropPageDlgProc(page, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&notice)), answer);
+    EXPECT_EQ(GetWindowLongPtrW(page, DWLP_MSGRESULT), answer == 1 ? 0 : 7);
+  }
+  SetWindowLongPtrW(page, DWLP_USER, 0);
+  EXPECT_EQ(ztl::PropPageDlgProc(page, WM_COMMAND, 0x0300'073B, 0), 0);
+  EXPECT_EQ(ztl::PropPageDlgProc(page, WM_NOTIFY, 0, 0), 0);
+  EXPECT_FALSE(sheet->ApplyEnabled());
+  EXPECT_EQ(TakeLog(), Strings{});
+}
+
+TEST_F(PropertyPageTest, ThePageIsDescribedAndItsFailuresAreHandedOver) {
+  const NotifyObject object;
+  PROPSHEETPAGEW described = {};
+  machine_.observer = [&](Operation operation, const simulated::Arguments& arguments) {
+    if (operation == Operation::CreatePropertySheetPageW)
+      described = *static_cast<const PROPSHEETPAGEW*>(arguments.data);
+  };
+  object.MakeSheet();
+  machine_.observer = nullptr;
+  EXPECT_EQ(described.dwSize, 96u);
+  EXPECT_EQ(described.hInstance, reinterpret_cast<HINSTANCE>(&machine_));
+  EXPECT_EQ(described.pszTemplate, ResourceId(1850));
+
+  for (const auto& [operation, count] :
+       {std::pair(Operation::CoTaskMemAlloc, 0u), std::pair(Operation::CreatePropertySheetPageW, 1u)}) {
+    machine_.faults = {{.operation = operation, .code = 8}};
+    DWORD defaultPages = 1;
+    UINT pages = 7;
+    BYTE* handles = reinterpret_cast<BYTE*>(this);
+    EXPECT_EQ(object.page->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr), S_OK);
+    EXPECT_EQ(pages, count);
+    EXPECT_EQ(handles == nullptr, count == 0);
+    if (handles != nullptr) EXPECT_EQ(*reinterpret_cast<HPROPSHEETPAGE*>(handles), nullptr);
+    CoTaskMemFree(handles);
+    machine_.faults.clear();
+  }
+}
+
+TEST_F(PropertyPageTest, NothingIsLeftWhenACallFails) {
+  std::uint64_t calls = 0;
+  auto run = [&](std::uint64_t failing) {
+    Machine machine;
+    const simulated::CurrentMachine current(machine);
+    machine.registry.CopyFrom(machine_.registry);
+    machine.faults = {{.first = failing, .code = E_FAIL, .matches = [](Operation operation, const auto&) {
+                         return operation != Operation::RegCloseKey;  // would itself leave a key open
+                       }}};
+    if (const NotifyObject object; object.control) {
+      for (const bool ok : {false, true}) {
+        const auto sheet = object.MakeSheet();
+        sheet->Open();
+        sheet->Type(1851, u"p");
+        sheet->PressApply();
+        ok ? sheet->PressOk() : sheet->PressCancel();
+      }
+      object.control->ApplyRegistryChanges();
+    }
+    ExpectNothingLeft(machine);
+    calls = machine.faults[0].seen;
+  };
+  run(0);
+  ASSERT_GT(calls, 100u);
+  for (std::uint64_t n = 1, last = calls; n <= last && !HasFailure(); ++n) {
+    SCOPED_TRACE(n);
+    run(n);
+  }
+}
+
+}  // namespace
