@@ -26,6 +26,8 @@ DWORD GetModuleFileNameW(HINSTANCE module, char16_t* path, DWORD capacity);
 inline const char16_t* ResourceId(WORD id) {
   return reinterpret_cast<const char16_t*>(static_cast<std::uintptr_t>(id));
 }
+inline bool IsResourceId(const char16_t* name) { return reinterpret_cast<std::uintptr_t>(name) <= 0xFFFF; }
+constexpr WORD RT_DIALOG = 5;  // a type
 // Null when the module has no such resource. The bytes live as long as the module.
 HRSRC FindResourceW(HINSTANCE module, const char16_t* name, const char16_t* type);
 const void* LoadResourceData(HINSTANCE module, HRSRC resource);

@@ -40,14 +40,14 @@ DWORD GetModuleFileNameW(HINSTANCE, char16_t* path, DWORD capacity) {
   return capacity;
 }
 
-// A type is a text here: one that is a number is not found.
 HRSRC FindResourceW(HINSTANCE, const char16_t* name, const char16_t* type) {
   simulated::Machine& machine = simulated::Current();
   const auto code = machine.Enter(Operation::FindResourceW);
   LSTATUS otherwise = ERROR_RESOURCE_TYPE_NOT_FOUND;
-  if (!code && reinterpret_cast<std::uintptr_t>(type) > 0xFFFF)
+  if (!code)
     for (const simulated::Resource& resource : simulated::kResources) {
-      if (!EqualNoCase(resource.type, type)) continue;
+      const bool areTexts = !IsResourceId(resource.type) && !IsResourceId(type);
+      if (areTexts ? !EqualNoCase(resource.type, type) : resource.type != type) continue;
       if (ResourceId(resource.id) == name) return reinterpret_cast<HRSRC>(const_cast<simulated::Resource*>(&resource));
       otherwise = ERROR_RESOURCE_NAME_NOT_FOUND;
     }

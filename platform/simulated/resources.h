@@ -2,14 +2,13 @@
 #pragma once
 
 #include <span>
-#include <string_view>
 
 #include "platform/types.h"
 
 namespace platform::simulated {
 
 struct Resource {
-  std::u16string_view type;
+  const char16_t* type;  // a text or, like any name of a resource, a number
   WORD id;
   const BYTE* data;
   DWORD bytes;
