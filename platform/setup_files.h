@@ -18,8 +18,10 @@ constexpr DWORD SPOST_PATH = 1;      // the media location is a directory
 // Codes of SetupAPI's own (setupapi.h). As COM result codes they stay as they are.
 constexpr LSTATUS ERROR_EXPECTED_SECTION_NAME = HresultFromBits(0xE0000000);
 constexpr LSTATUS ERROR_BAD_SECTION_NAME_LINE = HresultFromBits(0xE0000001);
+constexpr LSTATUS ERROR_SECTION_NAME_TOO_LONG = HresultFromBits(0xE0000002);
 constexpr LSTATUS ERROR_WRONG_INF_STYLE = HresultFromBits(0xE0000100);
 constexpr LSTATUS ERROR_LINE_NOT_FOUND = HresultFromBits(0xE0000102);
+constexpr LSTATUS ERROR_CLASS_MISMATCH = HresultFromBits(0xE0000201);
 
 // A line of an open INF. Its members are the system's own.
 struct INFCONTEXT {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -10,6 +11,7 @@
 
 #include "platform/simulated/host.h"
 #include "platform/simulated/machine.h"
+#include "platform/simulated/text_encoding.h"
 
 namespace platform::simulated {
 namespace {
@@ -27,11 +29,6 @@ bool BelowRoot(std::string_view path, std::string& relative) {
   return true;
 }
 
-bool EqualNoCase8(std::string_view a, std::string_view b) {
-  auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](char x, char y) { return fold(x) == fold(y); });
-}
-
 int SetErrno(int code) {
   errno = code;
   return -1;
@@ -44,19 +41,55 @@ Files::~Files() {
     if (file != 0) host::Close(file - 1);
 }
 
+std::u16string FileName(const std::filesystem::path& path) {
+#ifdef _WIN32
+  const std::wstring name = path.filename().native();
+  return {name.begin(), name.end()};
+#else
+  return Utf8ToUtf16(path.filename().native());
+#endif
+}
+
+std::optional<std::string> ReadFile(const std::filesystem::path& path, LSTATUS& error) {
+  std::error_code ignored;
+  error = std::filesystem::exists(path, ignored)                 ? ERROR_ACCESS_DENIED
+          : std::filesystem::exists(path.parent_path(), ignored) ? ERROR_FILE_NOT_FOUND
+                                                                 : ERROR_PATH_NOT_FOUND;
+  if (!std::filesystem::is_regular_file(path, ignored)) return std::nullopt;
+  std::ifstream file(path, std::ios::binary);
+  const std::uintmax_t size = std::filesystem::file_size(path, ignored);
+  if (!file || ignored) return std::nullopt;
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (file.bad()) return std::nullopt;
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
+}
+
 std::filesystem::path Files::RealPath(const char* path) const {
   std::string relative;
-  if (root.empty() || !BelowRoot(path, relative)) return {};
+  return root.empty() || !BelowRoot(path, relative) ? std::filesystem::path() : Locate(relative);
+}
+
+std::filesystem::path Files::RealPath(const char16_t* path) const {
+  std::string relative;
+  if (root.empty() || !BelowRoot(Utf16ToUtf8(path), relative)) return {};
+  return Locate(std::u8string(relative.begin(), relative.end()));
+}
+
+std::filesystem::path Files::Locate(const std::filesystem::path& relative) const {
   std::error_code error;
   std::filesystem::path real = root;
-  for (const std::filesystem::path& name : std::filesystem::path(relative)) {
+  for (const std::filesystem::path& name : relative) {
     std::filesystem::path next = real / name;
-    if (!std::filesystem::exists(next, error))
+    if (!std::filesystem::exists(next, error)) {
+      const std::u16string upper = UpperCase(FileName(name));
       for (std::filesystem::directory_iterator entry(real, error), end; !error && entry != end; entry.increment(error))
-        if (EqualNoCase8(entry->path().filename().string(), name.string())) {
+        if (UpperCase(FileName(entry->path())) == upper) {
           next = entry->path();
           break;
         }
+    }
     real = std::move(next);
   }
   return real;
@@ -209,6 +242,28 @@ int _locking(int descriptor, int mode, LONG bytes) {
   return EnterDescriptor(Operation::_locking, descriptor, bytes)
              ? simulated::Current().files.Lock(descriptor, mode, bytes)
              : -1;
+}
+
+BOOL CopyFileW(const char16_t* existing, const char16_t* copy, BOOL failIfExists) {
+  namespace fs = std::filesystem;
+  simulated::Machine& machine = simulated::Current();
+  const auto fail = [&machine](LSTATUS code) {
+    machine.lastError = static_cast<DWORD>(code);
+    return 0;
+  };
+  if (const auto code = machine.Enter(Operation::CopyFileW, {.name = existing})) return fail(*code);
+  const fs::path from = machine.files.RealPath(existing), to = machine.files.RealPath(copy);
+  std::error_code error;
+  if (!fs::exists(from, error))
+    return fail(fs::exists(from.parent_path(), error) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+  if (!fs::is_regular_file(from, error)) return fail(ERROR_ACCESS_DENIED);
+  if (!fs::exists(to.parent_path(), error)) return fail(ERROR_PATH_NOT_FOUND);
+  if (fs::exists(to, error)) {
+    if (failIfExists != 0) return fail(ERROR_FILE_EXISTS);
+    if (!fs::is_regular_file(to, error)) return fail(ERROR_ACCESS_DENIED);
+    if (fs::equivalent(from, to, error)) return fail(ERROR_SHARING_VIOLATION);
+  }
+  return fs::copy_file(from, to, fs::copy_options::overwrite_existing, error) ? 1 : fail(ERROR_ACCESS_DENIED);
 }
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +14,10 @@
 #include "platform/files.h"
 
 namespace platform::simulated {
+
+std::u16string FileName(const std::filesystem::path& path);  // its last part
+// The whole of a regular file. When there is none: nothing, with `error` set to the system's code.
+std::optional<std::string> ReadFile(const std::filesystem::path& path, LSTATUS& error);
 
 class Files {
  public:
@@ -32,6 +37,7 @@ class Files {
   // The real path of a path of the machine: C:\... or \...; names that exist are found in any letter case. Empty for a
   // path of another form.
   std::filesystem::path RealPath(const char* path) const;
+  std::filesystem::path RealPath(const char16_t* path) const;
 
   int OpenDescriptors() const;               // opened and not closed
   std::string PathOf(int descriptor) const;  // as it was opened; empty when it is not open
@@ -44,6 +50,8 @@ class Files {
   int HostFile(int descriptor) const;  // -1, with errno set, when it is not open
 
  private:
+  std::filesystem::path Locate(const std::filesystem::path& relative) const;
+
   static constexpr std::size_t kMaxDescriptors = 2048;
 
   // By descriptor, from the first on: the host's file plus one, 0 when it is not open; read without the mutex.

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -19,6 +20,7 @@
 #include "platform/simulated/driver.h"
 #include "platform/simulated/engine.h"
 #include "platform/simulated/files.h"
+#include "platform/simulated/inf_file.h"
 #include "platform/simulated/module.h"
 #include "platform/simulated/operation.h"
 #include "platform/simulated/registry.h"
@@ -59,6 +61,12 @@ struct MessageBox {
   UINT style;
 };
 
+// Movable memory, by its handle. Where it lies is another address, as on Windows.
+struct GlobalMemory {
+  std::vector<BYTE> bytes;
+  int locks = 0;
+};
+
 class Machine {
  public:
   Machine();
@@ -76,9 +84,11 @@ class Machine {
   Driver driver;
   Dialogs dialogs;
   Module module;
-  std::vector<ComClass> comClasses;                            // the engine's own at first
-  std::int64_t taskAllocations = 0;                            // task memory that has not been freed
-  std::map<std::thread::id, std::int64_t> comInitializations;  // that have not been undone, by thread; none is 0
+  std::vector<ComClass> comClasses;                             // the engine's own at first
+  std::int64_t taskAllocations = 0;                             // task memory that has not been freed
+  std::map<void*, std::unique_ptr<GlobalMemory>> globalMemory;  // that has not been freed
+  std::map<void*, std::unique_ptr<const InfFile>> openInfs;     // that have not been closed
+  std::map<std::thread::id, std::int64_t> comInitializations;   // that have not been undone, by thread; none is 0
   std::atomic<DWORD> lastError{0};  // what the last operation that failed leaves to be asked for
   std::vector<Fault> faults;        // set with no call under way
   std::function<void(Operation, const Arguments&)> observer;  // sees every call before it happens

@@ -3,10 +3,12 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "platform/clock.h"
 #include "platform/debugger.h"
 #include "platform/simulated/machine.h"
+#include "platform/simulated/text_encoding.h"
 #include "platform/standard_output.h"
 #include "platform/system_info.h"
 
@@ -72,6 +74,32 @@ UINT GetWindowsDirectoryA(char* buffer, UINT capacity) {
   if (directory.size() >= capacity) return static_cast<UINT>(directory.size() + 1);
   std::memcpy(buffer, directory.c_str(), directory.size() + 1);
   return static_cast<UINT>(directory.size());
+}
+
+namespace {
+
+// The answer of both: a directory below the Windows directory, "" for that itself.
+UINT Directory(Operation operation, std::string_view below, char16_t* buffer, UINT capacity) {
+  simulated::Machine& machine = simulated::Current();
+  const std::string& windows = machine.files.windowsDirectory;
+  if (const auto code = machine.Enter(operation, {.number2 = capacity}); code || windows.empty()) {
+    machine.lastError = static_cast<DWORD>(code.value_or(ERROR_PATH_NOT_FOUND));
+    return 0;
+  }
+  const std::u16string directory = simulated::Utf8ToUtf16(windows + std::string(below));
+  if (directory.size() >= capacity) return static_cast<UINT>(directory.size() + 1);
+  *std::copy(directory.begin(), directory.end(), buffer) = u'\0';
+  return static_cast<UINT>(directory.size());
+}
+
+}  // namespace
+
+UINT GetSystemWindowsDirectoryW(char16_t* buffer, UINT capacity) {
+  return Directory(Operation::GetSystemWindowsDirectoryW, "", buffer, capacity);
+}
+
+UINT GetSystemDirectoryW(char16_t* buffer, UINT capacity) {
+  return Directory(Operation::GetSystemDirectoryW, "\\System32", buffer, capacity);
 }
 
 BOOL GetVersionExW(OSVERSIONINFOEXW* version) {

@@ -60,6 +60,8 @@ void MachineTest::ExpectNothingLeft(const Machine& machine) {
   EXPECT_EQ(machine.registry.OpenHandlePaths(), std::vector<std::u16string>());
   EXPECT_EQ(machine.files.OpenDescriptors(), 0);
   EXPECT_EQ(machine.taskAllocations, 0);
+  EXPECT_EQ(machine.globalMemory.size(), 0u);
+  EXPECT_EQ(machine.openInfs.size(), 0u);
   EXPECT_EQ(machine.engine.objects, 0);
   EXPECT_EQ(machine.engine.lockHolders, 0);
   EXPECT_TRUE(machine.comInitializations.empty());
