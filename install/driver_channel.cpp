@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "install/registry_tree.h"
+#include "install/versions.h"
 #include "log/log_facility.h"
 #include "platform/device.h"
 #include "platform/registry_key.h"
@@ -58,7 +59,7 @@ DWORD ZtlRunningVersion() {
   if (platform::DeviceIoControl(device, IOCTL_ZTL_RUNNING_VERSION, nullptr, 0, &reply, sizeof(reply), &returned,
                                 nullptr) != 0) {
     LogMessage(g_ModuleLog, SEV_INFO, "ZtlRunningVersion <%u.%u.%u.%u>", first, second, third, build);
-    packed = (first & 0xFF) << 24 | (second & 0xFF) << 16 | (third & 0xFF) << 8;
+    packed = PackVersion(first, second, third);
   } else {
     LogMessage(g_ModuleLog, SEV_ERROR, "ZtlRunningVersion DeviceIoControl err=%u", platform::GetLastError());
   }

@@ -18,8 +18,7 @@ struct ZTL_VERSION_REPLY {
 };
 static_assert(sizeof(ZTL_VERSION_REPLY) == 16);
 
-// The running driver's packed version: the low 8 bits of its first three parts in bits 31-24, 23-16 and 15-8. 0 when it
-// cannot be had.
+// The running driver's packed version (install/versions.h). 0 when it cannot be had.
 platform::DWORD ZtlRunningVersion();
 
 // Asks the driver to destroy the registry link `linkName` below `keyPath`. 0, also when the driver is not running, or

@@ -16,8 +16,6 @@ using namespace platform;
 namespace {
 
 constexpr WORD kPropertyPage = 1850;  // the dialog's resource
-constexpr int kParam1Control = 1851;
-constexpr int kBundleIdControl = 1852;
 
 // Takes the data of the value `name`, whatever its type, as text: up to its first NUL, or its end, cut to what fits.
 // A value that cannot be read, or has more bytes than `text`, leaves it as it was.

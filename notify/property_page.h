@@ -13,6 +13,9 @@ namespace ztl {
 
 class CSampleFilter;
 
+inline constexpr int kParam1Control = 1851;
+inline constexpr int kBundleIdControl = 1852;
+
 // The dialog procedure; the page's lParam is its object. 0 for what it leaves to the system, 1 when the dialog's
 // message result is the answer.
 std::intptr_t PropPageDlgProc(platform::HWND hDlg, platform::UINT message, platform::WPARAM wParam,

@@ -6,6 +6,7 @@
 #include "bindorder/excluded_macs.h"
 #include "bindorder/order_im.h"
 #include "install/driver_channel.h"
+#include "install/miniport_inf.h"
 #include "install/registry_tree.h"
 #include "log/log_facility.h"
 #include "platform/com.h"
@@ -79,10 +80,11 @@ HRESULT CSampleFilter::InternalQueryInterface(REFIID riid, void** object) {
   return S_OK;
 }
 
-HRESULT CSampleFilter::Initialize(INetCfgComponent* pIComp, INetCfg* pINetCfg, BOOL) {
+HRESULT CSampleFilter::Initialize(INetCfgComponent* pIComp, INetCfg* pINetCfg, BOOL fInstalling) {
   TraceLine(u"--> ::Initialize\n");
   m_pComponent = ComPtr<INetCfgComponent>::Share(pIComp);
   m_pNetCfg = ComPtr<INetCfg>::Share(pINetCfg);
+  if (fInstalling != 0) HrCopyMiniportInf();
   return S_OK;
 }
 
