@@ -1,8 +1,11 @@
 #include "ztlsim/calls.h"
 
+#include <string_view>
+
 #include "notify/sample_filter.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
+#include "platform/task_text.h"
 
 namespace ztlsim {
 
@@ -10,8 +13,90 @@ using namespace platform;
 
 namespace {
 
+// The engine's part of a notice. It lives as long as the call.
+class NoticedPath final : public INetCfgBindingPath {
+ public:
+  explicit NoticedPath(const PathNotice& notice) : notice_(notice) {}
+  HRESULT QueryInterface(REFIID, void** object) override {
+    *object = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+  HRESULT IsSamePathAs(INetCfgBindingPath* path) override { return path == this ? S_OK : S_FALSE; }
+  HRESULT IsSubPathOf(INetCfgBindingPath*) override { return S_FALSE; }
+  HRESULT IsEnabled() override { return notice_.enabled; }
+  HRESULT Enable(BOOL) override { return E_NOTIMPL; }
+  HRESULT GetPathToken(char16_t** token) override {
+    *token = JoinTaskText(notice_.token).release();
+    return *token != nullptr ? S_OK : E_OUTOFMEMORY;
+  }
+  HRESULT GetOwner(INetCfgComponent**) override { return E_NOTIMPL; }
+  HRESULT GetDepth(ULONG*) override { return E_NOTIMPL; }
+  HRESULT EnumBindingInterfaces(IEnumNetCfgBindingInterface**) override { return E_NOTIMPL; }
+
+ private:
+  const PathNotice& notice_;
+};
+
+template <class Interface>
+ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
+  ComPtr<Interface> result;
+  object->QueryInterface(riid, reinterpret_cast<void**>(result.Receive()));
+  return result;
+}
+
+// Of each path as the filter's own and as somebody's; all are asked before the change and told after it.
+void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
+  const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
+  const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
+  if (options.paths.empty() && options.changeFlag) global->SysNotifyComponent(*options.changeFlag, component);
+  for (const PathNotice& notice : options.paths) {
+    NoticedPath path(notice);
+    const DWORD flag =
+        options.changeFlag.value_or(NCN_BINDING_PATH | (notice.enabled == S_FALSE ? NCN_DISABLE : NCN_ENABLE));
+    global->SysQueryBindingPath(flag, &path);
+    own->QueryBindingPath(flag, &path);
+    global->SysNotifyBindingPath(flag, &path);
+    own->NotifyBindingPath(flag, &path);
+  }
+}
+
+// False when the user has cancelled the page.
+bool ShowProperties(const CallOptions& options, Process& process, IUnknown* object, CallResults& results) {
+  const auto properties = Query<INetCfgComponentPropertyUi>(object, IID_INetCfgComponentPropertyUi);
+  ComPtr<INetLanConnectionUiInfo> connection;
+  if (options.adapter)
+    connection = ComPtr<INetLanConnectionUiInfo>::Attach(process.CreateLanConnection(*options.adapter));
+  if (properties->QueryPropertyUi(connection.Get()) != S_OK) return false;
+  results.emplace_back("SetContext", properties->SetContext(connection.Get()));
+  const bool isCancelled = options.page.button == PageButton::Cancel;
+  const auto show = [&](const PageInput& input) {
+    DWORD defaultPages = 0;
+    BYTE* pages = nullptr;
+    UINT count = 0;
+    const HRESULT hr = properties->MergePropPages(&defaultPages, &pages, &count, nullptr, nullptr);
+    if (!Failed(hr)) process.ShowPages({reinterpret_cast<const HPROPSHEETPAGE*>(pages), count}, input);
+    platform::CoTaskMemFree(pages);
+    return hr;
+  };
+  results.emplace_back("MergePropPages", show(options.page));
+  if (isCancelled) {
+    properties->CancelProperties();
+  } else {
+    properties->ValidateProperties(nullptr);
+    properties->ApplyProperties();
+  }
+  if (options.pageAgain) {
+    show({.texts = {}, .button = PageButton::Cancel});
+    properties->CancelProperties();
+  }
+  return !isCancelled;
+}
+
 // From the notify object's creation to its release.
-void CallNotifyObject(Scenario scenario, Process& process, CallResults& results) {
+void CallNotifyObject(const CallOptions& options, Process& process, CallResults& results) {
+  const Scenario scenario = options.scenario;
   const auto netCfg = ComPtr<INetCfg>::Attach(process.CreateTransaction());
   const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(process.CreatePnpReconfigCallback());
   ComPtr<INetCfgComponent> component;
@@ -19,12 +104,10 @@ void CallNotifyObject(Scenario scenario, Process& process, CallResults& results)
 
   auto call = [&results](const char* method, HRESULT hr) { results.emplace_back(method, hr); };
   ComPtr<INetCfgComponentControl> control;
-  ComPtr<INetCfgComponentSetup> setup;
   HRESULT hr = platform::CoCreateInstance(ztl::CLSID_CSampleFilter, nullptr, CLSCTX_INPROC_SERVER,
                                           IID_INetCfgComponentControl, reinterpret_cast<void**>(control.Receive()));
   if (Failed(hr)) return call("CreateInstance", hr);
-  hr = control->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive()));
-  if (Failed(hr)) return call("QueryInterface", hr);
+  auto setup = Query<INetCfgComponentSetup>(control.Get(), IID_INetCfgComponentSetup);
   hr = control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
   if (Failed(hr)) call("Initialize", hr);
   if (scenario == Scenario::Install) hr = setup->Install(0);
@@ -32,6 +115,9 @@ void CallNotifyObject(Scenario scenario, Process& process, CallResults& results)
   if (scenario == Scenario::Remove) hr = setup->Removing();
   if (Failed(hr)) call("setup", hr);
   setup.Reset();
+  if (scenario == Scenario::Notify) Notify(options, control.Get(), component.Get());
+  if (scenario == Scenario::Properties && !ShowProperties(options, process, control.Get(), results))
+    return call("CancelChanges", control->CancelChanges());
   call("ApplyRegistryChanges", control->ApplyRegistryChanges());
   if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
 }
@@ -53,11 +139,12 @@ void UseClassObject(const ModuleEntries& module, CallResults& results) {
 
 }  // namespace
 
-CallResults MakeCalls(Scenario scenario, Process& process) {
+CallResults MakeCalls(const CallOptions& options, Process& process) {
+  const Scenario scenario = options.scenario;
   CallResults results;
   if (IsTransaction(scenario)) {
     platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
-    CallNotifyObject(scenario, process, results);
+    CallNotifyObject(options, process, results);
     platform::CoUninitialize();
     return results;
   }

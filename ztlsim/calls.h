@@ -3,28 +3,56 @@
 // process run the same ones.
 #pragma once
 
+#include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/com.h"
+#include "platform/dialogs.h"
 #include "platform/netcfg.h"
 
 namespace ztlsim {
 
-enum class Scenario { Install, Upgrade, Remove, Notify, Reinstall, Register, Unregister, Load };
+enum class Scenario { Install, Upgrade, Remove, Notify, Properties, Reinstall, Register, Unregister, Load };
 
 inline constexpr std::pair<const char*, Scenario> kScenarios[] = {
-    {"install", Scenario::Install},       {"upgrade", Scenario::Upgrade},
-    {"remove", Scenario::Remove},         {"notify", Scenario::Notify},
-    {"reinstall", Scenario::Reinstall},   {"register", Scenario::Register},
-    {"unregister", Scenario::Unregister}, {"load", Scenario::Load}};
+    {"install", Scenario::Install},   {"upgrade", Scenario::Upgrade},       {"remove", Scenario::Remove},
+    {"notify", Scenario::Notify},     {"properties", Scenario::Properties}, {"reinstall", Scenario::Reinstall},
+    {"register", Scenario::Register}, {"unregister", Scenario::Unregister}, {"load", Scenario::Load}};
 
 // Whether it is a transaction of the configuration engine; the others call the module's entries.
 constexpr bool IsTransaction(Scenario scenario) {
   return scenario == Scenario::Install || scenario == Scenario::Upgrade || scenario == Scenario::Remove ||
-         scenario == Scenario::Notify;
+         scenario == Scenario::Notify || scenario == Scenario::Properties;
 }
+
+// A binding path that the notify object is told of.
+struct PathNotice {
+  std::u16string token;
+  platform::HRESULT enabled;  // S_OK, S_FALSE, or the failure to tell
+};
+
+enum class PageButton { Ok, Apply, Cancel };
+
+// What the user of the property page does: types each text in place of what the control shows, and presses the button.
+// A sheet that stays open is closed by its Close button.
+struct PageInput {
+  std::vector<std::pair<int, std::u16string>> texts;  // by the control's identifier
+  PageButton button = PageButton::Ok;
+};
+
+struct CallOptions {
+  Scenario scenario;
+  std::vector<PathNotice> paths;  // of a notification
+  // The change flag of every notice; without it, that of the path's state. Without paths, it is that of a notice of the
+  // filter's component, and without it there is none.
+  std::optional<platform::DWORD> changeFlag;
+  std::optional<platform::GUID> adapter;  // whose properties are opened; unset: those of no connection
+  PageInput page;
+  bool pageAgain = false;  // it is opened a second time, and cancelled
+};
 
 // What the module exports.
 struct ModuleEntries {
@@ -41,6 +69,10 @@ class Process {
   // The engine's object and callback for a transaction that is under way.
   virtual platform::INetCfg* CreateTransaction() = 0;
   virtual platform::INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() = 0;
+  virtual platform::INetLanConnectionUiInfo* CreateLanConnection(const platform::GUID& adapter) = 0;
+
+  // Shows the pages, which it takes over, in a property sheet with its user before it.
+  virtual void ShowPages(std::span<const platform::HPROPSHEETPAGE> pages, const PageInput& input) = 0;
 
   // The module's entries, which are there until it is unloaded.
   virtual ModuleEntries LoadModule() = 0;
@@ -54,6 +86,6 @@ class Process {
 using CallResults = std::vector<std::pair<std::string, platform::HRESULT>>;
 
 // In a transaction, CoCreateInstance makes the notify object.
-CallResults MakeCalls(Scenario scenario, Process& process);
+CallResults MakeCalls(const CallOptions& options, Process& process);
 
 }  // namespace ztlsim

@@ -1,8 +1,6 @@
 #include "ztlsim/load_machine.h"
 
-#include <charconv>
 #include <random>
-#include <span>
 #include <system_error>
 
 namespace ztlsim {
@@ -23,22 +21,6 @@ void LinkControlSet(Registry& registry) {
   if (registry.Find(system + name) != nullptr) registry.Link(system + u"CurrentControlSet", system + name);
 }
 
-// Reads numbers that are separated by dots. How many there are; 0 when the text is anything else or has too many.
-template <class Number>
-std::size_t ReadParts(const std::string& text, std::span<Number> parts) {
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  for (std::size_t count = 0; count < parts.size();) {
-    const auto [next, error] = std::from_chars(at, end, parts[count]);
-    if (error != std::errc()) return 0;
-    ++count;
-    at = next;
-    if (at == end) return count;
-    if (*at++ != '.') return 0;
-  }
-  return 0;
-}
-
 }  // namespace
 
 std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, Registry& registry) {
@@ -47,18 +29,6 @@ std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, Re
     LinkControlSet(registry);
   }
   return std::nullopt;
-}
-
-std::optional<platform::simulated::WindowsVersion> ParseWindowsVersion(const std::string& text) {
-  std::uint16_t parts[3] = {0, 0, 0};
-  if (ReadParts<std::uint16_t>(text, parts) < 2) return std::nullopt;
-  return platform::simulated::WindowsVersion{.major = parts[0], .minor = parts[1], .servicePack = parts[2]};
-}
-
-std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text) {
-  std::array<platform::DWORD, 4> parts{};
-  if (ReadParts<platform::DWORD>(text, parts) != 4) return std::nullopt;
-  return parts;
 }
 
 std::optional<std::string> DriveDirectory::Make(const std::string& kept) {

@@ -1,7 +1,6 @@
 // Making a simulated machine from registry exports.
 #pragma once
 
-#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -15,12 +14,6 @@ namespace ztlsim {
 // Merges the exports in order. Without a CurrentControlSet so far, it becomes a link, as on a running system: to the
 // set that SYSTEM\Select names as current, else to ControlSet001. What later files say of it then goes there.
 std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, platform::simulated::Registry& registry);
-
-// "MAJOR.MINOR" or "MAJOR.MINOR.SP"; nothing for any other text.
-std::optional<platform::simulated::WindowsVersion> ParseWindowsVersion(const std::string& text);
-
-// "A.B.C.D", each part of 32 bits; nothing for any other text.
-std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text);
 
 // The directory that stands for drive C: a kept one, or a temporary one that goes with the object.
 class DriveDirectory {

@@ -5,12 +5,16 @@
 #include <iterator>
 #include <map>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "notify/property_page.h"
 #include "platform/simulated/host.h"
 #include "platform/simulated/machine.h"
+#include "ztlsim/arguments.h"
 #include "ztlsim/check.h"
+#include "ztlsim/installation_files.h"
 #include "ztlsim/load_machine.h"
 #include "ztlsim/registry_export.h"
 #include "ztlsim/report.h"
@@ -36,8 +40,20 @@ struct Options {
   std::string lockHeld;
   std::string secondLock = "grant";
   std::string driverVersion;
+  InstallationFiles files;
+  std::vector<std::string> paths;
+  std::string change;
+  std::string adapter;
+  std::optional<std::string> param1;
+  std::optional<std::string> bundleId;
+  std::string page = "ok";
+  CallOptions calls;
   bool json = false;
 };
+
+// The options that only one scenario takes.
+const std::map<std::string, std::vector<std::string>> kScenarioOptions = {
+    {"notify", {"--path", "--change"}}, {"properties", {"--adapter", "--param1", "--bundle-id", "--page", "--again"}}};
 
 int Complain(const std::string& message, int status) {
   std::fprintf(stderr, "ztlsim: %s\n", message.c_str());
@@ -56,7 +72,8 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
     DriveDirectory drive;
     if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
     machine.files.root = drive.Path();
-    result = RunScenario(kScenariosByName.at(options.scenario));
+    if (const auto error = PlaceInstallationFiles(options.files)) return Complain(*error, kBadInput);
+    result = RunScenario(options.calls);
   }
   int status = kSuccess;
   if (!options.out.empty())
@@ -70,6 +87,31 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
                                          : FormatRun(options.scenario, result, host::OutputIsTerminal()));
   if (printed != kSuccess) status = printed;
   return result.Failed() ? kMethodFailed : status;
+}
+
+// Makes the scenario's calls from the options. A result says which of them is wrong.
+std::optional<std::string> ReadCalls(Options& options) {
+  CallOptions& calls = options.calls;
+  calls.scenario = kScenariosByName.at(options.scenario);
+  for (const std::string& text : options.paths) {
+    const auto path = ParsePathNotice(text);
+    if (!path) return "--path " + text + ": expected TOKEN=on, TOKEN=off or TOKEN=error";
+    calls.paths.push_back(*path);
+  }
+  if (!options.change.empty()) {
+    calls.changeFlag = ParseFlag(options.change);
+    if (!calls.changeFlag) return "--change " + options.change + ": expected a number of 32 bits";
+  }
+  if (!options.adapter.empty()) {
+    calls.adapter = ParseGuid(options.adapter);
+    if (!calls.adapter) return "--adapter " + options.adapter + ": expected {8-4-4-4-12} hexadecimal digits";
+  }
+  if (options.param1) calls.page.texts.emplace_back(ztl::kParam1Control, Utf8ToUtf16(*options.param1));
+  if (options.bundleId) calls.page.texts.emplace_back(ztl::kBundleIdControl, Utf8ToUtf16(*options.bundleId));
+  calls.page.button = options.page == "ok"      ? PageButton::Ok
+                      : options.page == "apply" ? PageButton::Apply
+                                                : PageButton::Cancel;
+  return std::nullopt;
 }
 
 int Main(int argc, char** argv) {
@@ -94,7 +136,7 @@ int Main(int argc, char** argv) {
   addMachine(check);
   CLI::App* const run = app.add_subcommand("run", "Run a scenario and show what it changes");
   run->add_option("SCENARIO", options.scenario,
-                  "install, upgrade, remove, notify, reinstall, register, unregister or load")
+                  "install, upgrade, remove, notify, properties, reinstall, register, unregister or load")
       ->required()
       ->check(CLI::IsMember(kScenariosByName));
   addMachine(run);
@@ -110,6 +152,20 @@ int Main(int argc, char** argv) {
   run->add_option("--second-lock", options.secondLock, "Whether a second session of the process gets the write lock")
       ->check(CLI::IsMember({"grant", "refuse"}))
       ->capture_default_str();
+  run->add_option("--media", options.files.mediaDirectory, "The package that the filter was installed from")
+      ->type_name("DIR");
+  run->add_option("--inf", options.files.infFiles, "INF files to put into the INF directory")->type_name("FILE");
+  run->add_option("--driver-file", options.files.driverFile, "The installed driver's file")->type_name("FILE");
+  run->add_option("--path", options.paths, "notify: tell of a binding path in this state")
+      ->type_name("TOKEN=on|off|error");
+  run->add_option("--change", options.change, "notify: the change flag of what is told")->type_name("FLAG");
+  run->add_option("--adapter", options.adapter, "properties: of this adapter's connection")->type_name("GUID");
+  run->add_option("--param1", options.param1, "properties: type this as the first parameter")->type_name("TEXT");
+  run->add_option("--bundle-id", options.bundleId, "properties: type this as the bundle identifier")->type_name("TEXT");
+  run->add_option("--page", options.page, "properties: press this button")
+      ->check(CLI::IsMember({"ok", "cancel", "apply"}))
+      ->capture_default_str();
+  run->add_flag("--again", options.calls.pageAgain, "properties: open the page a second time");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -117,8 +173,13 @@ int Main(int argc, char** argv) {
   }
 
   for (const CLI::Option* option : run->get_options())
-    if (option->count() > 0 && option->get_type_size() > 0 && option->results().front().empty())
+    if (option->count() > 0 && option->get_type_size() > 0 && option->results().front().empty() &&
+        option->get_type_name() != "TEXT")
       return Complain(option->get_name() + ": an empty name", kBadInput);
+  for (const auto& [scenario, names] : kScenarioOptions)
+    for (const std::string& name : names)
+      if (run->get_option(name)->count() > 0 && scenario != options.scenario)
+        return Complain(name + ": only the scenario " + scenario + " takes it", kBadInput);
   if (!options.out.empty() && options.out == options.changes)
     return Complain("--out and --changes name the same file", kBadInput);
   host::WriteOutputAsUtf8();
@@ -132,6 +193,8 @@ int Main(int argc, char** argv) {
     if (!machine.driver.version)
       return Complain("--driver-version " + options.driverVersion + ": expected A.B.C.D", kBadInput);
   }
+  if (run->parsed())
+    if (const auto error = ReadCalls(options)) return Complain(*error, kBadInput);
   machine.engine.otherClient = Utf8ToUtf16(options.lockHeld);
   machine.engine.grantSecondLock = options.secondLock == "grant";
   if (const auto error = LoadRegistry(options.machineFiles, machine.registry))

@@ -129,6 +129,36 @@ Json DeviceRequests(const std::vector<simulated::DeviceRequest>& requests) {
   return list;
 }
 
+Json Controls(const std::vector<simulated::Control>& controls) {
+  Json list = Json::array();
+  for (const simulated::Control& control : controls) {
+    Json object = {{"class", Utf16ToUtf8(control.windowClass)}, {"text", Utf16ToUtf8(control.text)}};
+    if (control.windowClass == u"Edit") object.update({{"id", control.id}, {"limit", control.limit}});
+    list.push_back(object);
+  }
+  return list;
+}
+
+Json Page(const ShownPage& page) {
+  return {{"title", Utf16ToUtf8(page.title)},
+          {"opened", Controls(page.opened)},
+          {"closed", Controls(page.closed)},
+          {"apply_enabled", page.applyEnabled}};
+}
+
+Json InfFiles(const InfSearch& search) {
+  const auto text = [](const std::optional<std::u16string>& t) { return t ? Json(Utf16ToUtf8(*t)) : Json(nullptr); };
+  Json candidates = Json::array();
+  for (const InfCandidate& candidate : search.candidates)
+    candidates.push_back({{"path", Utf16ToUtf8(candidate.path)},
+                          {"version", candidate.version.Text()},
+                          {"rank", candidate.rank == 0 ? Json(nullptr) : Json(candidate.rank)}});
+  return {{"driver_version", search.driver ? Json(search.driver->Text()) : Json(nullptr)},
+          {"candidates", candidates},
+          {"chosen", text(search.chosen)},
+          {"media_root", text(search.mediaRoot)}};
+}
+
 std::string Print(const Json& object) { return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
 }  // namespace
@@ -154,6 +184,9 @@ std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& r
                               {"data", Utf16ToUtf8(TextOf({u"", REG_SZ, request.data}))}};
   }
   object["device_requests"] = DeviceRequests(result.deviceRequests);
+  object["page"] = result.pages.empty() ? Json(nullptr) : Page(result.pages.front());
+  if (result.pages.size() > 1) object["page"]["again"] = Controls(result.pages[1].opened);
+  object["inf"] = result.inf ? InfFiles(*result.inf) : Json(nullptr);
   object["elapsed_ms"] = result.elapsedMilliseconds;
   object["standard_output"] = Utf16ToUtf8(result.standardOutput);
   object["log"] = result.log;

@@ -198,6 +198,36 @@ const char* RequestName(std::uint32_t code) {
                                                       : "save the parameters into";
 }
 
+std::string Quoted(const std::u16string& text) { return "\"" + Printable(text) + "\""; }
+
+// The edit controls of a page: what they showed, and what they held in the end.
+std::string Pages(const std::vector<ShownPage>& pages) {
+  std::string text;
+  for (const ShownPage& page : pages) {
+    text += "\nProperty page " + Quoted(page.title) + ":\n";
+    for (std::size_t i = 0; i < page.opened.size(); ++i) {
+      if (page.opened[i].windowClass != u"Edit") continue;
+      const std::u16string label = i > 0 ? page.opened[i - 1].text : u"";
+      text += "  " + Printable(label) + ": " + Quoted(page.opened[i].text);
+      if (page.closed[i].text != page.opened[i].text) text += " -> " + Quoted(page.closed[i].text);
+      text += "\n";
+    }
+  }
+  return text;
+}
+
+std::string InfFiles(const InfSearch& search) {
+  if (search.candidates.empty()) return "\nINF files of the filter: (none)\n";
+  std::string text = "\nINF files of the filter, for " +
+                     (search.driver ? "the driver " + search.driver->Text() : "no installed driver") + ":\n";
+  for (const InfCandidate& candidate : search.candidates) {
+    text += "  " + Printable(candidate.path) + ", version " + candidate.version.Text();
+    if (candidate.rank != 0) text += ", rank " + std::to_string(candidate.rank);
+    text += candidate.path == search.chosen ? ", chosen\n" : "\n";
+  }
+  return text + "  Media root: " + (search.mediaRoot ? Printable(*search.mediaRoot) : "(none)") + "\n";
+}
+
 }  // namespace
 
 std::string FormatState(const MachineState& state, const BindingState& bindings) {
@@ -269,6 +299,8 @@ std::string FormatRun(const std::string& scenario, const ScenarioResult& result,
   if (!result.standardOutput.empty()) text += "Standard output: " + Printable(result.standardOutput) + "\n";
   text += Loops(result.bindingsBefore, "Binding loops before:") + Loops(result.bindingsAfter, "Binding loops after:");
   text += ChangedPaths(result.bindingsBefore, result.bindingsAfter);
+  text += Pages(result.pages);
+  if (result.inf) text += InfFiles(*result.inf);
   text += Changes(result.changes);
   text += "\nLog:\n";
   for (const std::string& message : result.log) text += "  " + Printable(message) + "\n";

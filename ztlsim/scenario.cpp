@@ -50,8 +50,8 @@ std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput
 // only its log is open.
 class SimulatedProcess final : public Process {
  public:
-  explicit SimulatedProcess(Scenario scenario)
-      : entersModule_(!IsTransaction(scenario) && scenario != Scenario::Reinstall) {
+  SimulatedProcess(Scenario scenario, std::vector<ShownPage>& pages)
+      : pages_(pages), entersModule_(!IsTransaction(scenario) && scenario != Scenario::Reinstall) {
     simulated::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (!entersModule_) ztl::OpenModuleLog();
   }
@@ -64,6 +64,22 @@ class SimulatedProcess final : public Process {
 
   INetCfg* CreateTransaction() override { return simulated::CreateTransaction(); }
   INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override { return simulated::CreatePnpReconfigCallback(); }
+  INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) override {
+    return simulated::CreateLanConnection(adapter);
+  }
+  void ShowPages(std::span<const HPROPSHEETPAGE> pages, const PageInput& input) override {
+    simulated::PropertySheet sheet(pages);
+    if (!sheet.Open()) return;
+    ShownPage& page = pages_.emplace_back();
+    page.title = sheet.Title();
+    page.opened = sheet.Controls();
+    for (const auto& [control, text] : input.texts) sheet.Type(control, text, true);
+    page.closed = sheet.Controls();
+    page.applyEnabled = sheet.ApplyEnabled();
+    if (input.button == PageButton::Ok) sheet.PressOk();
+    if (input.button == PageButton::Apply) sheet.PressApply();
+    if (sheet.IsOpen()) sheet.PressCancel();
+  }
   ModuleEntries LoadModule() override {
     if (entersModule_) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
@@ -74,6 +90,7 @@ class SimulatedProcess final : public Process {
   }
 
  private:
+  std::vector<ShownPage>& pages_;
   const bool entersModule_;
 };
 
@@ -87,16 +104,17 @@ bool ScenarioResult::Failed() const {
   return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
 }
 
-ScenarioResult RunScenario(Scenario scenario) {
+ScenarioResult RunScenario(const CallOptions& options) {
   simulated::Machine& machine = simulated::Current();
   ScenarioResult result;
   result.before = ReadMachineState();
   result.bindingsBefore = ReadBindings();
+  if (options.scenario == Scenario::Install) result.inf = SearchInfFiles();
   const std::unique_ptr<simulated::Registry> registryBefore = machine.registry.Copy();
   {
     const LogCapture capture(machine, result.log);
-    SimulatedProcess process(scenario);
-    result.results = MakeCalls(scenario, process);
+    SimulatedProcess process(options.scenario, result.pages);
+    result.results = MakeCalls(options, process);
   }
   result.logTroubles = LogTroubles(machine.debugOutput);
   result.after = ReadMachineState(&result.before);

@@ -8,10 +8,19 @@
 #include "platform/simulated/machine.h"
 #include "ztlsim/bindings.h"
 #include "ztlsim/calls.h"
+#include "ztlsim/inf_search.h"
 #include "ztlsim/registry_changes.h"
 #include "ztlsim/stacks.h"
 
 namespace ztlsim {
+
+// A property page as its user saw it.
+struct ShownPage {
+  std::u16string title;
+  std::vector<platform::simulated::Control> opened;
+  std::vector<platform::simulated::Control> closed;  // when the last button was pressed
+  bool applyEnabled = false;                         // by then
+};
 
 struct ScenarioResult {
   CallResults results;
@@ -22,6 +31,8 @@ struct ScenarioResult {
   std::vector<RegistryChange> changes;
   std::vector<platform::simulated::PnpReconfig> pnpReconfigs;
   std::vector<platform::simulated::DeviceRequest> deviceRequests;
+  std::vector<ShownPage> pages;
+  std::optional<InfSearch> inf;          // before the run, when the scenario installs
   std::vector<std::string> log;          // the message of every line written to the log, without its head
   std::vector<std::string> logTroubles;  // what kept lines from the log
   std::u16string standardOutput;         // what the module wrote to its process's
@@ -32,6 +43,6 @@ struct ScenarioResult {
 };
 
 // Runs the scenario on the current machine.
-ScenarioResult RunScenario(Scenario scenario);
+ScenarioResult RunScenario(const CallOptions& options);
 
 }  // namespace ztlsim
