@@ -80,20 +80,19 @@ TEST_F(SystemContract, AResourceIsFoundByItsNumberAndTypeAndIsItsFile) {
 TEST_F(SystemContract, AWindowThatDoesNotExistFailsEveryCall) {
   const auto window = reinterpret_cast<HWND>(std::uintptr_t{0x7FFE});
   char16_t text[] = u"text";
-  const std::function<std::intptr_t()> calls[] = {
-      [&] { return reinterpret_cast<std::intptr_t>(GetParent(window)); },
-      [&] { return reinterpret_cast<std::intptr_t>(GetDlgItem(window, 1)); },
-      [&] { return SendMessageW(window, EM_LIMITTEXT, 1, 0); },
-      [&] { return std::intptr_t{SetWindowTextW(window, u"")}; },
-      [&] { return std::intptr_t{GetWindowTextW(window, text, 5)}; },
-      [&] { return GetWindowLongPtrW(window, DWLP_USER); },
-      [&] { return SetWindowLongPtrW(window, DWLP_USER, 1); }};
+  const std::function<std::intptr_t()> calls[] = {[&] { return reinterpret_cast<std::intptr_t>(GetParent(window)); },
+                                                  [&] { return SendMessageW(window, EM_LIMITTEXT, 1, 0); },
+                                                  [&] { return std::intptr_t{SetWindowTextW(window, u"")}; },
+                                                  [&] { return std::intptr_t{GetWindowTextW(window, text, 5)}; },
+                                                  [&] { return GetWindowLongPtrW(window, DWLP_USER); },
+                                                  [&] { return SetWindowLongPtrW(window, DWLP_USER, 1); }};
   for (const auto& call : calls) {
     CreateFileW(u"\\\\.\\ZtlNoSuchDevice", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);  // another error
     EXPECT_EQ(call(), 0) << &call - calls;
     EXPECT_EQ(GetLastError(), 1400u) << &call - calls;  // ERROR_INVALID_WINDOW_HANDLE
   }
   EXPECT_EQ(text[0], u'\0');
+  EXPECT_EQ(GetDlgItem(window, 1), nullptr);  // Wine leaves the last error
 }
 
 TEST_F(SystemContract, ADeviceThatDoesNotExistIsNotFound) {

@@ -110,8 +110,8 @@ TEST_F(DllTest, ExportsFiveEntriesImportsSystemLibrariesAndIsHardened) {
   for (auto* import = At<IMAGE_IMPORT_DESCRIPTOR>(directories[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
        import->Name != 0; ++import)
     libraries.insert(At(import->Name));
-  EXPECT_EQ(libraries,
-            (std::set<std::string>{"ADVAPI32.dll", "KERNEL32.dll", "USER32.dll", "msvcrt.dll", "ole32.dll"}));
+  EXPECT_EQ(libraries, (std::set<std::string>{"ADVAPI32.dll", "COMCTL32.dll", "KERNEL32.dll", "USER32.dll",
+                                              "msvcrt.dll", "ole32.dll"}));
   EXPECT_EQ(headers->OptionalHeader.DllCharacteristics & 0x160, 0x160);  // high entropy, dynamic base, no execution
   EXPECT_NE(directories[IMAGE_DIRECTORY_ENTRY_BASERELOC].Size, 0u);      // without which it could not be moved
   constexpr DWORD kBoth = IMAGE_SCN_MEM_WRITE | IMAGE_SCN_MEM_EXECUTE;
