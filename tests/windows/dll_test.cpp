@@ -110,8 +110,8 @@ TEST_F(DllTest, ExportsFiveEntriesImportsSystemLibrariesAndIsHardened) {
   for (auto* import = At<IMAGE_IMPORT_DESCRIPTOR>(directories[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
        import->Name != 0; ++import)
     libraries.insert(At(import->Name));
-  EXPECT_EQ(libraries, (std::set<std::string>{"ADVAPI32.dll", "COMCTL32.dll", "KERNEL32.dll", "USER32.dll",
-                                              "msvcrt.dll", "ole32.dll"}));
+  EXPECT_EQ(libraries, (std::set<std::string>{"ADVAPI32.dll", "COMCTL32.dll", "KERNEL32.dll", "SETUPAPI.dll",
+                                              "USER32.dll", "VERSION.dll", "msvcrt.dll", "ole32.dll"}));
   EXPECT_EQ(headers->OptionalHeader.DllCharacteristics & 0x160, 0x160);  // high entropy, dynamic base, no execution
   EXPECT_NE(directories[IMAGE_DIRECTORY_ENTRY_BASERELOC].Size, 0u);      // without which it could not be moved
   constexpr DWORD kBoth = IMAGE_SCN_MEM_WRITE | IMAGE_SCN_MEM_EXECUTE;
@@ -222,6 +222,64 @@ TEST_F(DllTest, ItsLifeIsInTheLog) {
                 "   INFO: DllGetClassObject\n   INFO: DllCanUnloadNow hr=0\n   INFO: ReInstallZtl Entry\n"
                 "   INFO: ReInstallZtl rc = " +
                 std::to_string(result) + "\n   INFO: DLL_PROCESS_DETACH" + pid + "\n" + attach);
+}
+
+// The filter's own INF, stored by hand with the place that it came from, leads to the package with the miniport's.
+TEST_F(DllTest, AnInstallationInstallsTheMiniportInfOfItsMedia) {
+  const fs::path windows = log_.parent_path().parent_path(), inf = windows / "Inf";
+  const fs::path package = ZTL_SOURCE_DIR "/samples/package-4.17", media = windows / "temp" / "media";
+  const fs::path driver = windows / "system32" / "drivers" / "ztl2000.sys";
+  // The older one is looked at first, and fits worse.
+  const fs::path older = inf / "oem969.inf", filter = inf / "oem970.inf", broken = inf / "oem971.inf";
+  fs::create_directories(media);
+  fs::create_directories(driver.parent_path());
+  fs::create_directories(inf);
+  fs::copy_file(package / "ztl2000.sys", driver, fs::copy_options::overwrite_existing);
+  fs::copy_file(package / "ztl2000m.inf", media / "ztl2000m.inf", fs::copy_options::overwrite_existing);
+  fs::copy_file(package / "ztl2000.inf", filter, fs::copy_options::overwrite_existing);
+  fs::copy_file(ZTL_SOURCE_DIR "/samples/package-4.16/ztl2000.inf", older, fs::copy_options::overwrite_existing);
+  std::ofstream(filter, std::ios::app | std::ios::binary)
+      << "\r\n[InfSourcePathInfo]\r\nOriginalInfSourcePath = \"" << media.string() << "\"\r\n";
+  std::ofstream(broken) << "[Version]\nSignature=\"$Windows NT$\"\n[";
+  const auto stored = [&] {
+    std::set<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(inf)) files.insert(entry.path().filename());
+    return files;
+  };
+  const std::set<fs::path> before = stored();
+
+  IClassFactory* factory;
+  INetCfgComponentControl* control;
+  auto* const getClassObject = Export<HRESULT(REFCLSID, REFIID, void**)>("DllGetClassObject");
+  ASSERT_EQ(getClassObject(kClass, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
+  ASSERT_EQ(factory->CreateInstance(nullptr, IID_INetCfgComponentControl, reinterpret_cast<void**>(&control)), S_OK);
+  fs::remove(log_);
+  EXPECT_EQ(control->Initialize(nullptr, nullptr, TRUE), S_OK);
+  const std::string at = inf.string() + "\\", source = media.string() + "\\ztl2000m.inf";
+  EXPECT_EQ(Log(), "   INFO: --> ::Initialize\n   INFO: File Version <4.17.0.18806> Build# 4976 Path <" +
+                       driver.string() + ">\n   INFO: Calling HrGetPnpID " + at +
+                       "oem969.inf\n   INFO: INF Version <03/14/2024, 4.16.2.17004> " + "Build# 426c Path <" + at +
+                       "oem969.inf>\n   INFO: HrGetProtocolInf: 4th choice INF " + at +
+                       "oem969.inf\n   INFO: Calling HrGetPnpID " + at +
+                       "oem970.inf\n   INFO: INF Version <10/02/2025, 4.17.0.18806> Build# 4976 Path <" + at +
+                       "oem970.inf>\n   INFO: HrGetProtocolInf: 1st choice INF " + at +
+                       "oem970.inf\n   INFO: HrGetProtocolInf: rc=0\n   INFO: Media root directory is " +
+                       media.string() + ".\n   INFO: Calling SetupCopyOEMInf for " + source + ".\n");
+  control->Release();
+  std::set<fs::path> added = stored();
+  for (const fs::path& name : before) added.erase(name);
+  const auto bytes = [](const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+  };
+  bool isInstalled = false;
+  for (const fs::path& name : added) {
+    isInstalled = isInstalled || bytes(inf / name) == bytes(source);
+    fs::remove(inf / name);
+  }
+  EXPECT_TRUE(isInstalled);
+  for (const fs::path& file : {filter, older, broken, driver}) fs::remove(file);
+  fs::remove_all(media);
 }
 
 // From a folder whose name the script must quote.
