@@ -17,7 +17,7 @@ constexpr char16_t kEndOfFile = 0x1A;
 constexpr std::u16string_view kVersion = u"Version";
 constexpr std::u16string_view kSignature = u"Signature";
 
-bool IsSpace(char16_t c) { return c == u' ' || (c >= u'\t' && c <= u'\r') || c == u'\0'; }
+bool IsSpace(char16_t c) { return c == u' ' || (c >= u'\t' && c <= u'\r') || c == u'\0' || c == kEndOfFile; }
 
 std::u16string_view Trimmed(std::u16string_view text) {
   while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
@@ -116,7 +116,9 @@ class InfFile::Parser {
         ++at_;
         EndField();
         StartField();
-      } else if (c != u'\\' || !ContinueOnNextLine()) {
+      } else if (c == u'\\') {
+        ReadBackslashes();
+      } else {
         Put(c, !IsSpace(c));
         ++at_;
       }
@@ -139,18 +141,17 @@ class InfFile::Parser {
     }
   }
 
-  // A backslash with nothing but white space or a comment behind it goes on at the next line's text.
-  bool ContinueOnNextLine() {
-    const std::size_t backslash = at_++;
-    SkipSpaces();
+  // Backslashes with nothing but white space or a comment behind them go on at the next line's text; others are text.
+  void ReadBackslashes() {
+    const std::size_t start = at_;
+    while (!AtEndOfLine() && (text_[at_] == u'\\' || IsSpace(text_[at_]))) ++at_;
     if (!AtEndOfLine() && text_[at_] != u';') {
-      at_ = backslash;
-      return false;
+      for (const char16_t c : text_.substr(start, at_ - start)) Put(c, !IsSpace(c));
+      return;
     }
     file_.text_.resize(kept_);
     SkipToNextLine();
     SkipSpaces();
-    return true;
   }
 
   void StartField() { fieldStart_ = kept_ = file_.text_.size(); }

@@ -153,7 +153,7 @@ std::optional<Node> ReadNode(Bytes bytes) {
 std::optional<Node> Child(const Node& parent, std::u16string_view name) {
   for (Bytes bytes = parent.children; !bytes.empty();) {
     std::optional<Node> node = ReadNode(bytes);
-    if (!node) return std::nullopt;
+    if (!node || node->bytes == 0) return std::nullopt;
     if (EqualNoCase(node->name, name)) return node;
     bytes = From(bytes, Aligned(node->bytes));
   }
