@@ -146,7 +146,7 @@ class InfFile::Parser {
     const std::size_t start = at_;
     while (!AtEndOfLine() && (text_[at_] == u'\\' || IsSpace(text_[at_]))) ++at_;
     if (!AtEndOfLine() && text_[at_] != u';') {
-      for (const char16_t c : text_.substr(start, at_ - start)) Put(c, !IsSpace(c));
+      for (const char16_t c : text_.substr(start, at_ - start)) Put(c, true);
       return;
     }
     file_.text_.resize(kept_);

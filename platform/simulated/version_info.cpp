@@ -25,7 +25,7 @@ constexpr std::size_t kHeaderOffset = 0x3C;
 constexpr std::size_t kFileHeader = 4, kOptionalHeader = 24;  // from the header's signature on
 constexpr std::size_t kSectionHeader = 40, kMaxSections = 96;
 constexpr std::size_t kResourceDirectory = 2;  // among the data directories
-constexpr DWORD kVersionType = 16, kVersionId = 1;
+constexpr WORD kVersionType = 16, kVersionId = 1;
 constexpr DWORD kSubdirectory = 0x80000000;
 // The system asks for room for the block in another character set too, with a mark in front of it.
 constexpr std::size_t kConversionMark = 4;
@@ -58,7 +58,7 @@ Bytes AtAddress(Bytes file, Bytes sections, DWORD address) {
 }
 
 // The entry of a resource directory with this id, or its first one. Nothing when there is none.
-std::optional<DWORD> Entry(Bytes resources, std::size_t directory, std::optional<DWORD> id) {
+std::optional<DWORD> Entry(Bytes resources, std::size_t directory, std::optional<WORD> id) {
   const std::optional<WORD> named = At<WORD>(resources, directory + 12), numbered = At<WORD>(resources, directory + 14);
   if (!named || !numbered) return std::nullopt;
   const std::size_t count = std::size_t{*named} + *numbered;
@@ -66,7 +66,7 @@ std::optional<DWORD> Entry(Bytes resources, std::size_t directory, std::optional
     const std::size_t entry = directory + 16 + i * 8;
     const std::optional<DWORD> target = At<DWORD>(resources, entry + 4);
     if (!target) return std::nullopt;
-    if (!id || *At<DWORD>(resources, entry) == *id) return target;
+    if (!id || *At<WORD>(resources, entry) == *id) return target;
   }
   return std::nullopt;
 }
@@ -92,9 +92,9 @@ Bytes VersionResource(Bytes file) {
   // Types, names, languages: three levels, whatever the tree says.
   std::size_t place = 0;
   for (const int level : {1, 2, 3}) {
-    const std::optional<DWORD> id = level == 1   ? std::optional(kVersionType)
-                                    : level == 2 ? std::optional(kVersionId)
-                                                 : std::nullopt;
+    const std::optional<WORD> id = level == 1   ? std::optional(kVersionType)
+                                   : level == 2 ? std::optional(kVersionId)
+                                                : std::nullopt;
     const std::optional<DWORD> entry = Entry(resources, place, id);
     if (!entry || ((*entry & kSubdirectory) != 0) != (level < 3)) return {};
     place = *entry & ~kSubdirectory;
