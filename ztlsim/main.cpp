@@ -48,6 +48,7 @@ struct Options {
   std::optional<std::string> bundleId;
   std::string page = "ok";
   CallOptions calls;
+  bool process = false;
   bool json = false;
 };
 
@@ -73,7 +74,7 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
     if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
     machine.files.root = drive.Path();
     if (const auto error = PlaceInstallationFiles(options.files)) return Complain(*error, kBadInput);
-    result = RunScenario(options.calls);
+    result = RunScenario(options.calls, options.process);
   }
   int status = kSuccess;
   if (!options.out.empty())
@@ -166,6 +167,8 @@ int Main(int argc, char** argv) {
       ->check(CLI::IsMember({"ok", "cancel", "apply"}))
       ->capture_default_str();
   run->add_flag("--again", options.calls.pageAgain, "properties: open the page a second time");
+  run->add_flag("--process", options.process,
+                "Load the module, ask it for its class object and unload it, as a process of its own does");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -190,6 +190,13 @@ std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& r
   object["elapsed_ms"] = result.elapsedMilliseconds;
   object["standard_output"] = Utf16ToUtf8(result.standardOutput);
   object["log"] = result.log;
+  if (result.asProcess) {
+    object["debugger_output"] = result.debugOutput;
+    object["engine_requests"] = Json::array();
+    for (const simulated::EngineRequest& request : result.engineRequests)
+      object["engine_requests"].push_back(request.text + " = " +
+                                          Hexadecimal(static_cast<std::uint32_t>(request.result)));
+  }
   return Print(object);
 }
 

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "install/reinstall_ztl.h"
 #include "log/log_facility.h"
 #include "notify/module.h"
 #include "notify/module_log.h"
 #include "notify/sample_filter.h"
+#include "platform/com_ptr.h"
 
 namespace ztlsim {
 
@@ -46,17 +48,22 @@ std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput
   return troubles;
 }
 
-// The simulated machine's process. A scenario that is about the module's life loads it as a process does; in the others
-// only its log is open.
+// The simulated machine's process. One that is run as a whole, or whose scenario is about the module's life, enters the
+// module as it is loaded and unloaded; in the others only the log is open.
 class SimulatedProcess final : public Process {
  public:
-  SimulatedProcess(Scenario scenario, std::vector<ShownPage>& pages)
-      : pages_(pages), entersModule_(!IsTransaction(scenario) && scenario != Scenario::Reinstall) {
+  SimulatedProcess(Scenario scenario, bool asProcess, std::vector<ShownPage>& pages)
+      : pages_(pages), entersModule_(asProcess || (!IsTransaction(scenario) && scenario != Scenario::Reinstall)) {
+    auto create = [this](IUnknown* outer, REFIID riid, void** object) {
+      return CreateByClassObject(outer, riid, object);
+    };
     simulated::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
+    if (asProcess) simulated::Current().comClasses.back().create = create;
     if (!entersModule_) ztl::OpenModuleLog();
   }
   ~SimulatedProcess() {
     if (!entersModule_) ztl::CloseModuleLog();
+    UnloadModule();
     simulated::Current().comClasses.pop_back();
   }
   SimulatedProcess(const SimulatedProcess&) = delete;
@@ -81,17 +88,25 @@ class SimulatedProcess final : public Process {
     if (sheet.IsOpen()) sheet.PressCancel();
   }
   ModuleEntries LoadModule() override {
-    if (entersModule_) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    if (entersModule_ && !std::exchange(loaded_, true)) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
     return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
             ztl::ReInstallZtl};
   }
   void UnloadModule() override {
-    if (entersModule_) ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    if (std::exchange(loaded_, false)) ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
   }
 
  private:
+  HRESULT CreateByClassObject(IUnknown* outer, REFIID riid, void** object) {
+    ComPtr<IClassFactory> factory;
+    const HRESULT hr = LoadModule().getClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
+                                                   reinterpret_cast<void**>(factory.Receive()));
+    return Failed(hr) ? hr : factory->CreateInstance(outer, riid, object);
+  }
+
   std::vector<ShownPage>& pages_;
   const bool entersModule_;
+  bool loaded_ = false;
 };
 
 }  // namespace
@@ -104,7 +119,7 @@ bool ScenarioResult::Failed() const {
   return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
 }
 
-ScenarioResult RunScenario(const CallOptions& options) {
+ScenarioResult RunScenario(const CallOptions& options, bool asProcess) {
   simulated::Machine& machine = simulated::Current();
   ScenarioResult result;
   result.before = ReadMachineState();
@@ -113,10 +128,14 @@ ScenarioResult RunScenario(const CallOptions& options) {
   const std::unique_ptr<simulated::Registry> registryBefore = machine.registry.Copy();
   {
     const LogCapture capture(machine, result.log);
-    SimulatedProcess process(options.scenario, result.pages);
+    SimulatedProcess process(options.scenario, asProcess, result.pages);
+    machine.engine.recordRequests = result.asProcess = asProcess;
     result.results = MakeCalls(options, process);
+    machine.engine.recordRequests = false;
   }
-  result.logTroubles = LogTroubles(machine.debugOutput);
+  result.engineRequests = machine.engine.requests;
+  result.debugOutput = machine.debugOutput;
+  result.logTroubles = LogTroubles(result.debugOutput);
   result.after = ReadMachineState(&result.before);
   result.bindingsAfter = ReadBindings();
   result.standardOutput = machine.standardOutput;

@@ -32,7 +32,10 @@ struct ScenarioResult {
   std::vector<platform::simulated::PnpReconfig> pnpReconfigs;
   std::vector<platform::simulated::DeviceRequest> deviceRequests;
   std::vector<ShownPage> pages;
-  std::optional<InfSearch> inf;          // before the run, when the scenario installs
+  std::optional<InfSearch> inf;  // before the run, when the scenario installs
+  bool asProcess = false;
+  std::vector<platform::simulated::EngineRequest> engineRequests;  // when run as a process
+  std::vector<std::string> debugOutput;
   std::vector<std::string> log;          // the message of every line written to the log, without its head
   std::vector<std::string> logTroubles;  // what kept lines from the log
   std::u16string standardOutput;         // what the module wrote to its process's
@@ -42,7 +45,9 @@ struct ScenarioResult {
   bool Failed() const;  // a method of the notify object, or the entry, failed
 };
 
-// Runs the scenario on the current machine.
-ScenarioResult RunScenario(const CallOptions& options);
+// Runs the scenario on the current machine. As a whole process the module is loaded, asked for its class object for
+// each notify object, and unloaded, as COM does it; what it and the engine exchange is recorded. Else only its log is
+// open where the scenario is not about that life.
+ScenarioResult RunScenario(const CallOptions& options, bool asProcess = false);
 
 }  // namespace ztlsim
