@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "notify/class_id.h"
 #include "notify/com_object.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
@@ -13,9 +14,6 @@
 #include "platform/types.h"
 
 namespace ztl {
-
-inline constexpr platform::CLSID CLSID_CSampleFilter{
-    0x5B1E7C42, 0x93D0, 0x4F6A, {0x8E, 0x25, 0xC0, 0x7A, 0x1D, 0x39, 0xB4, 0xE8}};
 
 // What the object will have to do. Each recording overwrites the one before; nothing goes back to eActNone.
 enum ApplyAction : std::uint32_t {

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "notify/sample_filter.h"
+#include "notify/class_id.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
 #include "platform/task_text.h"

@@ -58,12 +58,14 @@ class SimulatedProcess final : public Process {
       return CreateByClassObject(outer, riid, object);
     };
     simulated::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
-    if (asProcess) simulated::Current().comClasses.back().create = create;
+    if (asProcess) {
+      simulated::Current().comClasses.back().create = create;
+      simulated::Current().comClasses.back().letGo = [this] { LetGo(); };
+    }
     if (!entersModule_) ztl::OpenModuleLog();
   }
   ~SimulatedProcess() {
     if (!entersModule_) ztl::CloseModuleLog();
-    UnloadModule();
     simulated::Current().comClasses.pop_back();
   }
   SimulatedProcess(const SimulatedProcess&) = delete;
@@ -88,25 +90,38 @@ class SimulatedProcess final : public Process {
     if (sheet.IsOpen()) sheet.PressCancel();
   }
   ModuleEntries LoadModule() override {
-    if (entersModule_ && !std::exchange(loaded_, true)) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+    Load(loadedByProcess_);
     return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
             ztl::ReInstallZtl};
   }
-  void UnloadModule() override {
-    if (std::exchange(loaded_, false)) ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-  }
+  void UnloadModule() override { Unload(loadedByProcess_); }
 
  private:
+  // `holder` is who has it loaded from now on, or has not any more.
+  void Load(bool& holder) {
+    const bool isLoaded = loadedByProcess_ || loadedByCom_;
+    holder = true;
+    if (entersModule_ && !isLoaded) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+  }
+  void Unload(bool& holder) {
+    holder = false;
+    if (entersModule_ && !loadedByProcess_ && !loadedByCom_) ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+  }
   HRESULT CreateByClassObject(IUnknown* outer, REFIID riid, void** object) {
+    Load(loadedByCom_);
     ComPtr<IClassFactory> factory;
-    const HRESULT hr = LoadModule().getClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
-                                                   reinterpret_cast<void**>(factory.Receive()));
+    const HRESULT hr = ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
+                                              reinterpret_cast<void**>(factory.Receive()));
     return Failed(hr) ? hr : factory->CreateInstance(outer, riid, object);
+  }
+  void LetGo() {
+    if (ztl::DllCanUnloadNow() == S_OK) Unload(loadedByCom_);
   }
 
   std::vector<ShownPage>& pages_;
   const bool entersModule_;
-  bool loaded_ = false;
+  bool loadedByProcess_ = false;
+  bool loadedByCom_ = false;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "platform/com.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "platform/simulated/machine.h"
 
@@ -21,9 +22,14 @@ HRESULT CoInitializeEx(void*, DWORD flags) {
 void CoUninitialize() {
   simulated::Machine& machine = simulated::Current();
   machine.Enter(Operation::CoUninitialize);
-  const std::lock_guard lock(machine.mutex);
-  const auto thread = machine.comInitializations.try_emplace(std::this_thread::get_id()).first;
-  if (--thread->second == 0) machine.comInitializations.erase(thread);
+  {
+    const std::lock_guard lock(machine.mutex);
+    const auto thread = machine.comInitializations.try_emplace(std::this_thread::get_id()).first;
+    if (--thread->second != 0) return;
+    machine.comInitializations.erase(thread);
+  }
+  for (simulated::ComClass& comClass : machine.comClasses)
+    if (std::exchange(comClass.used, false) && comClass.letGo) comClass.letGo();
 }
 
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID riid, void** object) {
@@ -36,8 +42,9 @@ HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID 
     const std::lock_guard lock(machine.mutex);
     if (machine.comInitializations.empty()) return CO_E_NOTINITIALIZED;
   }
-  for (const simulated::ComClass& comClass : machine.comClasses)
+  for (simulated::ComClass& comClass : machine.comClasses)
     if (comClass.clsid == clsid) {
+      comClass.used = true;
       const HRESULT hr = comClass.create(outer, riid, object);
       return hr == S_OK ? code.value_or(hr) : hr;
     }

@@ -53,6 +53,8 @@ struct WindowsVersion {
 struct ComClass {
   CLSID clsid;
   std::function<HRESULT(IUnknown* outer, REFIID riid, void** object)> create;
+  std::function<void()> letGo = nullptr;  // called when COM ends on a thread, if it has made an object since
+  bool used = false;
 };
 
 struct MessageBox {

@@ -1,0 +1,169 @@
+// ztl_host.exe: a process in which Windows' own COM, registry and files meet the shipped DLL, with the simulated engine
+// behind its class in the registry. It makes a scenario's calls, or writes many lines of the log, and reports as JSON.
+#include "platform/system_info.h"
+#include "tests/truth/engine_server.h"
+#include "tests/truth/write_lines.h"
+#include "ztlsim/calls.h"
+// The public headers come last: they define some of the boundary's names as macros.
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::vector<std::string> g_debuggerOutput;
+std::string g_dieAt;  // the process ends where the module tells the debugger of this; empty: nowhere
+
+constexpr UINT kDied = 99;
+
+[[noreturn]] void Complain(const char* text, const std::string& what = {}) {
+  std::fprintf(stderr, "ztl_host: %s %s (system error %lu)\n", text, what.c_str(), GetLastError());
+  std::exit(2);
+}
+
+// Every text for the debugger arrives as an exception, before anything else sees it.
+LONG CALLBACK TakeDebuggerText(EXCEPTION_POINTERS* exception) {
+  const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+  if (record.ExceptionCode != DBG_PRINTEXCEPTION_C) return EXCEPTION_CONTINUE_SEARCH;
+  g_debuggerOutput.emplace_back(reinterpret_cast<const char*>(record.ExceptionInformation[1]));
+  if (!g_dieAt.empty() && g_debuggerOutput.back().find(g_dieAt) != std::string::npos)
+    TerminateProcess(GetCurrentProcess(), kDied);
+  return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+std::string Utf8(const wchar_t* text) {
+  std::string bytes(3 * std::wcslen(text) + 1, '\0');
+  bytes.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text, -1, bytes.data(),
+                                                            static_cast<int>(bytes.size()), nullptr, nullptr)) -
+               1);
+  return bytes;
+}
+
+std::u16string Wide(const std::string& utf8) {
+  std::u16string text(utf8.size() + 1, u'\0');
+  const int length = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, reinterpret_cast<wchar_t*>(text.data()),
+                                         static_cast<int>(text.size()));
+  text.resize(static_cast<std::size_t>(length) - 1);
+  return text;
+}
+
+template <class Function>
+Function* Find(HMODULE library, const char* name) {
+  const FARPROC found = GetProcAddress(library, name);
+  if (found == nullptr) Complain("no export", name);
+  return reinterpret_cast<Function*>(reinterpret_cast<void*>(found));
+}
+
+// Where COM finds the server of a class.
+std::wstring ServerOf(const wchar_t* clsid) {
+  wchar_t path[MAX_PATH] = L"";
+  DWORD bytes = sizeof(path);
+  const std::wstring key = std::wstring(L"Software\\Classes\\CLSID\\") + clsid + L"\\InprocServer32";
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, path, &bytes) != ERROR_SUCCESS)
+    Complain("no server is registered for", Utf8(clsid));
+  return path;
+}
+
+// The engine's library stays for the whole life of the process, as what it remembers does.
+struct Engine {
+  HMODULE library = LoadLibraryW(ServerOf(L"{5B035261-40F9-11D1-AAEC-00805FC1270E}").c_str());
+  ztl_truth::StartEngine* start = Find<ztl_truth::StartEngine>(library, "StartEngine");
+  ztl_truth::EngineReport* report = Find<ztl_truth::EngineReport>(library, "EngineReport");
+};
+
+class RealProcess final : public ztlsim::Process {
+ public:
+  RealProcess(const Engine& engine, std::wstring modulePath) : engine_(engine), path_(std::move(modulePath)) {}
+
+  platform::INetCfg* CreateTransaction() override {
+    return Find<ztl_truth::CreateTransaction>(engine_.library, "CreateTransaction")();
+  }
+  platform::INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override {
+    return Find<ztl_truth::CreatePnpReconfigCallback>(engine_.library, "CreatePnpReconfigCallback")();
+  }
+  ztlsim::ModuleEntries LoadModule() override {
+    module_ = LoadLibraryW(path_.c_str());
+    if (module_ == nullptr) Complain("cannot load", Utf8(path_.c_str()));
+    return {Entry<decltype(ztlsim::ModuleEntries::canUnloadNow)>("DllCanUnloadNow"),
+            Entry<decltype(ztlsim::ModuleEntries::getClassObject)>("DllGetClassObject"),
+            Entry<decltype(ztlsim::ModuleEntries::registerServer)>("DllRegisterServer"),
+            Entry<decltype(ztlsim::ModuleEntries::unregisterServer)>("DllUnregisterServer"),
+            Entry<decltype(ztlsim::ModuleEntries::reInstallZtl)>("?ReInstallZtl@@YAKPEAX0PEADH@Z")};
+  }
+  void UnloadModule() override { FreeLibrary(module_); }
+
+ private:
+  template <class Pointer>
+  Pointer Entry(const char* name) {
+    return Find<std::remove_pointer_t<Pointer>>(module_, name);
+  }
+
+  const Engine& engine_;
+  const std::wstring path_;
+  HMODULE module_ = nullptr;
+};
+
+Json Run(const std::string& scenario, std::map<std::string, std::string>& options) {
+  const Engine engine;
+  engine.start(Wide(options["--lock-held"]).c_str(), options["--second-lock"] != "refuse");
+  Json report;
+  RealProcess process(engine, ServerOf(L"{5B1E7C42-93D0-4F6A-8E25-C07A1D39B4E8}"));
+  for (const auto& [name, known] : ztlsim::kScenarios) {
+    if (name != scenario) continue;
+    report["result"] = Json::object();
+    for (const auto& [method, hr] : ztlsim::MakeCalls(known, process)) {
+      char text[16];
+      std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(hr));
+      report["result"][method] = text;
+    }
+  }
+  if (report.is_null()) Complain("no scenario", scenario);
+  std::istringstream lines(engine.report());
+  std::int64_t waited = 0;
+  std::int64_t objects = 0;
+  std::string line;
+  lines >> waited >> objects;
+  std::getline(lines, line);
+  report["elapsed_ms"] = waited;
+  report["objects_left"] = objects;
+  report["engine_requests"] = Json::array();
+  while (std::getline(lines, line)) report["engine_requests"].push_back(line);
+  return report;
+}
+
+}  // namespace
+
+// ztl_host run SCENARIO | log NAME [OPTION VALUE…]
+int main(int argc, char** argv) {
+  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME [--report FILE] [--die-at TEXT] …");
+  std::map<std::string, std::string> options;
+  for (int i = 3; i + 1 < argc; i += 2) options[argv[i]] = argv[i + 1];
+  g_dieAt = options["--die-at"];
+  AddVectoredExceptionHandler(1, TakeDebuggerText);
+  Json report;
+  if (std::strcmp(argv[1], "run") == 0) {
+    report = Run(argv[2], options);
+  } else {
+    if (!ztl_truth::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
+                               static_cast<std::size_t>(std::atoi(options["--filler"].c_str()))))
+      Complain("no notify object");
+  }
+  platform::OSVERSIONINFOEXW version{};
+  version.dwOSVersionInfoSize = sizeof(version);
+  platform::GetVersionExW(&version);
+  report["os"] = std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) + "." +
+                 std::to_string(version.wServicePackMajor);
+  report["process"] = {{"id", GetCurrentProcessId()}, {"command_line", Utf8(GetCommandLineW())}};
+  report["debugger_output"] = g_debuggerOutput;
+  std::ofstream(options["--report"], std::ios::binary)
+      << report.dump(1, ' ', false, Json::error_handler_t::replace) << "\n";
+  return 0;
+}
