@@ -1,7 +1,9 @@
 // ztl_host.exe: a process in which Windows' own COM, registry and files meet the shipped DLL, with the simulated engine
 // behind its class in the registry. It makes a scenario's calls, or writes many lines of the log, and reports as JSON.
+#include "platform/simulated/text_encoding.h"
 #include "platform/system_info.h"
 #include "tests/truth/engine_server.h"
+#include "tests/truth/real_registry.h"
 #include "tests/truth/write_lines.h"
 #include "ztlsim/calls.h"
 // The public headers come last: they define some of the boundary's names as macros.
@@ -10,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -17,6 +20,8 @@
 
 namespace {
 
+using platform::simulated::Utf16ToUtf8;
+using platform::simulated::Utf8ToUtf16;
 using Json = nlohmann::ordered_json;
 
 std::vector<std::string> g_debuggerOutput;
@@ -39,21 +44,7 @@ LONG CALLBACK TakeDebuggerText(EXCEPTION_POINTERS* exception) {
   return EXCEPTION_CONTINUE_EXECUTION;
 }
 
-std::string Utf8(const wchar_t* text) {
-  std::string bytes(3 * std::wcslen(text) + 1, '\0');
-  bytes.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text, -1, bytes.data(),
-                                                            static_cast<int>(bytes.size()), nullptr, nullptr)) -
-               1);
-  return bytes;
-}
-
-std::u16string Wide(const std::string& utf8) {
-  std::u16string text(utf8.size() + 1, u'\0');
-  const int length = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, reinterpret_cast<wchar_t*>(text.data()),
-                                         static_cast<int>(text.size()));
-  text.resize(static_cast<std::size_t>(length) - 1);
-  return text;
-}
+std::string Utf8(const wchar_t* text) { return Utf16ToUtf8(reinterpret_cast<const char16_t*>(text)); }
 
 template <class Function>
 Function* Find(HMODULE library, const char* name) {
@@ -81,7 +72,7 @@ struct Engine {
 
 class RealProcess final : public ztlsim::Process {
  public:
-  RealProcess(const Engine& engine, std::wstring modulePath) : engine_(engine), path_(std::move(modulePath)) {}
+  explicit RealProcess(const Engine& engine) : engine_(engine) {}
 
   platform::INetCfg* CreateTransaction() override {
     return Find<ztl_truth::CreateTransaction>(engine_.library, "CreateTransaction")();
@@ -90,8 +81,8 @@ class RealProcess final : public ztlsim::Process {
     return Find<ztl_truth::CreatePnpReconfigCallback>(engine_.library, "CreatePnpReconfigCallback")();
   }
   ztlsim::ModuleEntries LoadModule() override {
-    module_ = LoadLibraryW(path_.c_str());
-    if (module_ == nullptr) Complain("cannot load", Utf8(path_.c_str()));
+    module_ = LoadLibraryW(L"C:\\Windows\\System32\\ztli64x.dll");
+    if (module_ == nullptr) Complain("cannot load the module");
     return {Entry<decltype(ztlsim::ModuleEntries::canUnloadNow)>("DllCanUnloadNow"),
             Entry<decltype(ztlsim::ModuleEntries::getClassObject)>("DllGetClassObject"),
             Entry<decltype(ztlsim::ModuleEntries::registerServer)>("DllRegisterServer"),
@@ -107,15 +98,14 @@ class RealProcess final : public ztlsim::Process {
   }
 
   const Engine& engine_;
-  const std::wstring path_;
   HMODULE module_ = nullptr;
 };
 
 Json Run(const std::string& scenario, std::map<std::string, std::string>& options) {
   const Engine engine;
-  engine.start(Wide(options["--lock-held"]).c_str(), options["--second-lock"] != "refuse");
+  engine.start(Utf8ToUtf16(options["--lock-held"]).c_str(), options["--second-lock"] != "refuse");
   Json report;
-  RealProcess process(engine, ServerOf(L"{5B1E7C42-93D0-4F6A-8E25-C07A1D39B4E8}"));
+  RealProcess process(engine);
   for (const auto& [name, known] : ztlsim::kScenarios) {
     if (name != scenario) continue;
     report["result"] = Json::object();
@@ -139,22 +129,38 @@ Json Run(const std::string& scenario, std::map<std::string, std::string>& option
   return report;
 }
 
-}  // namespace
+// [[key, value's name, type, bytes]…]
+void SetValues(const Json& values) {
+  for (const Json& value : values) ztl_truth::SetValue(value[0], {value[1], value[2], value[3]});
+}
 
-// ztl_host run SCENARIO | log NAME [OPTION VALUE…]
-int main(int argc, char** argv) {
-  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME [--report FILE] [--die-at TEXT] …");
+// The same of all values below the keys; [key] for a key as such.
+Json ReadKeys(const Json& paths) {
+  Json read = Json::array();
+  for (const std::string path : paths)
+    for (const ztl_truth::RealKey& key : ztl_truth::ReadTree(path)) {
+      read.push_back({key.path});
+      for (const ztl_truth::RealValue& value : key.values)
+        read.push_back({key.path, value.name, value.type, Json(value.data)});
+    }
+  return read;
+}
+
+int Main(int argc, char** argv) {
+  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME [OPTION VALUE]…");
   std::map<std::string, std::string> options;
   for (int i = 3; i + 1 < argc; i += 2) options[argv[i]] = argv[i + 1];
+  Json report;
+  Json registry = {{"set", Json::array()}, {"read", Json::array()}};
+  if (!options["--registry"].empty()) registry = Json::parse(std::ifstream(options["--registry"]));
+  SetValues(registry["set"]);
   g_dieAt = options["--die-at"];
   AddVectoredExceptionHandler(1, TakeDebuggerText);
-  Json report;
   if (std::strcmp(argv[1], "run") == 0) {
     report = Run(argv[2], options);
-  } else {
-    if (!ztl_truth::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
-                               static_cast<std::size_t>(std::atoi(options["--filler"].c_str()))))
-      Complain("no notify object");
+  } else if (!ztl_truth::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
+                                    static_cast<std::size_t>(std::atoi(options["--filler"].c_str())))) {
+    Complain("no notify object");
   }
   platform::OSVERSIONINFOEXW version{};
   version.dwOSVersionInfoSize = sizeof(version);
@@ -163,7 +169,22 @@ int main(int argc, char** argv) {
                  std::to_string(version.wServicePackMajor);
   report["process"] = {{"id", GetCurrentProcessId()}, {"command_line", Utf8(GetCommandLineW())}};
   report["debugger_output"] = g_debuggerOutput;
+  report["registry"] = ReadKeys(registry["read"]);
   std::ofstream(options["--report"], std::ios::binary)
-      << report.dump(1, ' ', false, Json::error_handler_t::replace) << "\n";
+      << report.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
   return 0;
+}
+
+}  // namespace
+
+// ztl_host run SCENARIO: --lock-held and --second-lock as of ztlsim.
+// ztl_host log NAME: --count queries that each log three lines, --filler bytes long.
+// Both: --registry FILE with the values to "set" before it and the keys to "read" after it; --die-at TEXT ends the
+// process where the module tells the debugger of TEXT; --report FILE.
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& error) {
+    Complain(error.what());
+  }
 }

@@ -1,0 +1,268 @@
+#!/usr/bin/env python3
+"""Runs each scenario twice on the same machine, in the simulation and with the shipped DLL in a real process, and
+compares what comes out: results, registry, log, debugger's texts, requests to the engine, standard output.
+
+The real process has Wine's COM, registry and files. Before any machine, the comparison itself is shown to fail on a
+planted difference of each kind.
+"""
+import argparse
+import difflib
+import itertools
+import json
+import pathlib
+import random
+import re
+import subprocess
+import sys
+import time
+from dataclasses import dataclass, field
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent / "model"))
+import order_model  # noqa: E402
+from prefix import CLASSES, HEADER, NOTIFY_CLASS, REGISTERED, Prefix  # noqa: E402
+
+SYSTEM = "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet"
+KEYS = [  # all that the module may touch
+    f"{SYSTEM}\\Control\\Class\\{{4D36E972-E325-11CE-BFC1-08002BE10318}}",
+    f"{SYSTEM}\\Control\\Network",
+    f"{SYSTEM}\\Control\\DeviceClasses\\{{AD498944-762F-11D0-8DCB-00C04FC3358C}}",
+    f"{SYSTEM}\\Services\\ZTL",
+    "HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillmark",
+    "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
+    f"{CLASSES}\\{NOTIFY_CLASS}",
+]
+VERSION = "HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\ztl_host.exe"
+
+SCENARIOS = "install upgrade remove notify reinstall register unregister load".split()
+REPAIRING = "upgrade reinstall load".split()
+# Scenarios, the samples they run on ("*" for all), Wine's name of the Windows version, and options of both sides.
+TABLE = [
+    (SCENARIOS, ["*"], "win10", []),
+    (SCENARIOS, ["windows-5.2"], "winxp64", []),
+    (REPAIRING, ["loop", "two-loops", "windows-5.2"], "winxp64", ["--second-lock", "refuse"]),
+    (REPAIRING, ["loop", "windows-5.2"], "winxp64", ["--lock-held", "an installer"]),
+]
+
+
+@dataclass
+class Case:
+    name: str
+    scenario: str
+    machine: pathlib.Path
+    windows: str = "win10"
+    options: list = field(default_factory=list)
+
+
+def sample_cases():
+    samples = sorted((HERE.parent.parent / "samples").glob("*.reg"))
+    for scenarios, names, windows, options in TABLE:
+        for sample, scenario in itertools.product(samples, scenarios):
+            if names == ["*"] or sample.stem in names:
+                yield Case(" ".join([scenario, sample.stem, windows, *options]), scenario, sample, windows, options)
+
+
+def generated_cases(folder, seed, count):
+    for index in range(count):
+        rng = random.Random(f"{seed}/{index}")
+        path = folder / f"generated-{index}.reg"
+        order_model.write_export(dict(order_model.contents(order_model.Machine(rng).hklm)), path, "utf-16")
+        options = ["--second-lock", "refuse"] * (rng.random() < 0.3)
+        yield Case(f"generated machine {seed}/{index}", rng.choice(SCENARIOS), path,
+                   rng.choice(("win10", "winxp64")), options)
+
+
+def read_registry(path):
+    """{(key, value name): (type, bytes)} of an export; a key as such has the name None and no value."""
+    text = path.read_bytes().decode("utf-16").replace("\\\r\n  ", "")
+    registry, key = {}, None
+    for line in text.split("\r\n")[1:]:
+        value = re.fullmatch(r'(@|"(?:[^"\\]|\\.)*")=(.*)', line, re.DOTALL)
+        if line.startswith("["):
+            key = line[1:-1].replace("\\ControlSet001\\", "\\CurrentControlSet\\")
+            registry[key, None] = ()
+        elif value:
+            registry[key, unquoted(value[1].removeprefix("@"))] = value_of(value[2])
+        elif line:
+            raise ValueError(f"{path}: {line}")
+    return registry
+
+
+def unquoted(text):
+    return re.sub(r"\\(.)", r"\1", text[1:-1], flags=re.DOTALL)
+
+
+def value_of(text):
+    if text.startswith('"'):
+        return 1, (unquoted(text) + "\0").encode("utf-16-le")
+    if text.startswith("dword:"):
+        return 4, bytes.fromhex(text[6:])[::-1]
+    kind, _, data = text.partition(":")
+    return int(kind[4:-1], 16) if kind != "hex" else 3, bytes.fromhex(data.replace(",", ""))
+
+
+def registry_lines(registry):
+    """What stands below the keys that the module may touch; the keys themselves may be written in any letter case."""
+    lines = []
+    for (key, name), value in registry.items():
+        for base in KEYS:
+            if (key + "\\").lower().startswith(base.lower() + "\\"):
+                data = f" {name!r} type {value[0]} {bytes(value[1])}" if value else ""
+                lines.append(f"[{base}{key[len(base):]}]{data}")
+    return sorted(lines)
+
+
+def log_lines(path, process):
+    """The lines of a log without what differs from process to process: time stamps, the process's id and command line."""
+    lines = path.read_bytes().decode("utf-8").split("\r\n") if path.exists() else []
+    return [without_process(re.sub(r"^\d\d/\d\d/\d\d \d\d:\d\d:\d\d: ", "", line), process) for line in lines]
+
+
+def without_process(text, process):
+    return text.replace(f"pid={process['id']}", "pid=…").replace(f"<{process['command_line']}>", "<…>")
+
+
+def outcome(told, process, log, registry, output):
+    return {
+        "results": [f"{method} {code}" for method, code in told["result"].items()],
+        "registry": registry_lines(registry),
+        "log": log_lines(log, process),
+        "debugger output": [without_process(text, process) for text in told["debugger_output"]],
+        "engine requests": told["engine_requests"],
+        "standard output": output,
+        "time waited": [str(told["elapsed_ms"])],
+    }
+
+
+def real_commands(case, number):
+    """The batch that brings the registry to the machine's state and runs the scenario with the shipped DLL."""
+    options = " ".join(f'"{option}"' for option in case.options)
+    return [f"reg import {number}\\import.reg",
+            "del C:\\windows\\temp\\ztlinst.log* 2>nul",
+            f"ztl_host.exe run {case.scenario} --registry {number}\\registry.json --report {number}\\report.json "
+            f"{options} > {number}\\output.txt",
+            f"move C:\\windows\\temp\\ztlinst.log {number}\\log.txt"]
+
+
+def prepare(prefix, case, number):
+    """Writes the machine as it is for the simulation, and for the registry behind what clears the one before it. The
+    system's tool terminates text that is not, so that the host process sets such values itself."""
+    machine = case.machine.read_bytes()
+    header, _, body = machine.decode("utf-16" if machine[:2] == b"\xff\xfe" else "utf-8-sig").partition("\n")
+    assert header.startswith("Windows Registry Editor Version 5.00"), case.machine
+    body = re.sub("\r?\n", "\r\n", body) + "\r\n" + REGISTERED * (case.scenario != "register")
+    cleared = "".join(f"[-{key}]\r\n\r\n" for key in KEYS)
+    version = f'[{VERSION}]\r\n"Version"="{case.windows}"\r\n\r\n'
+    prefix.write(f"{number}/machine.reg", HEADER + body)
+    prefix.write(f"{number}/import.reg", HEADER + cleared + version + body)
+    registry = read_registry(prefix.folder / str(number) / "machine.reg")
+    exact = [[below(key), name, value[0], list(value[1])] for (key, name), value in registry.items()
+             if value and value[0] in (1, 2, 7) and (len(value[1]) % 2 or value[1][-2:] != b"\0\0")]
+    (prefix.folder / str(number) / "registry.json").write_text(
+        json.dumps({"set": exact, "read": [below(key) for key in KEYS]}))
+
+
+def below(key):
+    return key.partition("\\")[2]
+
+
+def read_real(folder):
+    told = json.loads((folder / "report.json").read_text("utf-8"))
+    if told["objects_left"]:
+        raise SystemExit(f"{told['objects_left']} objects of the engine were not released")
+    registry = {(f"HKEY_LOCAL_MACHINE\\{key}", value[0] if value else None): value[1:] for key, *value in told["registry"]}
+    output = (folder / "output.txt").read_text("utf-8").splitlines()
+    return told["os"], outcome(told, told["process"], folder / "log.txt", registry, output)
+
+
+def simulate(ztlsim, case, system, folder, drive):
+    """Runs the scenario in the simulation. A Windows program is given paths of Wine's drives."""
+    windows = ztlsim[-1].endswith(".exe")
+    place = (lambda path: "C:\\" + str(path.relative_to(drive)).replace("/", "\\")) if windows else str
+    return [*ztlsim, "run", case.scenario, "--process", "--json", "--machine", place(folder / "machine.reg"), "--os", system,
+            "--root", place(folder / "root"), "--out", place(folder / "after.reg"), *case.options]
+
+
+def read_simulated(folder, run):
+    if run.returncode not in (0, 1):
+        raise SystemExit(f"ztlsim failed: {run.stderr.decode()}")
+    told = json.loads(run.stdout)
+    process = {"id": 1234, "command_line": "C:\\Windows\\System32\\svchost.exe -k netsvcs"}
+    log = folder / "root" / "Windows" / "temp" / "ztlinst.log"
+    return outcome(told, process, log, read_registry(folder / "after.reg"), told["standard_output"].splitlines())
+
+
+def differences(simulated, real):
+    """{kind: diff}"""
+    found = {}
+    for kind, expected in simulated.items():
+        if expected != real[kind]:
+            diff = difflib.unified_diff(expected, real[kind], "simulation", "real process", lineterm="", n=2)
+            found[kind] = "\n".join(line[:1000] for line in itertools.islice(diff, 60))
+    return found
+
+
+def self_test(folder, simulated):
+    """Plants a difference of each kind in what the real process left, and looks for just that kind."""
+    planted = {
+        "results": ("report.json", b'ApplyRegistryChanges":"0x00000000', b'ApplyRegistryChanges":"0x00000001'),
+        "registry": ("report.json", b'"UpperBind",7,[', b'"UpperBind",7,[1,'),
+        "log": ("log.txt", b"INFO: OrderIM: success", b"WARN: OrderIM: success"),
+        "debugger output": ("report.json", b"INFO:--> ::Initialize", b"INFO:--> ::Initialise"),
+        "engine requests": ("report.json", b"Uninitialize = 0x0", b"Uninitialize = 0x8"),
+        "standard output": ("output.txt", b"", b"more"),
+        "time waited": ("report.json", b'"elapsed_ms":0', b'"elapsed_ms":1'),
+    }
+    for kind, (name, old, new) in planted.items():
+        path = folder / name
+        original = path.read_bytes()
+        assert old in original, f"nothing to plant a difference of {kind} in"
+        path.write_bytes(original.replace(old, new, 1))
+        found = differences(simulated, read_real(folder)[1])
+        path.write_bytes(original)
+        assert list(found) == [kind], f"a planted difference of {kind} was seen as {list(found)}"
+    assert set(planted) == set(simulated)
+    print(f"a planted difference of each kind was found: {', '.join(planted)}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--binaries", required=True, nargs="+", help="ztli64x.dll, ztl_engine.dll, ztl_host.exe")
+    parser.add_argument("--ztlsim", required=True, help="a program of this machine, or ztlsim.exe")
+    parser.add_argument("--wine", default="wine")
+    parser.add_argument("--generated", type=int, default=20, help="how many generated machines")
+    parser.add_argument("--seed", default=time.strftime("%Y%m%d"))
+    parser.add_argument("--only", default="", help="the cases whose names hold this text")
+    arguments = parser.parse_args()
+    with Prefix(arguments.wine, arguments.binaries) as prefix:
+        cases = [*sample_cases(), *generated_cases(prefix.folder, arguments.seed, arguments.generated)]
+        cases = [case for case in cases if arguments.only in case.name]
+        compare(prefix, arguments, cases)
+
+
+def compare(prefix, arguments, cases):
+    print(f"{len(cases)} cases, generated machines from seed {arguments.seed}")
+    for number, case in enumerate(cases):
+        prepare(prefix, case, number)
+    prefix.batch([line for number, case in enumerate(cases) for line in real_commands(case, number)])
+    ztlsim = [arguments.wine] * arguments.ztlsim.endswith(".exe") + [arguments.ztlsim]
+    wrong, tested = 0, False
+    for number, case in enumerate(cases):
+        folder = prefix.folder / str(number)
+        system, real = read_real(folder)
+        run = subprocess.run(simulate(ztlsim, case, system, folder, prefix.drive), env=prefix.environment,
+                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=60)
+        simulated = read_simulated(folder, run)
+        found = differences(simulated, real)
+        for kind, diff in found.items():
+            print(f"--- {case.name} ({case.scenario}, Windows {system}): {kind}\n{diff}")
+        wrong += bool(found)
+        if not tested and not found and case.name == "upgrade loop win10":
+            self_test(folder, simulated)
+            tested = True
+    print(f"{len(cases) - wrong} of {len(cases)} cases are the same in the simulation and in a real process")
+    raise SystemExit(bool(wrong) or not (tested or arguments.only))
+
+
+if __name__ == "__main__":
+    main()
