@@ -34,6 +34,7 @@ KEYS = [  # all that the module may touch
 ]
 VERSION = "HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\ztl_host.exe"
 
+SAMPLES = HERE.parent.parent / "samples"
 SCENARIOS = "install upgrade remove notify reinstall register unregister load".split()
 REPAIRING = "upgrade reinstall load".split()
 # Scenarios, the samples they run on ("*" for all), Wine's name of the Windows version, and options of both sides.
@@ -55,7 +56,7 @@ class Case:
 
 
 def sample_cases():
-    samples = sorted((HERE.parent.parent / "samples").glob("*.reg"))
+    samples = sorted(SAMPLES.glob("*.reg"))
     for scenarios, names, windows, options in TABLE:
         for sample, scenario in itertools.product(samples, scenarios):
             if names == ["*"] or sample.stem in names:
@@ -101,6 +102,16 @@ def value_of(text):
     return int(kind[4:-1], 16) if kind != "hex" else 3, bytes.fromhex(data.replace(",", ""))
 
 
+def export(registry):
+    """The export of what the host process has read."""
+    lines = []
+    for key, *value in registry:
+        name = json.dumps(value[0], ensure_ascii=False) if value and value[0] else "@"
+        lines.append(f"{name}=hex({value[1]:x}):{bytes(value[2]).hex(',')}" if value
+                     else f"\r\n[HKEY_LOCAL_MACHINE\\{key}]")
+    return HEADER + "\r\n".join(lines) + "\r\n"
+
+
 def registry_lines(registry):
     """What stands below the keys that the module may touch; the keys themselves may be written in any letter case."""
     lines = []
@@ -139,12 +150,12 @@ def real_commands(case, number):
     options = " ".join(f'"{option}"' for option in case.options)
     return [f"reg import {number}\\import.reg",
             "del C:\\windows\\temp\\ztlinst.log* 2>nul",
-            f"ztl_host.exe run {case.scenario} --registry {number}\\registry.json --report {number}\\report.json "
+            f"ztl_host.exe run {case.scenario} --job {number}\\job.json --report {number}\\report.json "
             f"{options} > {number}\\output.txt",
             f"move C:\\windows\\temp\\ztlinst.log {number}\\log.txt"]
 
 
-def prepare(prefix, case, number):
+def prepare(prefix, case, number, die_at=""):
     """Writes the machine as it is for the simulation, and for the registry behind what clears the one before it. The
     system's tool terminates text that is not, so that the host process sets such values itself."""
     machine = case.machine.read_bytes()
@@ -158,8 +169,8 @@ def prepare(prefix, case, number):
     registry = read_registry(prefix.folder / str(number) / "machine.reg")
     exact = [[below(key), name, value[0], list(value[1])] for (key, name), value in registry.items()
              if value and value[0] in (1, 2, 7) and (len(value[1]) % 2 or value[1][-2:] != b"\0\0")]
-    (prefix.folder / str(number) / "registry.json").write_text(
-        json.dumps({"set": exact, "read": [below(key) for key in KEYS]}))
+    (prefix.folder / str(number) / "job.json").write_text(
+        json.dumps({"set": exact, "read": [below(key) for key in KEYS], "die_at": die_at}))
 
 
 def below(key):
@@ -202,7 +213,16 @@ def differences(simulated, real):
     return found
 
 
-def self_test(folder, simulated):
+def check(prefix, ztlsim, case, number):
+    """Runs the simulation of what the real process has done: the differences, and the real process's outcome."""
+    folder = prefix.folder / str(number)
+    system, real = read_real(folder)
+    run = subprocess.run(simulate(ztlsim, case, system, folder, prefix.drive), env=prefix.environment,
+                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=60)
+    return differences(read_simulated(folder, run), real), real
+
+
+def self_test(folder):
     """Plants a difference of each kind in what the real process left, and looks for just that kind."""
     planted = {
         "results": ("report.json", b'ApplyRegistryChanges":"0x00000000', b'ApplyRegistryChanges":"0x00000001'),
@@ -213,15 +233,16 @@ def self_test(folder, simulated):
         "standard output": ("output.txt", b"", b"more"),
         "time waited": ("report.json", b'"elapsed_ms":0', b'"elapsed_ms":1'),
     }
+    _, real = read_real(folder)
     for kind, (name, old, new) in planted.items():
         path = folder / name
         original = path.read_bytes()
         assert old in original, f"nothing to plant a difference of {kind} in"
         path.write_bytes(original.replace(old, new, 1))
-        found = differences(simulated, read_real(folder)[1])
+        found = differences(real, read_real(folder)[1])
         path.write_bytes(original)
         assert list(found) == [kind], f"a planted difference of {kind} was seen as {list(found)}"
-    assert set(planted) == set(simulated)
+    assert set(planted) == set(real)
     print(f"a planted difference of each kind was found: {', '.join(planted)}")
 
 
@@ -248,17 +269,12 @@ def compare(prefix, arguments, cases):
     ztlsim = [arguments.wine] * arguments.ztlsim.endswith(".exe") + [arguments.ztlsim]
     wrong, tested = 0, False
     for number, case in enumerate(cases):
-        folder = prefix.folder / str(number)
-        system, real = read_real(folder)
-        run = subprocess.run(simulate(ztlsim, case, system, folder, prefix.drive), env=prefix.environment,
-                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=60)
-        simulated = read_simulated(folder, run)
-        found = differences(simulated, real)
+        found, _ = check(prefix, ztlsim, case, number)
         for kind, diff in found.items():
-            print(f"--- {case.name} ({case.scenario}, Windows {system}): {kind}\n{diff}")
+            print(f"--- {case.name} ({case.scenario}, {case.windows}): {kind}\n{diff}")
         wrong += bool(found)
         if not tested and not found and case.name == "upgrade loop win10":
-            self_test(folder, simulated)
+            self_test(prefix.folder / str(number))
             tested = True
     print(f"{len(cases) - wrong} of {len(cases)} cases are the same in the simulation and in a real process")
     raise SystemExit(bool(wrong) or not (tested or arguments.only))

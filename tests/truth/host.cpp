@@ -147,18 +147,19 @@ Json ReadKeys(const Json& paths) {
 }
 
 int Main(int argc, char** argv) {
-  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME [OPTION VALUE]…");
+  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME | look KEYS [OPTION VALUE]…");
   std::map<std::string, std::string> options;
   for (int i = 3; i + 1 < argc; i += 2) options[argv[i]] = argv[i + 1];
   Json report;
-  Json registry = {{"set", Json::array()}, {"read", Json::array()}};
-  if (!options["--registry"].empty()) registry = Json::parse(std::ifstream(options["--registry"]));
-  SetValues(registry["set"]);
-  g_dieAt = options["--die-at"];
+  Json job = {{"set", Json::array()}, {"read", Json::array()}, {"die_at", ""}};
+  if (!options["--job"].empty()) job.update(Json::parse(std::ifstream(options["--job"])));
+  SetValues(job["set"]);
+  g_dieAt = job["die_at"];
   AddVectoredExceptionHandler(1, TakeDebuggerText);
   if (std::strcmp(argv[1], "run") == 0) {
     report = Run(argv[2], options);
-  } else if (!ztl_truth::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
+  } else if (std::strcmp(argv[1], "log") == 0 &&
+             !ztl_truth::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
                                     static_cast<std::size_t>(std::atoi(options["--filler"].c_str())))) {
     Complain("no notify object");
   }
@@ -169,7 +170,7 @@ int Main(int argc, char** argv) {
                  std::to_string(version.wServicePackMajor);
   report["process"] = {{"id", GetCurrentProcessId()}, {"command_line", Utf8(GetCommandLineW())}};
   report["debugger_output"] = g_debuggerOutput;
-  report["registry"] = ReadKeys(registry["read"]);
+  report["registry"] = ReadKeys(job["read"]);
   std::ofstream(options["--report"], std::ios::binary)
       << report.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
   return 0;
@@ -179,8 +180,9 @@ int Main(int argc, char** argv) {
 
 // ztl_host run SCENARIO: --lock-held and --second-lock as of ztlsim.
 // ztl_host log NAME: --count queries that each log three lines, --filler bytes long.
-// Both: --registry FILE with the values to "set" before it and the keys to "read" after it; --die-at TEXT ends the
-// process where the module tells the debugger of TEXT; --report FILE.
+// ztl_host look KEYS: nothing.
+// All: --job FILE of what the command line, which is in the log, does not tell: the values to "set" at first, the text
+// to "die_at", when the module tells the debugger of it, and the keys to "read" at last; --report FILE.
 int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
