@@ -96,7 +96,7 @@ DWORD InstalledVersion(char16_t (&directory)[kPathCapacity], DWORD& build) {
   return length != 0 && length < kPathCapacity ? GetFileVersion(directory, kDriverFile, &build) : 0;
 }
 
-// The names of all INF files in the directory, in a buffer of `size` characters.
+// The names of all INF files in the directory, in a buffer of `size` characters; null, with the result, on failure.
 HRESULT ListInfFiles(const char16_t* infDirectory, TaskText& list, DWORD& size) {
   if (!platform::SetupGetInfFileListW(infDirectory, INF_STYLE_WIN4, nullptr, 0, &size)) {
     const HRESULT hr = LastFailure();
@@ -108,8 +108,10 @@ HRESULT ListInfFiles(const char16_t* infDirectory, TaskText& list, DWORD& size) 
     LogMessage(g_ModuleLog, SEV_ERROR, "HrGetProtocolInf: CoTaskMemAlloc not enough memory");
     return kNoMemory;
   }
+  std::fill_n(list.get(), size, u'\0');  // some systems succeed without a list when it has become too long
   if (!platform::SetupGetInfFileListW(infDirectory, INF_STYLE_WIN4, list.get(), size, nullptr)) {
     const HRESULT hr = LastFailure();
+    list.reset();
     LogMessage(g_ModuleLog, SEV_ERROR, "HrGetProtocolInf: SetupGetInfFileListW 2 rc=%x", hr);
     return hr;
   }
@@ -154,7 +156,7 @@ HRESULT HrGetProtocolInf(const char16_t* infDirectory, char16_t** infPath) {
   const DWORD installed = InstalledVersion(candidate, installedBuild);
   TaskText list;
   DWORD size = 0;
-  if (const HRESULT hr = ListInfFiles(infDirectory, list, size); Failed(hr)) return hr;
+  if (const HRESULT hr = ListInfFiles(infDirectory, list, size); !list) return hr;
   OptFileSearch(list.get(), size);
 
   HRESULT hr = S_OK;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "log/log_facility.h"
 #include "platform/setup_files.h"
@@ -18,15 +19,28 @@ namespace {
 constexpr DWORD kPathCapacity = 260;
 constexpr DWORD kDriverVerCapacity = 260;
 
+constexpr bool IsSpace(char16_t c) {
+  return (c >= u'\t' && c <= u'\r') || (c >= 0x2000 && c <= 0x200A) ||
+         std::u16string_view(u" \x00A0\x1680\x2028\x2029\x202F\x205F\x3000").find(c) != std::u16string_view::npos;
+}
+
+// The value of a decimal digit in any script that the runtime knows; 10 for any other character.
+constexpr unsigned DigitValue(char16_t c) {
+  constexpr char16_t kZeros[] = {u'0',   0x0660, 0x06F0, 0x0966, 0x09E6, 0x0A66, 0x0AE6, 0x0B66, 0x0C66,
+                                 0x0CE6, 0x0D66, 0x0E50, 0x0ED0, 0x0F20, 0x1040, 0x17E0, 0x1810, 0xFF10};
+  for (const char16_t zero : kZeros)
+    if (c >= zero && c < zero + 10) return static_cast<unsigned>(c - zero);
+  return 10;
+}
+
 // The integer at the front of a text, as the runtime's _wtoi reads it; beyond 32 bits, the nearest that there is.
 DWORD LeadingInteger(std::u16string_view text) {
-  while (!text.empty() && (text.front() == u' ' || (text.front() >= u'\t' && text.front() <= u'\r')))
-    text.remove_prefix(1);
+  while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
   const bool negative = text.starts_with(u'-');
   if (negative || text.starts_with(u'+')) text.remove_prefix(1);
   std::int64_t number = 0;
-  for (; !text.empty() && text.front() >= u'0' && text.front() <= u'9'; text.remove_prefix(1)) {
-    number = number * 10 + (text.front() - u'0');
+  for (; !text.empty() && DigitValue(text.front()) < 10; text.remove_prefix(1)) {
+    number = number * 10 + DigitValue(text.front());
     if (number > std::numeric_limits<std::int32_t>::max())
       return static_cast<DWORD>(negative ? std::numeric_limits<std::int32_t>::min()
                                          : std::numeric_limits<std::int32_t>::max());
@@ -46,7 +60,12 @@ class VersionBlock {
   VersionBlock& operator=(const VersionBlock&) = delete;
 
   bool Allocate(DWORD bytes) { return (memory_ = platform::GlobalAlloc(GMEM_MOVEABLE, bytes_ = bytes)) != nullptr; }
-  bool Lock() { return (data_ = platform::GlobalLock(memory_)) != nullptr; }
+  // The memory is freed when it cannot be locked.
+  bool Lock() {
+    data_ = platform::GlobalLock(memory_);
+    if (data_ == nullptr) platform::GlobalFree(std::exchange(memory_, nullptr));
+    return data_ != nullptr;
+  }
 
   // Null when the block cannot be read, or does not hold the whole root entry, whatever it says of its lengths.
   const VS_FIXEDFILEINFO* Read(const char16_t* path) {

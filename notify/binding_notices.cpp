@@ -17,11 +17,12 @@ HRESULT TraceBindingPath(const char16_t* name, const char16_t* comma, DWORD chan
   TraceLine(u"--> ::%s path %s\n", name, enabled == S_OK ? u"enable" : enabled == S_FALSE ? u"disable" : u"error");
   char16_t* token = nullptr;
   const HRESULT hr = path != nullptr ? path->GetPathToken(&token) : E_POINTER;
-  if (hr == S_OK)
+  if (hr == S_OK) {
     TraceLine(u"PathToken <%s>\n", static_cast<const char16_t*>(token));
-  else
-    TraceLine(u"GetPathToken hr=%x\n", hr);
-  platform::CoTaskMemFree(token);
+    platform::CoTaskMemFree(token);
+  } else {
+    TraceLine(u"GetPathToken hr=%x\n", hr);  // there is no token, whatever the pointer says
+  }
   return S_OK;
 }
 

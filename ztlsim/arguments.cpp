@@ -5,11 +5,13 @@
 #include <string_view>
 #include <system_error>
 
-#include "ztlsim/text_encoding.h"
+#include "notify/property_page.h"
+#include "platform/simulated/text_encoding.h"
 
 namespace ztlsim {
 
 using namespace platform;
+using simulated::Utf8ToUtf16;
 
 namespace {
 
@@ -36,20 +38,7 @@ bool ReadNumber(std::string_view text, Number& number, int base) {
   return error == std::errc() && end == text.data() + text.size();
 }
 
-}  // namespace
-
-std::optional<simulated::WindowsVersion> ParseWindowsVersion(const std::string& text) {
-  std::uint16_t parts[3] = {0, 0, 0};
-  if (ReadParts<std::uint16_t>(text, parts) < 2) return std::nullopt;
-  return simulated::WindowsVersion{.major = parts[0], .minor = parts[1], .servicePack = parts[2]};
-}
-
-std::optional<std::array<DWORD, 4>> ParseDriverVersion(const std::string& text) {
-  std::array<DWORD, 4> parts{};
-  if (ReadParts<DWORD>(text, parts) != 4) return std::nullopt;
-  return parts;
-}
-
+// "{8-4-4-4-12}" in hexadecimal, with or without the braces.
 std::optional<GUID> ParseGuid(std::string text) {
   if (text.size() == 38 && text.front() == '{' && text.back() == '}') text = text.substr(1, 36);
   if (text.size() != 36 || text[8] != '-' || text[13] != '-' || text[18] != '-' || text[23] != '-') return std::nullopt;
@@ -73,12 +62,49 @@ std::optional<PathNotice> ParsePathNotice(const std::string& text) {
                                                 : E_FAIL};
 }
 
+// In hexadecimal behind 0x.
 std::optional<DWORD> ParseFlag(const std::string& text) {
   const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
   DWORD flag = 0;
   return ReadNumber(std::string_view(text).substr(isHexadecimal ? 2 : 0), flag, isHexadecimal ? 16 : 10)
              ? std::optional(flag)
              : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<simulated::WindowsVersion> ParseWindowsVersion(const std::string& text) {
+  std::uint16_t parts[3] = {0, 0, 0};
+  if (ReadParts<std::uint16_t>(text, parts) < 2) return std::nullopt;
+  return simulated::WindowsVersion{.major = parts[0], .minor = parts[1], .servicePack = parts[2]};
+}
+
+std::optional<std::array<DWORD, 4>> ParseDriverVersion(const std::string& text) {
+  std::array<DWORD, 4> parts{};
+  if (ReadParts<DWORD>(text, parts) != 4) return std::nullopt;
+  return parts;
+}
+
+std::optional<std::string> ReadCallOption(const std::string& name, const std::string& text, CallOptions& calls) {
+  if (name == "--path") {
+    const auto path = ParsePathNotice(text);
+    if (!path) return "TOKEN=on, TOKEN=off or TOKEN=error";
+    calls.paths.push_back(*path);
+  } else if (name == "--change") {
+    calls.changeFlag = ParseFlag(text);
+    if (!calls.changeFlag) return "a number of 32 bits";
+  } else if (name == "--adapter") {
+    calls.adapter = ParseGuid(text);
+    if (!calls.adapter) return "{8-4-4-4-12} hexadecimal digits";
+  } else if (name == "--param1" || name == "--bundle-id") {
+    calls.page.texts.emplace_back(name == "--param1" ? ztl::kParam1Control : ztl::kBundleIdControl, Utf8ToUtf16(text));
+  } else if (name == "--page") {
+    if (text != "ok" && text != "apply" && text != "cancel") return "ok, apply or cancel";
+    calls.page.button = text == "ok" ? PageButton::Ok : text == "apply" ? PageButton::Apply : PageButton::Cancel;
+  } else if (name == "--again") {
+    calls.pageAgain = true;
+  }
+  return std::nullopt;
 }
 
 }  // namespace ztlsim

@@ -16,13 +16,8 @@ std::optional<platform::simulated::WindowsVersion> ParseWindowsVersion(const std
 // "A.B.C.D", each part of 32 bits.
 std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text);
 
-// "{8-4-4-4-12}" in hexadecimal, with or without the braces.
-std::optional<platform::GUID> ParseGuid(std::string text);
-
-// "TOKEN=on", "TOKEN=off" or "TOKEN=error".
-std::optional<PathNotice> ParsePathNotice(const std::string& text);
-
-// A number of 32 bits, in hexadecimal behind 0x.
-std::optional<platform::DWORD> ParseFlag(const std::string& text);
+// Reads one option of a scenario's calls into `calls`: "--path", "--change", "--adapter", "--param1", "--bundle-id",
+// "--page" or "--again". A result says what was expected instead of the text.
+std::optional<std::string> ReadCallOption(const std::string& name, const std::string& text, CallOptions& calls);
 
 }  // namespace ztlsim

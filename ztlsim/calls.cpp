@@ -46,11 +46,15 @@ ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
   return result;
 }
 
-// Of each path as the filter's own and as somebody's; all are asked before the change and told after it.
+// Asks what the object wants to be told, and tells it, as it wants all that there is to tell here. Of each path as the
+// filter's own and as somebody's; all are asked before the change and told after it.
 void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
   const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
   const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
-  if (options.paths.empty() && options.changeFlag) global->SysNotifyComponent(*options.changeFlag, component);
+  if (options.paths.empty() && !options.changeFlag) return;
+  DWORD wanted = 0;
+  global->GetSupportedNotifications(&wanted);
+  if (options.paths.empty()) global->SysNotifyComponent(*options.changeFlag, component);
   for (const PathNotice& notice : options.paths) {
     NoticedPath path(notice);
     const DWORD flag =
@@ -62,7 +66,7 @@ void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* comp
   }
 }
 
-// False when the user has cancelled the page.
+// False when the user has not applied the page.
 bool ShowProperties(const CallOptions& options, Process& process, IUnknown* object, CallResults& results) {
   const auto properties = Query<INetCfgComponentPropertyUi>(object, IID_INetCfgComponentPropertyUi);
   ComPtr<INetLanConnectionUiInfo> connection;
@@ -70,28 +74,26 @@ bool ShowProperties(const CallOptions& options, Process& process, IUnknown* obje
     connection = ComPtr<INetLanConnectionUiInfo>::Attach(process.CreateLanConnection(*options.adapter));
   if (properties->QueryPropertyUi(connection.Get()) != S_OK) return false;
   results.emplace_back("SetContext", properties->SetContext(connection.Get()));
-  const bool isCancelled = options.page.button == PageButton::Cancel;
   const auto show = [&](const PageInput& input) {
     DWORD defaultPages = 0;
     BYTE* pages = nullptr;
     UINT count = 0;
     const HRESULT hr = properties->MergePropPages(&defaultPages, &pages, &count, nullptr, nullptr);
-    if (!Failed(hr)) process.ShowPages({reinterpret_cast<const HPROPSHEETPAGE*>(pages), count}, input);
+    const bool applied =
+        !Failed(hr) && process.ShowPages({reinterpret_cast<const HPROPSHEETPAGE*>(pages), count}, input);
     platform::CoTaskMemFree(pages);
-    return hr;
+    if (applied) {
+      properties->ValidateProperties(nullptr);
+      properties->ApplyProperties();
+    } else {
+      properties->CancelProperties();
+    }
+    return std::pair(hr, applied);
   };
-  results.emplace_back("MergePropPages", show(options.page));
-  if (isCancelled) {
-    properties->CancelProperties();
-  } else {
-    properties->ValidateProperties(nullptr);
-    properties->ApplyProperties();
-  }
-  if (options.pageAgain) {
-    show({.texts = {}, .button = PageButton::Cancel});
-    properties->CancelProperties();
-  }
-  return !isCancelled;
+  const auto [hr, applied] = show(options.page);
+  results.emplace_back("MergePropPages", hr);
+  if (options.pageAgain) show({.texts = {}, .button = PageButton::Cancel});
+  return applied;
 }
 
 // From the notify object's creation to its release.

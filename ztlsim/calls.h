@@ -71,8 +71,9 @@ class Process {
   virtual platform::INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() = 0;
   virtual platform::INetLanConnectionUiInfo* CreateLanConnection(const platform::GUID& adapter) = 0;
 
-  // Shows the pages, which it takes over, in a property sheet with its user before it.
-  virtual void ShowPages(std::span<const platform::HPROPSHEETPAGE> pages, const PageInput& input) = 0;
+  // Shows the pages, which it takes over, in a property sheet with its user before it. Whether the user has applied
+  // them.
+  virtual bool ShowPages(std::span<const platform::HPROPSHEETPAGE> pages, const PageInput& input) = 0;
 
   // The module's entries, which are there until it is unloaded.
   virtual ModuleEntries LoadModule() = 0;

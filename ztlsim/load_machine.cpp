@@ -42,7 +42,7 @@ std::optional<std::string> DriveDirectory::Make(const std::string& kept) {
   } else {
     path_ = kept;
   }
-  if (!error) std::filesystem::create_directories(path_ / "Windows", error);
+  if (!error) std::filesystem::create_directories(path_, error);
   if (!error) return std::nullopt;
   return path_.string() + ": " + error.message();
 }

@@ -23,7 +23,7 @@ class DriveDirectory {
   DriveDirectory(const DriveDirectory&) = delete;
   DriveDirectory& operator=(const DriveDirectory&) = delete;
 
-  // Makes the directory and its "Windows" where they are missing; an empty `kept` makes a temporary one. A result says
+  // Makes the directory where it is missing; an empty `kept` makes a temporary one. A result says
   // what went wrong.
   std::optional<std::string> Make(const std::string& kept);
   const std::filesystem::path& Path() const { return path_; }

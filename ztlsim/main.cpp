@@ -2,14 +2,13 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iterator>
 #include <map>
 #include <new>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "notify/property_page.h"
 #include "platform/simulated/host.h"
 #include "platform/simulated/machine.h"
 #include "ztlsim/arguments.h"
@@ -41,20 +40,27 @@ struct Options {
   std::string secondLock = "grant";
   std::string driverVersion;
   InstallationFiles files;
-  std::vector<std::string> paths;
-  std::string change;
-  std::string adapter;
-  std::optional<std::string> param1;
-  std::optional<std::string> bundleId;
-  std::string page = "ok";
   CallOptions calls;
+  std::map<std::string, std::vector<std::string>> callOptions;  // the texts given, by the option's name
   bool process = false;
   bool json = false;
 };
 
 // The options that only one scenario takes.
-const std::map<std::string, std::vector<std::string>> kScenarioOptions = {
-    {"notify", {"--path", "--change"}}, {"properties", {"--adapter", "--param1", "--bundle-id", "--page", "--again"}}};
+struct CallOption {
+  const char* name;
+  const char* scenario;
+  const char* typeName;
+  const char* description;
+};
+constexpr CallOption kCallOptions[] = {
+    {"--path", "notify", "TOKEN=on|off|error", "tell of a binding path in this state"},
+    {"--change", "notify", "FLAG", "the change flag of what is told"},
+    {"--adapter", "properties", "GUID", "of this adapter's connection"},
+    {"--param1", "properties", "TEXT", "type this as the first parameter"},
+    {"--bundle-id", "properties", "TEXT", "type this as the bundle identifier"},
+    {"--page", "properties", "ok|cancel|apply", "press this button"},
+};
 
 int Complain(const std::string& message, int status) {
   std::fprintf(stderr, "ztlsim: %s\n", message.c_str());
@@ -71,9 +77,13 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
   ScenarioResult result;
   {
     DriveDirectory drive;
-    if (const auto error = drive.Make(options.root)) return Complain(*error, kBadInput);
+    if (const auto trouble = drive.Make(options.root)) return Complain(*trouble, kBadInput);
     machine.files.root = drive.Path();
-    if (const auto error = PlaceInstallationFiles(options.files)) return Complain(*error, kBadInput);
+    std::error_code error;
+    const std::filesystem::path windows = machine.files.RealPath("C:\\Windows");
+    if (std::filesystem::create_directories(windows, error); error)
+      return Complain(windows.string() + ": " + error.message(), kBadInput);
+    if (const auto trouble = PlaceInstallationFiles(options.files)) return Complain(*trouble, kBadInput);
     result = RunScenario(options.calls, options.process);
   }
   int status = kSuccess;
@@ -88,31 +98,6 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
                                          : FormatRun(options.scenario, result, host::OutputIsTerminal()));
   if (printed != kSuccess) status = printed;
   return result.Failed() ? kMethodFailed : status;
-}
-
-// Makes the scenario's calls from the options. A result says which of them is wrong.
-std::optional<std::string> ReadCalls(Options& options) {
-  CallOptions& calls = options.calls;
-  calls.scenario = kScenariosByName.at(options.scenario);
-  for (const std::string& text : options.paths) {
-    const auto path = ParsePathNotice(text);
-    if (!path) return "--path " + text + ": expected TOKEN=on, TOKEN=off or TOKEN=error";
-    calls.paths.push_back(*path);
-  }
-  if (!options.change.empty()) {
-    calls.changeFlag = ParseFlag(options.change);
-    if (!calls.changeFlag) return "--change " + options.change + ": expected a number of 32 bits";
-  }
-  if (!options.adapter.empty()) {
-    calls.adapter = ParseGuid(options.adapter);
-    if (!calls.adapter) return "--adapter " + options.adapter + ": expected {8-4-4-4-12} hexadecimal digits";
-  }
-  if (options.param1) calls.page.texts.emplace_back(ztl::kParam1Control, Utf8ToUtf16(*options.param1));
-  if (options.bundleId) calls.page.texts.emplace_back(ztl::kBundleIdControl, Utf8ToUtf16(*options.bundleId));
-  calls.page.button = options.page == "ok"      ? PageButton::Ok
-                      : options.page == "apply" ? PageButton::Apply
-                                                : PageButton::Cancel;
-  return std::nullopt;
 }
 
 int Main(int argc, char** argv) {
@@ -157,15 +142,12 @@ int Main(int argc, char** argv) {
       ->type_name("DIR");
   run->add_option("--inf", options.files.infFiles, "INF files to put into the INF directory")->type_name("FILE");
   run->add_option("--driver-file", options.files.driverFile, "The installed driver's file")->type_name("FILE");
-  run->add_option("--path", options.paths, "notify: tell of a binding path in this state")
-      ->type_name("TOKEN=on|off|error");
-  run->add_option("--change", options.change, "notify: the change flag of what is told")->type_name("FLAG");
-  run->add_option("--adapter", options.adapter, "properties: of this adapter's connection")->type_name("GUID");
-  run->add_option("--param1", options.param1, "properties: type this as the first parameter")->type_name("TEXT");
-  run->add_option("--bundle-id", options.bundleId, "properties: type this as the bundle identifier")->type_name("TEXT");
-  run->add_option("--page", options.page, "properties: press this button")
-      ->check(CLI::IsMember({"ok", "cancel", "apply"}))
-      ->capture_default_str();
+  for (const CallOption& option : kCallOptions)
+    run->add_option(option.name, options.callOptions[option.name],
+                    std::string(option.scenario) + ": " + option.description)
+        ->type_name(option.typeName)
+        ->expected(1, CLI::detail::expected_max_vector_size)
+        ->allow_extra_args(false);
   run->add_flag("--again", options.calls.pageAgain, "properties: open the page a second time");
   run->add_flag("--process", options.process,
                 "Load the module, ask it for its class object and unload it, as a process of its own does");
@@ -179,10 +161,14 @@ int Main(int argc, char** argv) {
     if (option->count() > 0 && option->get_type_size() > 0 && option->results().front().empty() &&
         option->get_type_name() != "TEXT")
       return Complain(option->get_name() + ": an empty name", kBadInput);
-  for (const auto& [scenario, names] : kScenarioOptions)
-    for (const std::string& name : names)
-      if (run->get_option(name)->count() > 0 && scenario != options.scenario)
-        return Complain(name + ": only the scenario " + scenario + " takes it", kBadInput);
+  if (run->parsed()) options.calls.scenario = kScenariosByName.at(options.scenario);
+  for (const CallOption& option : kCallOptions)
+    for (const std::string& text : options.callOptions[option.name]) {
+      if (options.scenario != option.scenario)
+        return Complain(std::string(option.name) + ": only the scenario " + option.scenario + " takes it", kBadInput);
+      if (const auto expected = ReadCallOption(option.name, text, options.calls))
+        return Complain(option.name + (" " + text) + ": expected " + *expected, kBadInput);
+    }
   if (!options.out.empty() && options.out == options.changes)
     return Complain("--out and --changes name the same file", kBadInput);
   host::WriteOutputAsUtf8();
@@ -196,8 +182,6 @@ int Main(int argc, char** argv) {
     if (!machine.driver.version)
       return Complain("--driver-version " + options.driverVersion + ": expected A.B.C.D", kBadInput);
   }
-  if (run->parsed())
-    if (const auto error = ReadCalls(options)) return Complain(*error, kBadInput);
   machine.engine.otherClient = Utf8ToUtf16(options.lockHeld);
   machine.engine.grantSecondLock = options.secondLock == "grant";
   if (const auto error = LoadRegistry(options.machineFiles, machine.registry))

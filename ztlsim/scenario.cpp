@@ -76,18 +76,19 @@ class SimulatedProcess final : public Process {
   INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) override {
     return simulated::CreateLanConnection(adapter);
   }
-  void ShowPages(std::span<const HPROPSHEETPAGE> pages, const PageInput& input) override {
+  bool ShowPages(std::span<const HPROPSHEETPAGE> pages, const PageInput& input) override {
     simulated::PropertySheet sheet(pages);
-    if (!sheet.Open()) return;
+    if (!sheet.Open()) return false;
     ShownPage& page = pages_.emplace_back();
     page.title = sheet.Title();
     page.opened = sheet.Controls();
     for (const auto& [control, text] : input.texts) sheet.Type(control, text, true);
     page.closed = sheet.Controls();
     page.applyEnabled = sheet.ApplyEnabled();
-    if (input.button == PageButton::Ok) sheet.PressOk();
-    if (input.button == PageButton::Apply) sheet.PressApply();
+    const bool applied = (input.button == PageButton::Ok && sheet.PressOk()) ||
+                         (input.button == PageButton::Apply && sheet.PressApply());
     if (sheet.IsOpen()) sheet.PressCancel();
+    return applied;
   }
   ModuleEntries LoadModule() override {
     Load(loadedByProcess_);
@@ -141,6 +142,7 @@ ScenarioResult RunScenario(const CallOptions& options, bool asProcess) {
   result.bindingsBefore = ReadBindings();
   if (options.scenario == Scenario::Install) result.inf = SearchInfFiles();
   const std::unique_ptr<simulated::Registry> registryBefore = machine.registry.Copy();
+  machine.debugOutput.clear();  // of what went before
   {
     const LogCapture capture(machine, result.log);
     SimulatedProcess process(options.scenario, asProcess, result.pages);

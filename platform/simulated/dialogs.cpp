@@ -46,7 +46,9 @@ class Edit final : public Window {
     }
     std::size_t taken = 0;
     for (const char16_t character : text)
-      if (shown.text.size() < shown.limit) {
+      if (character < u' ' || character == 0x7F) {
+        continue;  // no text comes from these keys
+      } else if (shown.text.size() < shown.limit) {
         shown.text += character;
         ++taken;
         TextChanged();
@@ -268,11 +270,14 @@ bool PropertySheet::Open() {
   sheet_ = dialogs.Add(std::make_unique<Sheet>());
   page_ = dialogs.CreateDialogIndirect({bytes, platform::SizeofResource(page->hInstance, resource)}, sheet_,
                                        page->pfnDlgProc, reinterpret_cast<LPARAM>(page));
-  if (page_ != nullptr)
-    Notify(PSN_SETACTIVE, 0);
-  else
+  if (page_ == nullptr) {
     Close();
-  return page_ != nullptr;
+    return false;
+  }
+  // Filling the page's fields is no change: the button is disabled once the page is there.
+  static_cast<Sheet*>(dialogs.Find(sheet_))->applyEnabled = false;
+  Notify(PSN_SETACTIVE, 0);
+  return true;
 }
 
 void PropertySheet::Close() {
@@ -313,7 +318,7 @@ std::size_t PropertySheet::Type(int id, std::u16string_view text, bool clearFirs
 
 bool PropertySheet::PressCancel() {
   if (!IsOpen() || Notify(PSN_QUERYCANCEL, 0) != 0) return false;
-  Notify(PSN_RESET, 1);
+  Notify(PSN_RESET, 0);  // by the button, not by the title bar
   Close();
   return true;
 }

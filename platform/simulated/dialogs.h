@@ -99,7 +99,7 @@ class PropertySheet {
   bool ApplyEnabled() const;
 
   // Types at the end of a control's text, after emptying it if so wanted, one key after the other. Returns how many
-  // characters the control took.
+  // characters the control took; control characters are none.
   std::size_t Type(int id, std::u16string_view text, bool clearFirst = false);
 
   // Each is false when the button is disabled or the page refuses. OK and Cancel close the sheet.

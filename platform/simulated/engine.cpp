@@ -254,7 +254,7 @@ class BindingPath final : public Object<Implements<INetCfgBindingPath, IID_INetC
   HRESULT GetPathToken(char16_t** token) override {
     *token = nullptr;
     const Call call(Operation::GetPathToken, {.name = token_.c_str()});
-    if (call.Fails()) return call.Result();
+    if (call.Result() != S_OK) return call.Result();  // a token comes with S_OK alone
     return call.Answer(session_->initialized ? call.Result(CopyToTask(token_, token)) : NETCFG_E_NOT_INITIALIZED);
   }
 

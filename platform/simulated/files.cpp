@@ -19,13 +19,25 @@ namespace {
 constexpr int kFirstDescriptor = 3;
 constexpr int kLockTries = 10;
 
-// The part of a path below the drive's root, with slashes; false for a path of another form.
+// The part of a path below the drive's root, with slashes; false for a path of another form. Like Windows, no ".."
+// leads out of the root.
 bool BelowRoot(std::string_view path, std::string& relative) {
-  if (path.size() >= 2 && (path[0] == 'C' || path[0] == 'c') && path[1] == ':') path.remove_prefix(2);
-  if (path.empty() || (path[0] != '\\' && path[0] != '/')) return false;
-  path.remove_prefix(path.find_first_not_of("\\/") == path.npos ? path.size() : path.find_first_not_of("\\/"));
-  relative = path;
-  std::replace(relative.begin(), relative.end(), '\\', '/');
+  const bool hasDrive = path.size() >= 2 && (path[0] == 'C' || path[0] == 'c') && path[1] == ':';
+  if (hasDrive) path.remove_prefix(2);
+  const auto isSlash = [](char c) { return c == '\\' || c == '/'; };
+  if (path.empty() || !isSlash(path[0]) || (!hasDrive && path.size() > 1 && isSlash(path[1]))) return false;
+  relative.clear();
+  while (!path.empty()) {
+    const std::string_view name = path.substr(0, path.find_first_of("\\/"));
+    path.remove_prefix(std::min(name.size() + 1, path.size()));
+    if (name == "..") {
+      const std::size_t slash = relative.rfind('/');
+      relative.erase(slash == relative.npos ? 0 : slash);
+    } else if (!name.empty() && name != ".") {
+      if (!relative.empty()) relative += '/';
+      relative += name;
+    }
+  }
   return true;
 }
 

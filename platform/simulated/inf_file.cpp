@@ -181,6 +181,7 @@ class InfFile::Parser {
 };
 
 LSTATUS InfFile::Read(std::string_view bytes, UINT& errorLine, bool untilSignature) {
+  strings_.reset();  // what is read may move their texts, and add to them
   return Parser(*this, DecodeSetupText(bytes)).Run(errorLine, untilSignature);
 }
 

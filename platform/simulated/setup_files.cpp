@@ -63,7 +63,8 @@ bool HasExtension(std::u16string_view name, std::u16string_view extension) {
 
 // The file of the stored form beside an INF.
 std::u16string StoredFormPath(std::u16string_view inf) {
-  return std::u16string(inf.substr(0, inf.rfind(u'.'))) + u".PNF";
+  const std::size_t dot = inf.find_last_of(u".\\/");
+  return std::u16string(inf.substr(0, dot != inf.npos && inf[dot] == u'.' ? dot : inf.npos)) + u".PNF";
 }
 
 // Reads an INF for its contents. ERROR_SUCCESS, or why it is none.

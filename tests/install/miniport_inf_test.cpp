@@ -73,6 +73,7 @@ TEST_F(MiniportInfTest, VersionsAreReadAsNumbers) {
                {u"5", 0x05000000, kNone},
                {u" 4. 17.300.1.9", 0x04112C00, 1},
                {u"-1.+2.x.-1", 0xFF020000, 0xFFFFFFFF},
+               {u"\x00A0\xFF14.\x3000\x0661\x0667.\x200B", 0x04110000, kNone},
                {u"..7.", 0x00000700, 0},
                {u"4,5.6", 0x04060000, kNone},
                {u"99999999999.0.99999999999999999999.-99999999999", 0xFF00FF00, 0x80000000},
@@ -220,6 +221,26 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
     EXPECT_EQ(ReadFile(inf_ / "ZTL2000M.INF"), isCopied ? miniport : "older");
   }
   EXPECT_FALSE(fs::exists(inf_ / "oem4.inf"));  // the same file is there already
+}
+
+// Nobody knows why, or the list has become longer: what is not there is not read.
+TEST_F(MiniportInfTest, AListThatCannotBeHadEndsTheSearch) {
+  Inf("oem0.inf", "d,1");
+  const auto lengthen = [this](Operation operation, const simulated::Arguments&) {
+    if (operation == Operation::CoTaskMemAlloc) Inf("oem1.inf", "d,1");
+    return false;
+  };
+  for (const std::uint64_t call : {1, 2}) {
+    machine_.faults = {{.operation = Operation::SetupGetInfFileListW, .first = call, .code = 0}};
+    char16_t* path = nullptr;
+    EXPECT_EQ(ztl::HrGetProtocolInf(kInfDirectory, &path), 0);
+    EXPECT_EQ(path, nullptr);
+    EXPECT_EQ(TakeLog(), Strings{call == 1 ? "HrGetProtocolInf: SetupGetInfFileListW rc=0"
+                                           : "HrGetProtocolInf: SetupGetInfFileListW 2 rc=0"});
+  }
+  machine_.faults = {{.matches = lengthen}};
+  EXPECT_EQ(Find(), "8007007a");
+  EXPECT_EQ(TakeLog(), Strings{"HrGetProtocolInf: SetupGetInfFileListW 2 rc=8007007a"});
 }
 
 TEST_F(MiniportInfTest, WhatIsMissingEndsTheCopyWithItsCode) {

@@ -50,6 +50,8 @@ class Path final : public INetCfgBindingPath {
   HRESULT IsEnabled() override { return enabled; }
   HRESULT Enable(BOOL) override { return E_NOTIMPL; }
   HRESULT GetPathToken(char16_t** text) override {
+    static char16_t notMemory[] = u"stale";
+    *text = notMemory;  // nobody's to free
     if (token != S_OK) return token;
     *text = static_cast<char16_t*>(CoTaskMemAlloc(8));
     std::copy_n(u"a%b", 4, *text);

@@ -36,6 +36,8 @@ VERSION = "HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\ztl_host.exe"
 
 SAMPLES = HERE.parent.parent / "samples"
 SCENARIOS = "install upgrade remove notify reinstall register unregister load".split()
+CONNECTION = ["--adapter", "{635699C6-F3BE-4629-BCED-47AB3C5D1AEE}"]  # the laptop's
+LONG = "x" * 300
 REPAIRING = "upgrade reinstall load".split()
 # Scenarios, the samples they run on ("*" for all), Wine's name of the Windows version, and options of both sides.
 TABLE = [
@@ -43,6 +45,14 @@ TABLE = [
     (SCENARIOS, ["windows-5.2"], "winxp64", []),
     (REPAIRING, ["loop", "two-loops", "windows-5.2"], "winxp64", ["--second-lock", "refuse"]),
     (REPAIRING, ["loop", "windows-5.2"], "winxp64", ["--lock-held", "an installer"]),
+    (["notify"], ["laptop"], "win10", ["--change", "0x20001"]),
+    (["notify"], ["laptop"], "win10", ["--path", "qro_ztl->PCI\\VEN_1=off"]),
+    (["notify"], ["laptop"], "win10", ["--path", "ms_tcpip->x=error", "--change", "9"]),
+    (["properties"], ["*"], "win10", ["--param1", "first", "--bundle-id", "b-7"]),
+    (["properties"], ["laptop"], "win10", [*CONNECTION, "--bundle-id", LONG, "--again"]),
+    (["properties"], ["laptop"], "win10", [*CONNECTION, "--bundle-id", "field-0117", "--page", "apply"]),
+    (["properties"], ["laptop"], "win10", [*CONNECTION, "--param1", "x", "--page", "cancel", "--again"]),
+    (["properties"], ["laptop"], "win10", [*CONNECTION, "--page", "apply"]),
 ]
 
 
@@ -140,6 +150,7 @@ def outcome(told, process, log, registry, output):
         "log": log_lines(log, process),
         "debugger output": [without_process(text, process) for text in told["debugger_output"]],
         "engine requests": told["engine_requests"],
+        "property page": json.dumps(told["page"], ensure_ascii=False, indent=1).splitlines(),
         "standard output": output,
         "time waited": [str(told["elapsed_ms"])],
     }
@@ -147,7 +158,7 @@ def outcome(told, process, log, registry, output):
 
 def real_commands(case, number):
     """The batch that brings the registry to the machine's state and runs the scenario with the shipped DLL."""
-    options = " ".join(f'"{option}"' for option in case.options)
+    options = " ".join("--again yes" if option == "--again" else f'"{option}"' for option in case.options)
     return [f"reg import {number}\\import.reg",
             "del C:\\windows\\temp\\ztlinst.log* 2>nul",
             f"ztl_host.exe run {case.scenario} --job {number}\\job.json --report {number}\\report.json "
@@ -230,6 +241,7 @@ def self_test(folder):
         "log": ("log.txt", b"INFO: OrderIM: success", b"WARN: OrderIM: success"),
         "debugger output": ("report.json", b"INFO:--> ::Initialize", b"INFO:--> ::Initialise"),
         "engine requests": ("report.json", b"Uninitialize = 0x0", b"Uninitialize = 0x8"),
+        "property page": ("report.json", b'"page":null', b'"page":0'),
         "standard output": ("output.txt", b"", b"more"),
         "time waited": ("report.json", b'"elapsed_ms":0', b'"elapsed_ms":1'),
     }

@@ -64,6 +64,8 @@ INetCfg* CreateTransaction() { return simulated::CreateTransaction(); }
 
 INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() { return simulated::CreatePnpReconfigCallback(); }
 
+INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) { return simulated::CreateLanConnection(adapter); }
+
 void StartEngine(const char16_t* otherClient, bool grantSecondLock) {
   g_host.engine.otherClient = otherClient;
   g_host.engine.grantSecondLock = grantSecondLock;

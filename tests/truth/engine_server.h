@@ -9,6 +9,7 @@ namespace ztl_truth {
 // Each object carries one reference, which the caller releases.
 using CreateTransaction = platform::INetCfg*();
 using CreatePnpReconfigCallback = platform::INetCfgPnpReconfigCallback*();
+using CreateLanConnection = platform::INetLanConnectionUiInfo*(const platform::GUID& adapter);
 
 // `otherClient` (null-terminated; empty for none) holds the write lock all the time; `grantSecondLock` tells whether a
 // second session of the process gets it. From now on requests are recorded.

@@ -4,8 +4,9 @@
 #include "platform/system_info.h"
 #include "tests/truth/engine_server.h"
 #include "tests/truth/real_registry.h"
+#include "tests/truth/real_sheet.h"
 #include "tests/truth/write_lines.h"
-#include "ztlsim/calls.h"
+#include "ztlsim/arguments.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
 
@@ -80,6 +81,15 @@ class RealProcess final : public ztlsim::Process {
   platform::INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override {
     return Find<ztl_truth::CreatePnpReconfigCallback>(engine_.library, "CreatePnpReconfigCallback")();
   }
+  platform::INetLanConnectionUiInfo* CreateLanConnection(const platform::GUID& adapter) override {
+    return Find<ztl_truth::CreateLanConnection>(engine_.library, "CreateLanConnection")(adapter);
+  }
+  bool ShowPages(std::span<const platform::HPROPSHEETPAGE> pages, const ztlsim::PageInput& input) override {
+    bool applied = false;
+    shownPages_.push_back(ztl_truth::UseSheet(pages, input, applied));
+    return applied;
+  }
+  const Json& ShownPages() const { return shownPages_; }
   ztlsim::ModuleEntries LoadModule() override {
     module_ = LoadLibraryW(L"C:\\Windows\\System32\\ztli64x.dll");
     if (module_ == nullptr) Complain("cannot load the module");
@@ -98,6 +108,7 @@ class RealProcess final : public ztlsim::Process {
   }
 
   const Engine& engine_;
+  Json shownPages_ = Json::array();
   HMODULE module_ = nullptr;
 };
 
@@ -108,14 +119,21 @@ Json Run(const std::string& scenario, std::map<std::string, std::string>& option
   RealProcess process(engine);
   for (const auto& [name, known] : ztlsim::kScenarios) {
     if (name != scenario) continue;
+    ztlsim::CallOptions calls{};
+    calls.scenario = known;
+    for (const auto& [option, text] : options)
+      if (ztlsim::ReadCallOption(option, text, calls)) Complain("cannot use the option", option);
     report["result"] = Json::object();
-    for (const auto& [method, hr] : ztlsim::MakeCalls(known, process)) {
+    for (const auto& [method, hr] : ztlsim::MakeCalls(calls, process)) {
       char text[16];
       std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(hr));
       report["result"][method] = text;
     }
   }
   if (report.is_null()) Complain("no scenario", scenario);
+  const Json& pages = process.ShownPages();
+  report["page"] = pages.empty() ? Json(nullptr) : pages[0];
+  if (pages.size() > 1) report["page"]["again"] = pages[1]["opened"];
   std::istringstream lines(engine.report());
   std::int64_t waited = 0;
   std::int64_t objects = 0;

@@ -15,6 +15,8 @@ REGISTERED = (f"[{CLASSES}\\{NOTIFY_CLASS}]\r\n@=\"ZTL Filter Configuration Noti
               "\"ThreadingModel\"=\"Apartment\"\r\n\r\n")
 ENGINE = (f"[{CLASSES}\\{ENGINE_CLASS}\\InprocServer32]\r\n@=\"C:\\\\truth\\\\ztl_engine.dll\"\r\n"
           "\"ThreadingModel\"=\"Both\"\r\n\r\n")
+# Windows without a screen.
+NO_SCREEN = "[HKEY_CURRENT_USER\\Software\\Wine\\Drivers]\r\n\"Graphics\"=\"null\"\r\n\r\n"
 
 
 class Prefix:
@@ -36,8 +38,10 @@ class Prefix:
         for binary in self.binaries:
             place = self.drive / "windows" / "system32" if binary.endswith("ztli64x.dll") else self.folder
             shutil.copy(binary, place)
-        self.write("classes.reg", HEADER + ENGINE + REGISTERED)
+        self.write("classes.reg", HEADER + NO_SCREEN + ENGINE + REGISTERED)
         self.batch(["reg import classes.reg"])
+        for option in "-k", "-w":  # what runs already has looked for a screen
+            subprocess.run(["wineserver", option], env=self.environment, check=False)
         return self
 
     def __exit__(self, *_):
