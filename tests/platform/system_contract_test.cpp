@@ -15,6 +15,7 @@
 #include "platform/module.h"
 #include "platform/system_info.h"
 #include "tests/platform/contract_fixture.h"
+#include "tests/support/built_file.h"
 // After the platform's headers.
 #ifdef _WIN32
 #include <process.h>
@@ -67,7 +68,7 @@ TEST_F(SystemContract, AResourceIsFoundByItsNumberAndTypeAndIsItsFile) {
   ASSERT_NE(script, nullptr);
   EXPECT_EQ(FindResourceW(nullptr, ResourceId(40001), u"Registry"), script);
   const auto* const data = static_cast<const char*>(LoadResourceData(nullptr, script));
-  std::ifstream file(ZTL_SOURCE_DIR "/notify/resources/registration.rgs", std::ios::binary);
+  std::ifstream file(ztl_test::BuiltFile(ZTL_SOURCE_DIR "/notify/resources/registration.rgs"), std::ios::binary);
   EXPECT_EQ(std::string(data, SizeofResource(nullptr, script)), std::string(std::istreambuf_iterator<char>(file), {}));
   const HRSRC dialog = FindResourceW(nullptr, ResourceId(1850), ResourceId(RT_DIALOG));
   EXPECT_EQ(SizeofResource(nullptr, dialog), 214u);

@@ -9,6 +9,7 @@ import argparse
 import difflib
 import itertools
 import json
+import os
 import pathlib
 import random
 import re
@@ -134,7 +135,7 @@ def registry_lines(registry):
 
 
 def log_lines(path, process):
-    """The lines of a log without what differs from process to process: time stamps, the process's id and command line."""
+    """The lines of a log without what differs from process to process: time stamps, its id and command line."""
     lines = path.read_bytes().decode("utf-8").split("\r\n") if path.exists() else []
     return [without_process(re.sub(r"^\d\d/\d\d/\d\d \d\d:\d\d:\d\d: ", "", line), process) for line in lines]
 
@@ -192,23 +193,38 @@ def read_real(folder):
     told = json.loads((folder / "report.json").read_text("utf-8"))
     if told["objects_left"]:
         raise SystemExit(f"{told['objects_left']} objects of the engine were not released")
-    registry = {(f"HKEY_LOCAL_MACHINE\\{key}", value[0] if value else None): value[1:] for key, *value in told["registry"]}
+    registry = {(f"HKEY_LOCAL_MACHINE\\{key}", value[0] if value else None): value[1:]
+                for key, *value in told["registry"]}
     output = (folder / "output.txt").read_text("utf-8").splitlines()
-    return told["os"], outcome(told, told["process"], folder / "log.txt", registry, output)
+    return outcome(told, told["process"], folder / "log.txt", registry, output)
 
 
-def simulate(ztlsim, case, system, folder, drive):
-    """Runs the scenario in the simulation. A Windows program is given paths of Wine's drives."""
-    windows = ztlsim[-1].endswith(".exe")
-    place = (lambda path: "C:\\" + str(path.relative_to(drive)).replace("/", "\\")) if windows else str
-    return [*ztlsim, "run", case.scenario, "--process", "--json", "--machine", place(folder / "machine.reg"), "--os", system,
-            "--root", place(folder / "root"), "--out", place(folder / "after.reg"), *case.options]
+def simulate(prefix, ztlsim, cases):
+    """Runs the simulations of {number: case}; those of a Windows program in one start of Wine."""
+    windows = ztlsim.endswith(".exe")
+    batch = []
+    for number, case in cases.items():
+        folder = prefix.folder / str(number)
+        system = json.loads((folder / "report.json").read_text("utf-8"))["os"]
+        place = f"C:\\truth\\{number}\\" if windows else f"{folder}/"
+        program = "Z:" + os.path.abspath(ztlsim).replace("/", "\\") if windows else ztlsim
+        command = [program, "run", case.scenario, "--process", "--json", "--machine", f"{place}machine.reg",
+                   "--os", system, "--root", f"{place}root", "--out", f"{place}after.reg", *case.options]
+        if windows:
+            quoted = " ".join(f'"{word}"' for word in command)
+            batch.append(f"{quoted} > {number}\\simulated.json 2> {number}\\errors.txt")
+        else:
+            with open(folder / "simulated.json", "wb") as output, open(folder / "errors.txt", "wb") as errors:
+                subprocess.run(command, stdout=output, stderr=errors, check=False, timeout=60)
+    if batch:
+        prefix.batch(batch)
 
 
-def read_simulated(folder, run):
-    if run.returncode not in (0, 1):
-        raise SystemExit(f"ztlsim failed: {run.stderr.decode()}")
-    told = json.loads(run.stdout)
+def read_simulated(folder):
+    told = (folder / "simulated.json").read_text("utf-8")
+    if not told:
+        raise SystemExit(f"ztlsim failed: {(folder / 'errors.txt').read_text()}")
+    told = json.loads(told)
     process = {"id": 1234, "command_line": "C:\\Windows\\System32\\svchost.exe -k netsvcs"}
     log = folder / "root" / "Windows" / "temp" / "ztlinst.log"
     return outcome(told, process, log, read_registry(folder / "after.reg"), told["standard_output"].splitlines())
@@ -224,13 +240,10 @@ def differences(simulated, real):
     return found
 
 
-def check(prefix, ztlsim, case, number):
-    """Runs the simulation of what the real process has done: the differences, and the real process's outcome."""
-    folder = prefix.folder / str(number)
-    system, real = read_real(folder)
-    run = subprocess.run(simulate(ztlsim, case, system, folder, prefix.drive), env=prefix.environment,
-                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False, timeout=60)
-    return differences(read_simulated(folder, run), real), real
+def check(folder):
+    """How the simulation differs from the real process, and that one's outcome."""
+    real = read_real(folder)
+    return differences(read_simulated(folder), real), real
 
 
 def self_test(folder):
@@ -245,13 +258,13 @@ def self_test(folder):
         "standard output": ("output.txt", b"", b"more"),
         "time waited": ("report.json", b'"elapsed_ms":0', b'"elapsed_ms":1'),
     }
-    _, real = read_real(folder)
+    real = read_real(folder)
     for kind, (name, old, new) in planted.items():
         path = folder / name
         original = path.read_bytes()
         assert old in original, f"nothing to plant a difference of {kind} in"
         path.write_bytes(original.replace(old, new, 1))
-        found = differences(real, read_real(folder)[1])
+        found = differences(real, read_real(folder))
         path.write_bytes(original)
         assert list(found) == [kind], f"a planted difference of {kind} was seen as {list(found)}"
     assert set(planted) == set(real)
@@ -278,10 +291,10 @@ def compare(prefix, arguments, cases):
     for number, case in enumerate(cases):
         prepare(prefix, case, number)
     prefix.batch([line for number, case in enumerate(cases) for line in real_commands(case, number)])
-    ztlsim = [arguments.wine] * arguments.ztlsim.endswith(".exe") + [arguments.ztlsim]
+    simulate(prefix, arguments.ztlsim, dict(enumerate(cases)))
     wrong, tested = 0, False
     for number, case in enumerate(cases):
-        found, _ = check(prefix, ztlsim, case, number)
+        found, _ = check(prefix.folder / str(number))
         for kind, diff in found.items():
             print(f"--- {case.name} ({case.scenario}, {case.windows}): {kind}\n{diff}")
         wrong += bool(found)

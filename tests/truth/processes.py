@@ -92,7 +92,7 @@ def check_rotations(prefix):
     assert len(cut) <= 2 * (len(reports) - 1), f"{len(cut)} cut lines in the backup, the first {cut[0][:200]}"
     begun = {name: min(kept, default=900) for name, kept in numbers.items()}
     lost = sum(begun[name] - len({number for number in kept if number < begun[name]}) for name, kept in backup.items())
-    print(f"5 writers, {rotations} times a process rotated: the log whole, {lost} older numbered lines in neither file, "
+    print(f"5 writers, {rotations} rotations by one of them: the log whole, {lost} older numbered lines in neither, "
           f"{len(cut)} cut lines in the backup")
 
 
@@ -129,7 +129,8 @@ def check_kills(prefix, ztlsim):
                                 path, windows)
             compare.prepare(prefix, case, name)
             prefix.batch(compare.real_commands(case, name))
-            found, real = compare.check(prefix, ztlsim, case, name)
+            compare.simulate(prefix, ztlsim, {name: case})
+            found, real = compare.check(prefix.folder / name)
             assert not found, "\n".join([case.name, *found.values()])
             scanned = any("NDIS bindings" in line for line in real["log"])
             assert scanned != marker, f"{case.name}: the loop pass"
@@ -142,13 +143,12 @@ def main():
     parser.add_argument("--ztlsim", required=True, help="a program of this machine, or ztlsim.exe")
     parser.add_argument("--wine", default="wine")
     arguments = parser.parse_args()
-    ztlsim = [arguments.wine] * arguments.ztlsim.endswith(".exe") + [arguments.ztlsim]
     with Prefix(arguments.wine, arguments.binaries) as prefix:
         for check in (check_without_rotation, check_rotations):
             for path in prefix.log.parent.glob("ztlinst.log*"):
                 path.unlink()
             check(prefix)
-        check_kills(prefix, ztlsim)
+        check_kills(prefix, arguments.ztlsim)
 
 
 if __name__ == "__main__":

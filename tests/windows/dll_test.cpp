@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "install/registry_tree.h"
+#include "tests/support/built_file.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
 // Behind <windows.h>.
@@ -65,7 +66,7 @@ class DllTest : public testing::Test {
     log_ = fs::path(text) / "temp" / "ztlinst.log";
     fs::remove(log_);
     for (const wchar_t* key : {kClassKey, kService, kProduct}) RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
-    ASSERT_NE(dll_ = LoadLibraryW(fs::path(ZTLI64X_DLL).c_str()), nullptr);
+    ASSERT_NE(dll_ = LoadLibraryW(ztl_test::BuiltFile(ZTLI64X_DLL).c_str()), nullptr);
     GetModuleFileNameW(dll_, text, MAX_PATH);
     path_ = text;
   }
@@ -145,7 +146,7 @@ TEST_F(DllTest, TheSystemReadsItsVersionBlock) {
 }
 
 TEST_F(DllTest, ItsResourcesAreTheScriptAndTheDialog) {
-  std::ifstream file(ZTL_SOURCE_DIR "/notify/resources/registration.rgs", std::ios::binary);
+  std::ifstream file(ztl_test::BuiltFile(ZTL_SOURCE_DIR "/notify/resources/registration.rgs"), std::ios::binary);
   EXPECT_EQ(Resource(L"REGISTRY", 40001), std::string(std::istreambuf_iterator<char>(file), {}));
   std::wstring expected = {0x00C0, 0x80C8, 0, 0, 4, 0, 0, 232, 151, 0, 0};  // no menu, the default class
   expected.append(L"General\0\x08MS Shell Dlg\0", 22);
