@@ -34,11 +34,12 @@ std::optional<std::string> CopyInto(const fs::path& file, const fs::path& destin
   std::error_code error;
   fs::create_directories(destination.parent_path(), error);
   if (error) return Trouble(destination.parent_path(), error);
-  if (fs::equivalent(file, destination, error)) return std::nullopt;
   if (!fs::is_regular_file(file, error))
     return Trouble(file, error ? error : std::make_error_code(std::errc::is_a_directory));
-  fs::copy_file(file, destination, fs::copy_options::overwrite_existing, error);
-  return error ? Trouble(file, error) : std::nullopt;
+  LSTATUS rc = ERROR_SUCCESS;
+  const std::optional<std::string> bytes = simulated::ReadFile(file, rc);
+  return bytes ? simulated::WriteFileWhole(destination, *bytes)
+               : Trouble(file, std::make_error_code(std::errc::permission_denied));
 }
 
 std::optional<std::string> CopyDirectory(const fs::path& directory, const fs::path& destination) {

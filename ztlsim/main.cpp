@@ -88,10 +88,10 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
   }
   int status = kSuccess;
   if (!options.out.empty())
-    if (const auto error = WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
+    if (const auto error = platform::simulated::WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
       status = Complain(*error, kMethodFailed);
   if (!options.changes.empty())
-    if (const auto error = WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
+    if (const auto error = platform::simulated::WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
       status = Complain(*error, kMethodFailed);
   for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
   const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)

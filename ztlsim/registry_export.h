@@ -33,7 +33,4 @@ std::optional<InputError> ReadRegistryExport(const std::string& file, std::strin
 // The whole registry as the bytes of an export. Links are left out: their targets are written under their own names.
 std::string FormatRegistryExport(const platform::simulated::Registry& registry);
 
-// Writes `bytes` to `path` so that an earlier file survives a failure. A result says what went wrong.
-std::optional<std::string> WriteFileWhole(const std::string& path, std::string_view bytes);
-
 }  // namespace ztlsim

@@ -1,13 +1,7 @@
 #include "ztlsim/registry_export_writer.h"
 
 #include <bit>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <memory>
-#include <random>
-#include <system_error>
 #include <utility>
 
 #include "ztlsim/registry_export.h"
@@ -15,7 +9,6 @@
 namespace ztlsim {
 namespace {
 
-namespace fs = std::filesystem;
 using platform::BYTE;
 using platform::REG_BINARY;
 using platform::REG_DWORD;
@@ -28,11 +21,6 @@ using platform::simulated::RegistryValue;
 static_assert(std::endian::native == std::endian::little);
 
 constexpr std::u16string_view kDigits = u"0123456789abcdef";
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
 
 // Whether quotes can hold the text: whole characters, one NUL, at the end, and no line break, which would go into the
 // file raw.
@@ -56,15 +44,6 @@ void WriteTree(RegistryExportWriter& writer, const RegistryKey& key, const std::
 }
 
 // Whether everything arrived; if not, `errno` says why. `file` may be null: a failed open.
-bool WriteAndClose(File file, std::string_view bytes) {
-  if (!file) return false;
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-  const int error = errno;
-  const bool closed = std::fclose(file.release()) == 0;
-  if (!written) errno = error;
-  return written && closed;
-}
-
 }  // namespace
 
 RegistryExportWriter::RegistryExportWriter() { Put(u"\xFEFFWindows Registry Editor Version 5.00\r\n\r\n"); }
@@ -167,33 +146,6 @@ std::string FormatRegistryExport(const Registry& registry) {
     if (!hive->link) WriteTree(writer, *hive, hive->name);
   }
   return writer.Finish();
-}
-
-std::optional<std::string> WriteFileWhole(const std::string& path, std::string_view bytes) {
-  const auto failed = [&](const std::string& why) { return path + ": " + why; };
-  std::error_code error;
-  const fs::file_status earlier = fs::symlink_status(path, error);
-  // A device, a pipe or a link is written to where it is. (/dev/stdout is a link, and must stay one.)
-  if (fs::exists(earlier) && !fs::is_regular_file(earlier)) {
-    if (WriteAndClose(File(std::fopen(path.c_str(), "wb")), bytes)) return std::nullopt;
-    return failed(std::strerror(errno));
-  }
-
-  const fs::path temporary =
-      fs::path(path).replace_filename("ztlsim-" + std::to_string(std::random_device()()) + ".tmp");
-  File file(std::fopen(temporary.string().c_str(), "wb"));
-  if (!file) return failed(std::strerror(errno));
-  std::string trouble;
-  if (!WriteAndClose(std::move(file), bytes)) {
-    trouble = std::strerror(errno);
-  } else {
-    if (fs::exists(earlier)) fs::permissions(temporary, earlier.permissions(), error);
-    fs::rename(temporary, path, error);
-    if (!error) return std::nullopt;
-    trouble = error.message();
-  }
-  fs::remove(temporary, error);
-  return failed(trouble);
 }
 
 }  // namespace ztlsim

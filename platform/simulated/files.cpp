@@ -62,22 +62,6 @@ std::u16string FileName(const std::filesystem::path& path) {
 #endif
 }
 
-std::optional<std::string> ReadFile(const std::filesystem::path& path, LSTATUS& error) {
-  std::error_code ignored;
-  error = std::filesystem::exists(path, ignored)                 ? ERROR_ACCESS_DENIED
-          : std::filesystem::exists(path.parent_path(), ignored) ? ERROR_FILE_NOT_FOUND
-                                                                 : ERROR_PATH_NOT_FOUND;
-  if (!std::filesystem::is_regular_file(path, ignored)) return std::nullopt;
-  std::ifstream file(path, std::ios::binary);
-  const std::uintmax_t size = std::filesystem::file_size(path, ignored);
-  if (!file || ignored) return std::nullopt;
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  if (file.bad()) return std::nullopt;
-  bytes.resize(static_cast<std::size_t>(file.gcount()));
-  return bytes;
-}
-
 std::filesystem::path Files::RealPath(const char* path) const {
   std::string relative;
   return root.empty() || !BelowRoot(path, relative) ? std::filesystem::path() : Locate(relative);
@@ -268,14 +252,15 @@ BOOL CopyFileW(const char16_t* existing, const char16_t* copy, BOOL failIfExists
   std::error_code error;
   if (!fs::exists(from, error))
     return fail(fs::exists(from.parent_path(), error) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
-  if (!fs::is_regular_file(from, error)) return fail(ERROR_ACCESS_DENIED);
   if (!fs::exists(to.parent_path(), error)) return fail(ERROR_PATH_NOT_FOUND);
   if (fs::exists(to, error)) {
     if (failIfExists != 0) return fail(ERROR_FILE_EXISTS);
     if (!fs::is_regular_file(to, error)) return fail(ERROR_ACCESS_DENIED);
     if (fs::equivalent(from, to, error)) return fail(ERROR_SHARING_VIOLATION);
   }
-  return fs::copy_file(from, to, fs::copy_options::overwrite_existing, error) ? 1 : fail(ERROR_ACCESS_DENIED);
+  LSTATUS rc = ERROR_SUCCESS;
+  const std::optional<std::string> bytes = simulated::ReadFile(from, rc);
+  return bytes && !simulated::WriteFileWhole(to, *bytes) ? 1 : fail(ERROR_ACCESS_DENIED);
 }
 
 }  // namespace platform

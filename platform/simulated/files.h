@@ -6,18 +6,16 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/simulated/whole_file.h"
 
 namespace platform::simulated {
 
 std::u16string FileName(const std::filesystem::path& path);  // its last part
-// The whole of a regular file. When there is none: nothing, with `error` set to the system's code.
-std::optional<std::string> ReadFile(const std::filesystem::path& path, LSTATUS& error);
 
 class Files {
  public:

@@ -2,7 +2,6 @@
 #include "platform/setup_files.h"
 
 #include <algorithm>
-#include <fstream>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -87,22 +86,6 @@ BOOL WithInf(HINF handle, Use&& use) {
   const std::lock_guard lock(machine.mutex);
   const auto inf = machine.openInfs.find(handle);
   return inf == machine.openInfs.end() ? Fail(ERROR_INVALID_HANDLE) : use(*inf->second);
-}
-
-// Writes a file whole or not at all.
-bool WriteWhole(const fs::path& path, std::string_view bytes) {
-  fs::path temporary = path;
-  temporary += ".tmp";
-  std::error_code error;
-  {
-    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (file) fs::rename(temporary, path, error);
-    if (file && !error) return true;
-  }
-  fs::remove(temporary, error);
-  return false;
 }
 
 // The number of a name of the form oemN.inf.
@@ -252,10 +235,10 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
     // The stored form comes first: an INF without one would have lost where it came from.
     if (mediaType == SPOST_NONE) {
       fs::remove(stored, error);
-    } else if (!WriteWhole(stored, StoredForm(media))) {
+    } else if (simulated::WriteFileWhole(stored, StoredForm(media))) {
       return Fail(ERROR_ACCESS_DENIED);
     }
-    if (!isThere && !WriteWhole(files.RealPath(path.c_str()), *bytes)) {
+    if (!isThere && simulated::WriteFileWhole(files.RealPath(path.c_str()), *bytes)) {
       fs::remove(stored, error);
       return Fail(ERROR_ACCESS_DENIED);
     }

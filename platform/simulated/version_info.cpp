@@ -66,7 +66,7 @@ std::optional<DWORD> Entry(Bytes resources, std::size_t directory, std::optional
     const std::size_t entry = directory + 16 + i * 8;
     const std::optional<DWORD> target = At<DWORD>(resources, entry + 4);
     if (!target) return std::nullopt;
-    if (!id || *At<WORD>(resources, entry) == *id) return target;
+    if (!id || *At<DWORD>(resources, entry) == DWORD{*id}) return target;
   }
   return std::nullopt;
 }

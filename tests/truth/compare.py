@@ -7,6 +7,7 @@ planted difference of each kind.
 """
 import argparse
 import difflib
+import hashlib
 import itertools
 import json
 import os
@@ -33,6 +34,8 @@ KEYS = [  # all that the module may touch
     "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
     f"{CLASSES}\\{NOTIFY_CLASS}",
 ]
+DRIVER = "Windows/System32/drivers/ztl2000.sys"
+INF_FOLDER = "Windows/Inf"
 VERSION = "HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\ztl_host.exe"
 
 SAMPLES = HERE.parent.parent / "samples"
@@ -64,6 +67,28 @@ class Case:
     machine: pathlib.Path
     windows: str = "win10"
     options: list = field(default_factory=list)
+    files: dict = field(default_factory=dict)  # bytes by their place on drive C:
+
+
+def installation(rng):
+    """The files that an installation may find: the filter's INF in several versions, forms and places, the driver, and
+    the package that one of them came from."""
+    package = SAMPLES / "package-4.17"
+    files = {}
+    if rng.random() < 0.8:
+        files[DRIVER] = (package / "ztl2000.sys").read_bytes()
+    if rng.random() < 0.8:
+        files["Media/ztl2000m.inf"] = (package / "ztl2000m.inf").read_bytes()
+    filter_inf = (package / "ztl2000.inf").read_text("cp1252")
+    for name in rng.sample(["oem2.inf", "OEM10.INF", "oem9.inf", "ZTL2000.inf", "zt1.inf", "net.inf"], rng.randint(1, 6)):
+        version = ".".join(str(part + rng.choice((0, 0, 0, 1))) for part in (4, 17, 0, 18806))
+        text = filter_inf.replace("4.17.0.18806", version)
+        text = text.replace("qro_ztl\n", rng.choice(("qro_ztl\n", "QRO_ZTL ; the filter\n", "qro_ztlm\n")))
+        if rng.random() < 0.9:
+            text += "\n[InfSourcePathInfo]\nOriginalInfSourcePath = " + rng.choice(("C:\\Media", "\"C:\\Media\\\"", "C:\\Gone"))
+        text = rng.choice([text] * 8 + ["", "[Version", "No section"])
+        files[f"{INF_FOLDER}/{name}"] = text.replace("\n", "\r\n").encode(rng.choice(("utf-16", "cp1252")))
+    return files
 
 
 def sample_cases():
@@ -72,6 +97,9 @@ def sample_cases():
         for sample, scenario in itertools.product(samples, scenarios):
             if names == ["*"] or sample.stem in names:
                 yield Case(" ".join([scenario, sample.stem, windows, *options]), scenario, sample, windows, options)
+    for number in range(6):
+        yield Case(f"install package {number}", "install", SAMPLES / "saved-parameters.reg",
+                   files=installation(random.Random(number)))
 
 
 def generated_cases(folder, seed, count):
@@ -80,8 +108,9 @@ def generated_cases(folder, seed, count):
         path = folder / f"generated-{index}.reg"
         order_model.write_export(dict(order_model.contents(order_model.Machine(rng).hklm)), path, "utf-16")
         options = ["--second-lock", "refuse"] * (rng.random() < 0.3)
-        yield Case(f"generated machine {seed}/{index}", rng.choice(SCENARIOS), path,
-                   rng.choice(("win10", "winxp64")), options)
+        files = installation(rng)
+        scenario = rng.choice([*SCENARIOS, "install", "install"])
+        yield Case(f"generated machine {seed}/{index}", scenario, path, rng.choice(("win10", "winxp64")), options, files)
 
 
 def read_registry(path):
@@ -141,10 +170,17 @@ def log_lines(path, process):
 
 
 def without_process(text, process):
-    return text.replace(f"pid={process['id']}", "pid=…").replace(f"<{process['command_line']}>", "<…>")
+    text = text.replace(f"pid={process['id']}", "pid=…").replace(f"<{process['command_line']}>", "<…>")
+    return re.sub(r"C:\\windows(\\system32)?", lambda match: match[0].lower(), text, flags=re.IGNORECASE)
 
 
-def outcome(told, process, log, registry, output):
+def inf_files(folder):
+    """The contents of the INF directory: the names that files are stored under are the system's own."""
+    return sorted(f"{len(data)} bytes, {hashlib.sha256(data).hexdigest()}"
+                  for data in (path.read_bytes() for path in folder.glob("*") if path.suffix.lower() == ".inf"))
+
+
+def outcome(told, process, log, registry, output, infs):
     return {
         "results": [f"{method} {code}" for method, code in told["result"].items()],
         "registry": registry_lines(registry),
@@ -152,6 +188,7 @@ def outcome(told, process, log, registry, output):
         "debugger output": [without_process(text, process) for text in told["debugger_output"]],
         "engine requests": told["engine_requests"],
         "property page": json.dumps(told["page"], ensure_ascii=False, indent=1).splitlines(),
+        "INF files": infs,
         "standard output": output,
         "time waited": [str(told["elapsed_ms"])],
     }
@@ -160,11 +197,16 @@ def outcome(told, process, log, registry, output):
 def real_commands(case, number):
     """The batch that brings the registry to the machine's state and runs the scenario with the shipped DLL."""
     options = " ".join("--again yes" if option == "--again" else f'"{option}"' for option in case.options)
+    placed = [f"xcopy /e /i /q /y {number}\\disk C:\\"] if case.files else []
+    taken = [f"xcopy /i /q C:\\windows\\inf {number}\\inf", "del /q C:\\windows\\inf\\*.*", "rd /s /q C:\\Media",
+             "del C:\\windows\\system32\\drivers\\ztl2000.sys"] if case.files else []
     return [f"reg import {number}\\import.reg",
             "del C:\\windows\\temp\\ztlinst.log* 2>nul",
+            *placed,
             f"ztl_host.exe run {case.scenario} --job {number}\\job.json --report {number}\\report.json "
             f"{options} > {number}\\output.txt",
-            f"move C:\\windows\\temp\\ztlinst.log {number}\\log.txt"]
+            f"move C:\\windows\\temp\\ztlinst.log {number}\\log.txt",
+            *taken]
 
 
 def prepare(prefix, case, number, die_at=""):
@@ -181,6 +223,11 @@ def prepare(prefix, case, number, die_at=""):
     registry = read_registry(prefix.folder / str(number) / "machine.reg")
     exact = [[below(key), name, value[0], list(value[1])] for (key, name), value in registry.items()
              if value and value[0] in (1, 2, 7) and (len(value[1]) % 2 or value[1][-2:] != b"\0\0")]
+    for place, data in case.files.items():
+        for disk in "disk", "root":
+            path = prefix.folder / str(number) / disk / place
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_bytes(data)
     (prefix.folder / str(number) / "job.json").write_text(
         json.dumps({"set": exact, "read": [below(key) for key in KEYS], "die_at": die_at}))
 
@@ -196,7 +243,7 @@ def read_real(folder):
     registry = {(f"HKEY_LOCAL_MACHINE\\{key}", value[0] if value else None): value[1:]
                 for key, *value in told["registry"]}
     output = (folder / "output.txt").read_text("utf-8").splitlines()
-    return outcome(told, told["process"], folder / "log.txt", registry, output)
+    return outcome(told, told["process"], folder / "log.txt", registry, output, inf_files(folder / "inf"))
 
 
 def simulate(prefix, ztlsim, cases):
@@ -227,7 +274,8 @@ def read_simulated(folder):
     told = json.loads(told)
     process = {"id": 1234, "command_line": "C:\\Windows\\System32\\svchost.exe -k netsvcs"}
     log = folder / "root" / "Windows" / "temp" / "ztlinst.log"
-    return outcome(told, process, log, read_registry(folder / "after.reg"), told["standard_output"].splitlines())
+    return outcome(told, process, log, read_registry(folder / "after.reg"), told["standard_output"].splitlines(),
+                   inf_files(folder / "root" / INF_FOLDER))
 
 
 def differences(simulated, real):
@@ -255,17 +303,19 @@ def self_test(folder):
         "debugger output": ("report.json", b"INFO:--> ::Initialize", b"INFO:--> ::Initialise"),
         "engine requests": ("report.json", b"Uninitialize = 0x0", b"Uninitialize = 0x8"),
         "property page": ("report.json", b'"page":null', b'"page":0'),
+        "INF files": ("inf/planted.inf", None, b""),
         "standard output": ("output.txt", b"", b"more"),
         "time waited": ("report.json", b'"elapsed_ms":0', b'"elapsed_ms":1'),
     }
     real = read_real(folder)
     for kind, (name, old, new) in planted.items():
         path = folder / name
-        original = path.read_bytes()
-        assert old in original, f"nothing to plant a difference of {kind} in"
-        path.write_bytes(original.replace(old, new, 1))
+        path.parent.mkdir(exist_ok=True)
+        original = path.read_bytes() if path.exists() else None
+        assert original is None or old in original, f"nothing to plant a difference of {kind} in"
+        path.write_bytes(new if original is None else original.replace(old, new, 1))
         found = differences(real, read_real(folder))
-        path.write_bytes(original)
+        path.unlink() if original is None else path.write_bytes(original)
         assert list(found) == [kind], f"a planted difference of {kind} was seen as {list(found)}"
     assert set(planted) == set(real)
     print(f"a planted difference of each kind was found: {', '.join(planted)}")

@@ -38,6 +38,8 @@ class Prefix:
         for binary in self.binaries:
             place = self.drive / "windows" / "system32" if binary.endswith("ztli64x.dll") else self.folder
             shutil.copy(binary, place)
+        for inf in (self.drive / "windows" / "inf").glob("*"):  # the directory is the cases' own
+            inf.unlink()
         self.write("classes.reg", HEADER + NO_SCREEN + ENGINE + REGISTERED)
         self.batch(["reg import classes.reg"])
         for option in "-k", "-w":  # what runs already has looked for a screen

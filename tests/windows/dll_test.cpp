@@ -228,7 +228,8 @@ TEST_F(DllTest, ItsLifeIsInTheLog) {
 // The filter's own INF, stored by hand with the place that it came from, leads to the package with the miniport's.
 TEST_F(DllTest, AnInstallationInstallsTheMiniportInfOfItsMedia) {
   const fs::path windows = log_.parent_path().parent_path(), inf = windows / "Inf";
-  const fs::path package = ZTL_SOURCE_DIR "/samples/package-4.17", media = windows / "temp" / "media";
+  const fs::path samples = ztl_test::BuiltFile(ZTL_SOURCE_DIR "/samples"), package = samples / "package-4.17",
+                 media = windows / "temp" / "media";
   const fs::path driver = windows / "system32" / "drivers" / "ztl2000.sys";
   // The older one is looked at first, and fits worse.
   const fs::path older = inf / "oem969.inf", filter = inf / "oem970.inf", broken = inf / "oem971.inf";
@@ -238,7 +239,7 @@ TEST_F(DllTest, AnInstallationInstallsTheMiniportInfOfItsMedia) {
   fs::copy_file(package / "ztl2000.sys", driver, fs::copy_options::overwrite_existing);
   fs::copy_file(package / "ztl2000m.inf", media / "ztl2000m.inf", fs::copy_options::overwrite_existing);
   fs::copy_file(package / "ztl2000.inf", filter, fs::copy_options::overwrite_existing);
-  fs::copy_file(ZTL_SOURCE_DIR "/samples/package-4.16/ztl2000.inf", older, fs::copy_options::overwrite_existing);
+  fs::copy_file(samples / "package-4.16" / "ztl2000.inf", older, fs::copy_options::overwrite_existing);
   std::ofstream(filter, std::ios::app | std::ios::binary)
       << "\r\n[InfSourcePathInfo]\r\nOriginalInfSourcePath = \"" << media.string() << "\"\r\n";
   std::ofstream(broken) << "[Version]\nSignature=\"$Windows NT$\"\n[";

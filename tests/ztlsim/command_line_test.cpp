@@ -50,6 +50,14 @@ TEST_F(CommandLine, RefusesWhatItCannotUse) {
       {"run upgrade --root made --os 10.0.0.0" + laptop, 2, "ztlsim: --os 10.0.0.0: "},
       {"run unregister --root made --driver-version 3.10.0" + laptop, 2, "ztlsim: --driver-version 3.10.0: "},
       {"run upgrade --root made --second-lock maybe" + laptop, 2, "ztlsim: --second-lock"},
+      {"run upgrade --root made --param1 x" + laptop, 2, "ztlsim: --param1: only the scenario properties takes it"},
+      {"run properties --root made --adapter {1}" + laptop, 2, "ztlsim: --adapter {1}: expected {8-4-4-4-12} "},
+      {"run properties --root made --page close" + laptop, 2, "ztlsim: --page close: expected ok, apply or cancel"},
+      {"run notify --root made --path 'a=b=on' --path x" + laptop, 2, "ztlsim: --path x: expected TOKEN=on, "},
+      {"run notify --root made --change 0x100000000" + laptop, 2, "ztlsim: --change 0x100000000: expected a number"},
+      {"run install --media none" + laptop, 2, "ztlsim: none: No such file or directory"},
+      {"run install --inf Windows" + laptop, 2, "ztlsim: Windows: Is a directory"},
+      {"run install --media ." + laptop + " --root .", 2, "ztlsim: .: holds the machine's drive"},
       {"check" + laptop, 3, ""},
       {"run upgrade --root made --machine none.reg", 2,
        "ztlsim: none.reg: cannot be opened: No such file or directory\n"},
@@ -98,6 +106,50 @@ TEST_F(CommandLine, RunsTheSamples) {
     ASSERT_EQ(Run("run upgrade --json --machine after.reg"), 0) << err_;
     EXPECT_EQ(json::parse(out_)["reboot_required"], false);
   }
+}
+
+TEST_F(CommandLine, TypesIntoThePropertyPage) {
+  const std::string command = "run properties --json --root . --machine " + kSamples +
+                              "laptop.reg --adapter 635699c6-f3be-4629-bced-47ab3c5d1aee --bundle-id b-7 --param1 ";
+  const std::string full(259, 'p');
+  for (const std::string button : {"ok", "apply", "cancel"}) {
+    SCOPED_TRACE(button);
+    ASSERT_EQ(Run(command + full + "q --again --page " + button), 0) << err_;
+    const json run = json::parse(out_), page = run["page"];
+    const auto texts = [&page](const char* when) { return page[when][1]["text"].get<std::string>(); };
+    EXPECT_EQ(page["title"], "General");
+    EXPECT_EQ(page["opened"][1], json({{"class", "Edit"}, {"text", ""}, {"id", 1851}, {"limit", 259}}));
+    EXPECT_EQ(texts("closed"), full);
+    EXPECT_EQ(page["apply_enabled"], true);
+    const bool applied = button != "cancel";
+    EXPECT_EQ(texts("again"), applied ? full : "");
+    EXPECT_EQ(run["result"].contains("ApplyRegistryChanges"), applied);
+    EXPECT_EQ(run["pnp_reconfig"].is_null() ? "" : run["pnp_reconfig"]["data"], applied ? "b-7" : "");
+    std::size_t stored = 0;
+    for (const json& change : run["changes"])
+      if (change["name"] == "Param1" || change["name"] == "BundleId") ++stored;
+    EXPECT_EQ(stored, applied ? 2u : 0u);
+  }
+  // Nothing is typed over an empty field, so there is nothing to apply.
+  ASSERT_EQ(Run("run properties --json --page apply --param1 '' --machine " + kSamples + "laptop.reg"), 0) << err_;
+  EXPECT_EQ(json::parse(out_)["page"]["apply_enabled"], false);
+  EXPECT_FALSE(json::parse(out_)["result"].contains("ApplyRegistryChanges"));
+}
+
+TEST_F(CommandLine, InstallsFromAPackage) {
+  const std::string package = kSamples + "package-4.17", older = kSamples + "package-4.16/ztl2000.inf";
+  ASSERT_EQ(Run("run install --json --root . --machine " + kSamples + "saved-parameters.reg --media " + package +
+                " --inf " + older + " --driver-file " + package + "/ztl2000.sys"),
+            0)
+      << err_;
+  const json inf = json::parse(out_)["inf"];
+  EXPECT_EQ(inf["driver_version"], "4.17.0.18806");
+  EXPECT_EQ(inf["candidates"], json::parse(R"([
+      {"path": "C:\\Windows\\Inf\\oem0.inf", "version": "4.17.0.18806", "rank": 1},
+      {"path": "C:\\Windows\\Inf\\ztl2000.inf", "version": "4.16.2.17004", "rank": 4}])"));
+  EXPECT_EQ(inf["chosen"], "C:\\Windows\\Inf\\oem0.inf");
+  EXPECT_EQ(inf["media_root"], "C:\\Media");
+  EXPECT_EQ(ReadFile(root_ / "Windows/Inf/oem1.inf"), ReadFile(package + "/ztl2000m.inf"));
 }
 
 }  // namespace

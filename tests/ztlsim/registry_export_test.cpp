@@ -23,6 +23,8 @@
 namespace ztlsim {
 namespace {
 
+using platform::simulated::WriteFileWhole;
+
 namespace fs = std::filesystem;
 using platform::simulated::Registry;
 using ztl_test::Dump;
