@@ -52,8 +52,11 @@ std::optional<std::string> CopyDirectory(const fs::path& directory, const fs::pa
   return error ? Trouble(directory, error) : std::nullopt;
 }
 
+// Without "." and ".." and without a slash at the end.
+fs::path Normal(const fs::path& path) { return (fs::absolute(path) / "").lexically_normal().parent_path(); }
+
 bool IsInside(const fs::path& path, const fs::path& directory) {
-  const fs::path outer = fs::weakly_canonical(directory), inner = fs::weakly_canonical(path);
+  const fs::path outer = Normal(directory), inner = Normal(path);
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 

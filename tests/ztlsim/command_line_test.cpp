@@ -2,7 +2,6 @@
 #include "tests/support/machine_test.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -19,17 +18,31 @@ using ztl_test::ReadFile;
 
 const std::string kSamples = ZTL_SOURCE_DIR "/samples/";
 
+// What a command is put into, and what its exit status is multiplied by.
+#ifdef _WIN32
+const std::string kQuote = "\"";
+constexpr int kExitStatus = 1;
+#else
+const std::string kQuote;
+constexpr int kExitStatus = 256;
+#endif
+
 class CommandLine : public ztl_test::MachineTest {
  protected:
   // Runs ztlsim in the test's directory, which stands for drive C: with "--root .".
   int Run(const std::string& arguments) {
-    const std::string command =
-        "cd '" + root_.string() + "' && '" ZTLSIM_BINARY "' " + arguments + " >out.txt 2>err.txt";
-    const int status = std::system(command.c_str());
-    out_ = ReadFile(root_ / "out.txt");
-    err_ = ReadFile(root_ / "err.txt");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const fs::path before = fs::current_path();
+    fs::current_path(root_);
+    const int status =
+        std::system((kQuote + "\"" ZTLSIM_BINARY "\" " + arguments + " >out.txt 2>err.txt" + kQuote).c_str());
+    fs::current_path(before);
+    out_ = Text("out.txt");
+    err_ = Text("err.txt");
+    return status / kExitStatus;
   }
+  // With any system's line ends.
+  std::string Text(const char* file) { return std::regex_replace(ReadFile(root_ / file), std::regex("\r\n"), "\n"); }
+
   std::string out_;
   std::string err_;
 };
@@ -53,7 +66,7 @@ TEST_F(CommandLine, RefusesWhatItCannotUse) {
       {"run upgrade --root made --param1 x" + laptop, 2, "ztlsim: --param1: only the scenario properties takes it"},
       {"run properties --root made --adapter {1}" + laptop, 2, "ztlsim: --adapter {1}: expected {8-4-4-4-12} "},
       {"run properties --root made --page close" + laptop, 2, "ztlsim: --page close: expected ok, apply or cancel"},
-      {"run notify --root made --path 'a=b=on' --path x" + laptop, 2, "ztlsim: --path x: expected TOKEN=on, "},
+      {"run notify --root made --path a=b=on --path x" + laptop, 2, "ztlsim: --path x: expected TOKEN=on, "},
       {"run notify --root made --change 0x100000000" + laptop, 2, "ztlsim: --change 0x100000000: expected a number"},
       {"run install --media none" + laptop, 2, "ztlsim: none: No such file or directory"},
       {"run install --inf Windows" + laptop, 2, "ztlsim: Windows: Is a directory"},
@@ -131,7 +144,7 @@ TEST_F(CommandLine, TypesIntoThePropertyPage) {
     EXPECT_EQ(stored, applied ? 2u : 0u);
   }
   // Nothing is typed over an empty field, so there is nothing to apply.
-  ASSERT_EQ(Run("run properties --json --page apply --param1 '' --machine " + kSamples + "laptop.reg"), 0) << err_;
+  ASSERT_EQ(Run("run properties --json --page apply --param1 \"\" --machine " + kSamples + "laptop.reg"), 0) << err_;
   EXPECT_EQ(json::parse(out_)["page"]["apply_enabled"], false);
   EXPECT_FALSE(json::parse(out_)["result"].contains("ApplyRegistryChanges"));
 }
