@@ -30,6 +30,7 @@ if [ "$preset" = windows ]; then
     echo "There is no virtual screen (Xvfb): the property page's test is skipped." >&2
     export ZTL_NO_SCREEN=1
   fi
+  wineserver -p  # stays between tests: one that is just going would take a new program's start with it
   wineboot -i >/dev/null 2>&1
   # No window manager: Wine draws the frames itself.
   wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1

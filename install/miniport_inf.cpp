@@ -52,7 +52,7 @@ class InfFile {
 };
 
 bool BeginsWith(std::u16string_view name, std::u16string_view prefix) {
-  return EqualNoCase(name.substr(0, prefix.size()), prefix);
+  return name.size() >= prefix.size() && EqualNoCase(std::u16string_view(name.data(), prefix.size()), prefix);
 }
 
 // Logged as a function of its own, though it is the second half of the copy.
@@ -89,9 +89,10 @@ HRESULT CopyFromMedia(const char16_t* mediaRoot, char16_t* infDirectory) {
   return hr;
 }
 
-// The packed version and the build of the installed driver; 0 when there is none. `directory` is overwritten.
-DWORD InstalledVersion(char16_t (&directory)[kPathCapacity], DWORD& build) {
+// The packed version and the build of the installed driver; 0 when there is none.
+DWORD InstalledVersion(DWORD& build) {
   build = 0;
+  char16_t directory[kPathCapacity] = {};
   const UINT length = platform::GetSystemDirectoryW(directory, kPathCapacity);
   return length != 0 && length < kPathCapacity ? GetFileVersion(directory, kDriverFile, &build) : 0;
 }
@@ -151,16 +152,15 @@ HRESULT HrCopyMiniportInf() {
 
 HRESULT HrGetProtocolInf(const char16_t* infDirectory, char16_t** infPath) {
   *infPath = nullptr;
-  char16_t candidate[kPathCapacity] = {};  // the system directory at first
   DWORD installedBuild;
-  const DWORD installed = InstalledVersion(candidate, installedBuild);
+  const DWORD installed = InstalledVersion(installedBuild);
   TaskText list;
   DWORD size = 0;
   if (const HRESULT hr = ListInfFiles(infDirectory, list, size); !list) return hr;
   OptFileSearch(list.get(), size);
 
   HRESULT hr = S_OK;
-  candidate[0] = u'\0';
+  char16_t candidate[kPathCapacity] = {};
   int best = 4;
   TaskText taken;
   for (const std::u16string_view name : MultiStringView(list.get(), size)) {
@@ -172,10 +172,7 @@ HRESULT HrGetProtocolInf(const char16_t* infDirectory, char16_t** infPath) {
     }
     const char16_t* const text = path.get();
     LogMessage(g_ModuleLog, SEV_INFO, "Calling HrGetPnpID %S", text);
-    char16_t* id = nullptr;
-    HrGetPnpID(text, &id);
-    const TaskText pnpId(id);
-    if (!pnpId || !EqualNoCase(pnpId.get(), kFilterComponent)) continue;
+    if (!IsFilterInf(text)) continue;
     if (installed == 0) {
       taken = std::move(path);
       break;
@@ -237,6 +234,13 @@ HRESULT HrGetPnpID(const char16_t* infPath, char16_t** pnpId) {
   const HRESULT hr = inf.Read(models.get(), nullptr, 2, id);
   *pnpId = id.release();
   return hr;
+}
+
+bool IsFilterInf(const char16_t* infPath) {
+  char16_t* id = nullptr;
+  HrGetPnpID(infPath, &id);
+  const TaskText pnpId(id);
+  return pnpId && EqualNoCase(pnpId.get(), kFilterComponent);
 }
 
 HRESULT HrGetKeyValue(HINF inf, const char16_t* section, const char16_t* key, DWORD fieldIndex, char16_t** value) {

@@ -34,7 +34,11 @@ char16_t* OptFileSearch(char16_t* list, platform::DWORD capacity);
 // opened or read.
 platform::HRESULT HrGetPnpID(const char16_t* infPath, char16_t** pnpId);
 
-// Field `fieldIndex` of the first line of a section, or of its line with the key when `key` is not null.
+// Whether an INF's component id is the filter's.
+bool IsFilterInf(const char16_t* infPath);
+
+// Field `fieldIndex` of the first line of a section, or of its line with the key when `key` is not null. 0, the COM
+// failure code of the call that failed, or 0x80070008.
 platform::HRESULT HrGetKeyValue(platform::HINF inf, const char16_t* section, const char16_t* key,
                                 platform::DWORD fieldIndex, char16_t** value);
 

@@ -25,7 +25,8 @@ void ReadText(HKEY key, const char16_t* name, char16_t (&text)[kParameterCapacit
   if (platform::RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(data), &bytes) != ERROR_SUCCESS)
     return;
   const std::u16string_view stored(data, bytes / sizeof(char16_t));
-  Join(text, stored.substr(0, std::min(stored.find(u'\0'), kParameterCapacity - 1)));
+  const std::size_t length = std::min({stored.find(u'\0'), stored.size(), kParameterCapacity - 1});
+  Join(text, std::u16string_view(data, length));
 }
 
 void SetUpControl(HWND hDlg, int id, const char16_t* text) {

@@ -14,7 +14,7 @@ namespace platform {
 struct TaskMemoryDeleter {
   void operator()(void* memory) const { platform::CoTaskMemFree(memory); }
 };
-// Text that is freed with CoTaskMemFree when it goes out of scope; Release() of one hands it to a receiver.
+// Text that is freed with CoTaskMemFree when it goes out of scope; release() of one hands it to a receiver.
 using TaskText = std::unique_ptr<char16_t[], TaskMemoryDeleter>;
 
 // Null on failure. The characters are not set.

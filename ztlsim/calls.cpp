@@ -47,7 +47,7 @@ ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
 }
 
 // Asks what the object wants to be told, and tells it, as it wants all that there is to tell here. Of each path as the
-// filter's own and as somebody's; all are asked before the change and told after it.
+// filter's own and as somebody's; asked before its change and told after it.
 void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
   const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
   const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
@@ -111,7 +111,7 @@ void CallNotifyObject(const CallOptions& options, Process& process, CallResults&
   if (Failed(hr)) return call("CreateInstance", hr);
   auto setup = Query<INetCfgComponentSetup>(control.Get(), IID_INetCfgComponentSetup);
   hr = control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
-  if (Failed(hr)) call("Initialize", hr);
+  if (Failed(hr)) return call("Initialize", hr);
   if (scenario == Scenario::Install) hr = setup->Install(0);
   if (scenario == Scenario::Upgrade) hr = setup->Upgrade(0, 0);
   if (scenario == Scenario::Remove) hr = setup->Removing();

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "install/configuration_session.h"
 #include "install/miniport_inf.h"
 #include "install/versions.h"
 #include "platform/multi_string.h"
@@ -58,8 +57,7 @@ InfSearch SearchInfFiles() {
   ztl::OptFileSearch(list.data(), size);
   for (const std::u16string_view name : MultiStringView(list.data(), size)) {
     InfCandidate candidate = {.path = infDirectory + std::u16string(name), .version = {}, .rank = 0};
-    const auto id = TextFrom(ztl::HrGetPnpID, candidate.path.c_str());
-    if (!id || !EqualNoCase(*id, ztl::kFilterComponent)) continue;
+    if (!ztl::IsFilterInf(candidate.path.c_str())) continue;
     FileVersion& version = candidate.version;
     version.packed = ztl::GetInfVersion(candidate.path.c_str(), &version.build);
     if (search.driver)

@@ -4,11 +4,9 @@
 #include <filesystem>
 #include <system_error>
 
-#include "install/configuration_session.h"
 #include "install/miniport_inf.h"
 #include "platform/simulated/machine.h"
 #include "platform/system_info.h"
-#include "platform/task_text.h"
 #include "platform/text.h"
 #include "ztlsim/text_encoding.h"
 
@@ -71,10 +69,7 @@ std::optional<std::string> StoreFilterInfs() {
   std::sort(names.begin(), names.end());
   for (const std::u16string& name : names) {
     const std::u16string path = std::u16string(kMedia) + u"\\" + name;
-    char16_t* text = nullptr;
-    ztl::HrGetPnpID(path.c_str(), &text);
-    const TaskText id(text);
-    if (!id || !EqualNoCase(id.get(), ztl::kFilterComponent)) continue;
+    if (!ztl::IsFilterInf(path.c_str())) continue;
     if (!SetupCopyOEMInfW(path.c_str(), kMedia, SPOST_PATH, 0, nullptr, 0, nullptr, nullptr))
       return Utf16ToUtf8(path) + ": cannot be stored, system error " + std::to_string(GetLastError());
   }

@@ -59,7 +59,8 @@ constexpr CallOption kCallOptions[] = {
     {"--adapter", "properties", "GUID", "of this adapter's connection"},
     {"--param1", "properties", "TEXT", "type this as the first parameter"},
     {"--bundle-id", "properties", "TEXT", "type this as the bundle identifier"},
-    {"--page", "properties", "ok|cancel|apply", "press this button"},
+    {"--page", "properties", "ok|cancel|apply", "press this button; ok when not given"},
+    {"--again", "properties", "", "open the page a second time, and cancel it"},
 };
 
 int Complain(const std::string& message, int status) {
@@ -142,13 +143,13 @@ int Main(int argc, char** argv) {
       ->type_name("DIR");
   run->add_option("--inf", options.files.infFiles, "INF files to put into the INF directory")->type_name("FILE");
   run->add_option("--driver-file", options.files.driverFile, "The installed driver's file")->type_name("FILE");
-  for (const CallOption& option : kCallOptions)
-    run->add_option(option.name, options.callOptions[option.name],
-                    std::string(option.scenario) + ": " + option.description)
-        ->type_name(option.typeName)
-        ->expected(1, CLI::detail::expected_max_vector_size)
-        ->allow_extra_args(false);
-  run->add_flag("--again", options.calls.pageAgain, "properties: open the page a second time");
+  for (const CallOption& option : kCallOptions) {
+    const bool isFlag = *option.typeName == '\0', isRepeatable = option.name == std::string("--path");
+    CLI::Option* const added = run->add_option(option.name, options.callOptions[option.name],
+                                               std::string(option.scenario) + ": " + option.description);
+    added->type_name(option.typeName)->allow_extra_args(false);
+    added->expected(isFlag ? 0 : 1, isFlag ? 0 : isRepeatable ? CLI::detail::expected_max_vector_size : 1);
+  }
   run->add_flag("--process", options.process,
                 "Load the module, ask it for its class object and unload it, as a process of its own does");
   try {
@@ -158,8 +159,8 @@ int Main(int argc, char** argv) {
   }
 
   for (const CLI::Option* option : run->get_options())
-    if (option->count() > 0 && option->get_type_size() > 0 && option->results().front().empty() &&
-        option->get_type_name() != "TEXT")
+    if (option->count() > 0 && option->get_expected_max() > 0 && option->get_type_size() > 0 &&
+        option->results().front().empty() && option->get_type_name() != "TEXT")
       return Complain(option->get_name() + ": an empty name", kBadInput);
   if (run->parsed()) options.calls.scenario = kScenariosByName.at(options.scenario);
   for (const CallOption& option : kCallOptions)

@@ -204,7 +204,7 @@ std::string Quoted(const std::u16string& text) { return "\"" + Printable(text) +
 std::string Pages(const std::vector<ShownPage>& pages) {
   std::string text;
   for (const ShownPage& page : pages) {
-    text += "\nProperty page " + Quoted(page.title) + ":\n";
+    text += "\nProperty page " + Quoted(page.title) + (&page == &pages.front() ? ":\n" : ", opened again:\n");
     for (std::size_t i = 0; i < page.opened.size(); ++i) {
       if (page.opened[i].windowClass != u"Edit") continue;
       const std::u16string label = i > 0 ? page.opened[i - 1].text : u"";

@@ -42,7 +42,7 @@ class Window {
   explicit Window(HWND owner) : parent(owner) {}
   virtual ~Window() = default;
   virtual LRESULT Receive(UINT /*message*/, WPARAM, LPARAM) { return 0; }
-  virtual void TextChanged() {}                                  // by SetWindowTextW
+  virtual void TextChanged() {}                                  // by SetWindowTextW or a user
   virtual std::intptr_t* Slot(int /*slot*/) { return nullptr; }  // of GetWindowLongPtrW
 
   const HWND parent;

@@ -52,6 +52,7 @@ std::optional<std::string> ReadFile(const std::filesystem::path& path, LSTATUS& 
   file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   if (file.bad()) return std::nullopt;
   bytes.resize(static_cast<std::size_t>(file.gcount()));
+  error = ERROR_SUCCESS;
   return bytes;
 }
 

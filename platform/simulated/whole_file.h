@@ -10,7 +10,7 @@
 
 namespace platform::simulated {
 
-// The whole of a regular file. When there is none: nothing, with `error` set to the system's code.
+// The whole of a regular file. When there is none: nothing, with `error` set to the system's code, ERROR_SUCCESS else.
 std::optional<std::string> ReadFile(const std::filesystem::path& path, LSTATUS& error);
 
 // Writes `bytes` to `path` so that an earlier file survives a failure. A result says what went wrong.

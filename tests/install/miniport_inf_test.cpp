@@ -88,17 +88,19 @@ TEST_F(MiniportInfTest, VersionsAreReadAsNumbers) {
 }
 
 TEST_F(MiniportInfTest, ListsKeepStoredAndOwnFilesInThisOrder) {
+  // A bar stands for a NUL.
   const struct {
     std::u16string list, expected;
   } cases[] = {
-      {{u"OEM12.INF\0netabc.inf\0ZTL2000.INF\0oem3.inf\0\0", 46}, {u"OEM12.INF\0oem3.inf\0ZTL2000.INF\0\0", 32}},
-      {{u"\0", 1}, {u"\0", 1}},
-      {{u"zt\0oe\0oem\0z\0\0", 14}, {u"oem\0zt\0\0", 8}},
-      {{u"net.inf\0\0", 9}, {u"\0", 1}},
-      {u"zt", {u"\0", 1}},  // a list without an end
+      {u"OEM12.INF|netabc.inf|ZTL2000.INF|oem3.inf||", u"OEM12.INF|oem3.inf|ZTL2000.INF||"},
+      {u"|", u"|"},
+      {u"zt|oe|oem|z||", u"oem|zt||"},
+      {u"net.inf||", u"|"},
+      {u"zt", u"|"},  // a list without an end
       {u"", u""},
   };
   for (auto [list, expected] : cases) {
+    for (std::u16string* const text : {&list, &expected}) std::replace(text->begin(), text->end(), u'|', u'\0');
     const auto capacity = static_cast<DWORD>(list.size());
     EXPECT_EQ(ztl::OptFileSearch(list.data(), capacity), list.data());
     EXPECT_EQ(list.substr(0, expected.size()), expected);

@@ -40,7 +40,8 @@ VERSION = "HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\ztl_host.exe"
 
 SAMPLES = HERE.parent.parent / "samples"
 SCENARIOS = "install upgrade remove notify reinstall register unregister load".split()
-CONNECTION = ["--adapter", "{635699C6-F3BE-4629-BCED-47AB3C5D1AEE}"]  # the laptop's
+CONNECTION = ["--adapter", "one of the machine's"]
+ADAPTER = re.compile(r"Services\\ZTL\\Parameters\\Adapters\\({[^}]*})\]")
 LONG = "x" * 300
 REPAIRING = "upgrade reinstall load".split()
 # Scenarios, the samples they run on ("*" for all), Wine's name of the Windows version, and options of both sides.
@@ -52,7 +53,8 @@ TABLE = [
     (["notify"], ["laptop"], "win10", ["--change", "0x20001"]),
     (["notify"], ["laptop"], "win10", ["--path", "qro_ztl->PCI\\VEN_1=off"]),
     (["notify"], ["laptop"], "win10", ["--path", "ms_tcpip->x=error", "--change", "9"]),
-    (["properties"], ["*"], "win10", ["--param1", "first", "--bundle-id", "b-7"]),
+    (["properties"], ["*"], "win10", [*CONNECTION, "--param1", "first", "--bundle-id", "b-7"]),
+    (["properties"], ["laptop"], "win10", ["--param1", "first"]),
     (["properties"], ["laptop"], "win10", [*CONNECTION, "--bundle-id", LONG, "--again"]),
     (["properties"], ["laptop"], "win10", [*CONNECTION, "--bundle-id", "field-0117", "--page", "apply"]),
     (["properties"], ["laptop"], "win10", [*CONNECTION, "--param1", "x", "--page", "cancel", "--again"]),
@@ -91,12 +93,23 @@ def installation(rng):
     return files
 
 
-def sample_cases():
+def export_text(path):
+    data = path.read_bytes()
+    return data.decode("utf-16" if data[:2] == b"\xff\xfe" else "utf-8-sig")
+
+
+def sample_cases(folder):
     samples = sorted(SAMPLES.glob("*.reg"))
     for scenarios, names, windows, options in TABLE:
         for sample, scenario in itertools.product(samples, scenarios):
             if names == ["*"] or sample.stem in names:
-                yield Case(" ".join([scenario, sample.stem, windows, *options]), scenario, sample, windows, options)
+                given = [ADAPTER.search(export_text(sample))[1] if option == CONNECTION[1] else option
+                         for option in options]
+                yield Case(" ".join([scenario, sample.stem, windows, *given]), scenario, sample, windows, given)
+    empty = folder / "empty.reg"
+    empty.write_text(HEADER, "utf-16")
+    for scenario in [*SCENARIOS, "properties"]:
+        yield Case(f"{scenario} empty machine", scenario, empty)
     for number in range(6):
         yield Case(f"install package {number}", "install", SAMPLES / "saved-parameters.reg",
                    files=installation(random.Random(number)))
@@ -200,7 +213,7 @@ def real_commands(case, number):
     placed = [f"xcopy /e /i /q /y {number}\\disk C:\\"] if case.files else []
     taken = [f"xcopy /i /q C:\\windows\\inf {number}\\inf", "del /q C:\\windows\\inf\\*.*", "rd /s /q C:\\Media",
              "del C:\\windows\\system32\\drivers\\ztl2000.sys"] if case.files else []
-    return [f"reg import {number}\\import.reg",
+    return [f"reg import {number}\\import.reg || echo refused > {number}\\refused.txt",
             "del C:\\windows\\temp\\ztlinst.log* 2>nul",
             *placed,
             f"ztl_host.exe run {case.scenario} --job {number}\\job.json --report {number}\\report.json "
@@ -212,8 +225,7 @@ def real_commands(case, number):
 def prepare(prefix, case, number, die_at=""):
     """Writes the machine as it is for the simulation, and for the registry behind what clears the one before it. The
     system's tool terminates text that is not, so that the host process sets such values itself."""
-    machine = case.machine.read_bytes()
-    header, _, body = machine.decode("utf-16" if machine[:2] == b"\xff\xfe" else "utf-8-sig").partition("\n")
+    header, _, body = export_text(case.machine).partition("\n")
     assert header.startswith("Windows Registry Editor Version 5.00"), case.machine
     body = re.sub("\r?\n", "\r\n", body) + "\r\n" + REGISTERED * (case.scenario != "register")
     cleared = "".join(f"[-{key}]\r\n\r\n" for key in KEYS)
@@ -237,6 +249,8 @@ def below(key):
 
 
 def read_real(folder):
+    if (folder / "refused.txt").exists():
+        raise SystemExit(f"the system's tool refused {folder / 'import.reg'}")
     told = json.loads((folder / "report.json").read_text("utf-8"))
     if told["objects_left"]:
         raise SystemExit(f"{told['objects_left']} objects of the engine were not released")
@@ -331,7 +345,7 @@ def main():
     parser.add_argument("--only", default="", help="the cases whose names hold this text")
     arguments = parser.parse_args()
     with Prefix(arguments.wine, arguments.binaries) as prefix:
-        cases = [*sample_cases(), *generated_cases(prefix.folder, arguments.seed, arguments.generated)]
+        cases = [*sample_cases(prefix.folder), *generated_cases(prefix.folder, arguments.seed, arguments.generated)]
         cases = [case for case in cases if arguments.only in case.name]
         compare(prefix, arguments, cases)
 

@@ -44,6 +44,7 @@ class Prefix:
         self.batch(["reg import classes.reg"])
         for option in "-k", "-w":  # what runs already has looked for a screen
             subprocess.run(["wineserver", option], env=self.environment, check=False)
+        subprocess.run(["wineserver", "-p"], env=self.environment, check=True)  # stays until the end
         return self
 
     def __exit__(self, *_):
