@@ -60,11 +60,9 @@ bool HasExtension(std::u16string_view name, std::u16string_view extension) {
          simulated::UpperCase(name.substr(name.size() - extension.size())) == extension;
 }
 
-// The file of the stored form beside an INF.
-std::u16string StoredFormPath(std::u16string_view inf) {
-  const std::size_t dot = inf.find_last_of(u".\\/");
-  return std::u16string(inf.substr(0, dot != inf.npos && inf[dot] == u'.' ? dot : inf.npos)) + u".PNF";
-}
+// The real file of the stored form beside an INF. It is looked for in this letter case alone: a search for every INF of a
+// large directory would take long.
+fs::path StoredFormPath(fs::path inf) { return inf.replace_extension(".PNF"); }
 
 // Reads an INF for its contents. ERROR_SUCCESS, or why it is none.
 LSTATUS Load(std::string_view bytes, InfFile& inf, UINT& errorLine) {
@@ -164,7 +162,8 @@ HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD sty
   if ((style & INF_STYLE_WIN4) == 0) return fail(ERROR_INVALID_PARAMETER);
   Machine& machine = simulated::Current();
   LSTATUS rc;
-  const std::optional<std::string> bytes = simulated::ReadFile(machine.files.RealPath(path), rc);
+  const fs::path real = machine.files.RealPath(path);
+  const std::optional<std::string> bytes = simulated::ReadFile(real, rc);
   if (!bytes) return fail(rc);
   auto inf = std::make_unique<InfFile>();
   UINT line = 0;
@@ -173,7 +172,7 @@ HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD sty
     return fail(rc);
   }
   if (infClass != nullptr && !IsOfClass(*inf, infClass)) return fail(ERROR_CLASS_MISMATCH);
-  const auto stored = simulated::ReadFile(machine.files.RealPath(StoredFormPath(path).c_str()), rc);
+  const auto stored = simulated::ReadFile(StoredFormPath(real), rc);
   if (stored && stored->starts_with(Bytes(kStoredForm))) inf->Read(*stored, line);
   InfFile* const handle = inf.get();
   const std::lock_guard lock(machine.mutex);
@@ -231,7 +230,7 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
     const std::u16string_view place(source);
     const std::u16string_view media =
         mediaLocation != nullptr ? mediaLocation : place.substr(0, place.find_last_of(u"\\/"));
-    const fs::path stored = files.RealPath(StoredFormPath(path).c_str());
+    const fs::path stored = StoredFormPath(files.RealPath(path.c_str()));
     // The stored form comes first: an INF without one would have lost where it came from.
     if (mediaType == SPOST_NONE) {
       fs::remove(stored, error);

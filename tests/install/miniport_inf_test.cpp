@@ -260,14 +260,23 @@ TEST_F(MiniportInfTest, WhatIsMissingEndsTheCopyWithItsCode) {
   EXPECT_LT(ztl::HrCopyMiniportInf(), 0);
 }
 
-// What a file says of its version block's lengths is believed by nobody.
-TEST_F(MiniportInfTest, DamagedVersionBlocksGiveNoVersion) {
-  for (const auto& changes : std::initializer_list<std::map<std::ptrdiff_t, char>>{
-           {{-38, 51}}, {{-38, 0}}, {{-37, '\x7F'}}, {{-40, 60}, {-39, 0}}, {{-40, 0}, {-39, 0}}}) {
-    Driver({4, 17, 0, 1}, changes);
+// What a file says of the lengths of its version block and of the value in it is not believed beyond the block.
+TEST_F(MiniportInfTest, DamagedVersionBlocksAreReadAsFarAsTheyGo) {
+  constexpr DWORD kWhole = 0x04110000;
+  const struct {
+    std::map<std::ptrdiff_t, char> changes;  // the block begins 40 bytes before its fixed information
+    DWORD version;
+  } cases[] = {{{{-38, 51}}, 0},
+               {{{-38, 0}}, 0},
+               {{{-37, '\x7F'}}, kWhole},
+               {{{-40, 60}, {-39, 0}}, kWhole},
+               {{{-34, 'X'}}, kWhole}};
+  for (const auto& c : cases) {
+    Driver({4, 17, 0, 1}, c.changes);
     DWORD build = 0;
-    EXPECT_LE(ztl::GetFileVersion(u"C:\\Windows\\System32\\", ztl::kDriverFile, &build), 0x04110000u);
-    EXPECT_LE(build, 1u);
+    EXPECT_EQ(ztl::GetFileVersion(u"C:\\Windows\\System32\\", ztl::kDriverFile, &build), c.version) << &c - cases;
+    EXPECT_EQ(build, c.version == 0 ? 0u : 1u);
+    EXPECT_EQ(TakeLog().size(), 1u);
   }
   Driver({4, 17, 0, 1});
   EXPECT_EQ(ztl::GetFileVersion(u"C:\\Windows\\System32", ztl::kDriverFile, nullptr), 0x04110000u);
