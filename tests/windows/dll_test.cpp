@@ -65,12 +65,18 @@ class DllTest : public testing::Test {
     GetWindowsDirectoryW(text, MAX_PATH);
     log_ = fs::path(text) / "temp" / "ztlinst.log";
     fs::remove(log_);
-    for (const wchar_t* key : {kClassKey, kService, kProduct}) RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
+    DeleteKeys();
     ASSERT_NE(dll_ = LoadLibraryW(ztl_test::BuiltFile(ZTLI64X_DLL).c_str()), nullptr);
     GetModuleFileNameW(dll_, text, MAX_PATH);
     path_ = text;
   }
-  void TearDown() override { FreeLibrary(dll_); }
+  void TearDown() override {
+    FreeLibrary(dll_);
+    DeleteKeys();  // a release may have made the service's key, volatile, which lets nothing last below it
+  }
+  static void DeleteKeys() {
+    for (const wchar_t* key : {kClassKey, kService, kProduct}) RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
+  }
 
   // The log without the heads of its lines. A line of another form stays as it is.
   std::string Log() {

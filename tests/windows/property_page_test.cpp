@@ -23,6 +23,7 @@ using std::filesystem::path;
 using Texts = std::pair<std::wstring, std::wstring>;  // of both fields, or both values
 
 constexpr wchar_t kComponentKey[] = L"Software\\ZtlPage\\Parameters";
+constexpr wchar_t kServiceKey[] = L"System\\CurrentControlSet\\Services\\ZTL";
 constexpr wchar_t kAdapterKey[] =
     L"System\\CurrentControlSet\\Services\\ZTL\\Parameters\\Adapters\\{12345678-9ABC-DEF0-0102-030405060708}";
 
@@ -206,7 +207,7 @@ TEST(PropertyPage, AUserChangesBothTextsInARealSheet) {
   EXPECT_EQ(control->Release(), 0u);
   EXPECT_TRUE(FreeLibrary(dll));
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\ZtlPage");
-  RegDeleteTreeW(HKEY_LOCAL_MACHINE, kAdapterKey);
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey);
 }
 
 }  // namespace
