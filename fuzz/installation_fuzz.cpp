@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const fs::path root = fs::temp_directory_path() / ("ztl-fuzz-" + std::to_string(std::random_device()()));
   if (size < 2) return 0;
   const std::string_view bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
-  const std::size_t split = std::min<std::size_t>(data[0] | data[1] << 8, bytes.size());
+  const std::size_t split = std::min(std::size_t{data[0]} | std::size_t{data[1]} << 8, bytes.size());
   fs::remove_all(root);
   fs::create_directories(root / "Windows/Inf");
   fs::create_directories(root / "Windows/System32/drivers");
