@@ -60,8 +60,8 @@ bool HasExtension(std::u16string_view name, std::u16string_view extension) {
          simulated::UpperCase(name.substr(name.size() - extension.size())) == extension;
 }
 
-// The real file of the stored form beside an INF. It is looked for in this letter case alone: a search for every INF of a
-// large directory would take long.
+// The real file of the stored form beside an INF. It is looked for in this letter case alone: a search for every INF of
+// a large directory would take long.
 fs::path StoredFormPath(fs::path inf) { return inf.replace_extension(".PNF"); }
 
 // Reads an INF for its contents. ERROR_SUCCESS, or why it is none.
