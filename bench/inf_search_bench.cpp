@@ -6,7 +6,7 @@
 #include <string>
 
 #include "bench/machines.h"
-#include "install/miniport_inf.h"
+#include "module/install/miniport_inf.h"
 #include "platform/com.h"
 
 namespace ztl_bench {
@@ -17,8 +17,8 @@ namespace fs = std::filesystem;
 // Searches a directory of `files` stored INF files, of which the last one holds `bytes` more.
 void InfSearch(benchmark::State& state) {
   const Drive drive;
-  platform::simulated::Machine machine;
-  const platform::simulated::CurrentMachine current(machine);
+  simulation::Machine machine;
+  const simulation::CurrentMachine current(machine);
   machine.files.root = drive.Root();
   fs::create_directories(drive.Root() / "Windows/Inf");
   const auto files = state.range(0), bytes = state.range(1);

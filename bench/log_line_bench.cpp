@@ -13,14 +13,14 @@
 
 #include "bench/comparison.h"
 #include "bench/machines.h"
-#include "log/log_facility.h"
-#include "notify/module_log.h"
+#include "module/log/log_facility.h"
+#include "module/notify/module_log.h"
 
 namespace ztl_bench {
 namespace {
 
-using platform::simulated::CurrentMachine;
-using platform::simulated::Machine;
+using simulation::CurrentMachine;
+using simulation::Machine;
 
 constexpr double kMostLineToBare = 1.15;
 constexpr int kBatch = 25;  // lines

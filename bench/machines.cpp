@@ -9,16 +9,16 @@
 #include <string_view>
 #include <utility>
 
-#include "bindorder/build_im_order.h"
-#include "bindorder/class_lookups.h"
-#include "bindorder/order_im.h"
+#include "module/order/build_im_order.h"
+#include "module/order/class_lookups.h"
+#include "module/order/order_im.h"
 
 namespace ztl_bench {
 
 using namespace platform;
-using simulated::Machine;
-using simulated::Operation;
-using simulated::RegistryKey;
+using simulation::Machine;
+using simulation::Operation;
+using simulation::RegistryKey;
 
 namespace {
 

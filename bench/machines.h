@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/simulated/machine.h"
+#include "simulation/machine.h"
 
 namespace ztl_bench {
 
@@ -31,11 +31,11 @@ std::string ReadFile(const std::filesystem::path& path);
 // A machine with `adapters` physical adapters, at most 3,333. Two intermediate drivers have a virtual adapter each
 // above every one of them, so there are three instances an adapter; every second stack is in the wrong order. Machines
 // made with the same arguments are the same in everything, handle values included.
-std::unique_ptr<platform::simulated::Machine> MakeMachine(unsigned adapters, const Drive& drive);
+std::unique_ptr<simulation::Machine> MakeMachine(unsigned adapters, const Drive& drive);
 
 // Whether both machines were called alike and are now alike: calls by operation, registry, debugger output; and neither
 // has an open handle.
-bool Same(const platform::simulated::Machine& a, const platform::simulated::Machine& b);
+bool Same(const simulation::Machine& a, const simulation::Machine& b);
 
 // Each prints what its benchmark has found, in plain words; nothing when that did not run.
 void PrintOrderPassSummary();

@@ -12,16 +12,16 @@
 #include "bench/comparison.h"
 #include "bench/machines.h"
 #include "bench/recording.h"
-#include "bindorder/order_im.h"
-#include "notify/module_log.h"
+#include "module/notify/module_log.h"
+#include "module/order/order_im.h"
 
 namespace ztl_bench {
 namespace {
 
-using platform::simulated::Arguments;
-using platform::simulated::CurrentMachine;
-using platform::simulated::Machine;
-using platform::simulated::Operation;
+using simulation::Arguments;
+using simulation::CurrentMachine;
+using simulation::Machine;
+using simulation::Operation;
 
 constexpr double kMostGrowth = 1.3;
 constexpr double kMostPassToReplay = 1.1;

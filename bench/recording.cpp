@@ -16,8 +16,8 @@
 namespace ztl_bench {
 
 using namespace platform;
-using simulated::Arguments;
-using simulated::Operation;
+using simulation::Arguments;
+using simulation::Operation;
 
 namespace {
 
@@ -172,7 +172,7 @@ bool Recording::Replay() const {
         platform::CoTaskMemFree(taskMemory);
         break;
       default:
-        Require(false, simulated::OperationName(kind.operation));
+        Require(false, simulation::OperationName(kind.operation));
     }
   }
   return closed == ERROR_SUCCESS;

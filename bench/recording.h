@@ -8,14 +8,14 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/simulated/machine.h"
+#include "simulation/machine.h"
 
 namespace ztl_bench {
 
 class Recording {
  public:
   void Reserve(std::size_t calls) { calls_.reserve(calls); }
-  void Add(platform::simulated::Operation operation, const platform::simulated::Arguments& arguments);
+  void Add(simulation::Operation operation, const simulation::Arguments& arguments);
 
   // Makes the recorded calls, in order, on the current machine, with buffers of the recorded sizes. True when every key
   // that the recorded code closed was open here too: then each of its calls had a key of its own here.
@@ -25,7 +25,7 @@ class Recording {
   // What many calls have in common. A pass makes tens of millions of calls, and what is read to make them again must
   // cost next to nothing, so a call itself is small.
   struct Kind {
-    platform::simulated::Operation operation;
+    simulation::Operation operation;
     std::uint32_t number;
     std::uint32_t number2;
     std::uint32_t data;  // of a value: offset in texts_
@@ -56,15 +56,15 @@ class Recording {
   static constexpr std::uint16_t kNewKey = 0x8000;
   static constexpr std::size_t kKeys = 64;  // open at the same time, with the root and null
 
-  std::uint16_t KeyIndex(platform::simulated::Operation operation, platform::HKEY key);
+  std::uint16_t KeyIndex(simulation::Operation operation, platform::HKEY key);
 
   std::vector<Call> calls_;
   std::vector<Kind> kinds_;
   std::map<Kind, std::uint16_t> kindIndices_;
   Texts<char16_t> wideTexts_;
   Texts<char> texts_;
-  std::vector<platform::HKEY> keys_ = std::vector<platform::HKEY>(kKeys);              // by index; null: not open
-  platform::simulated::Operation lastOfFile_ = platform::simulated::Operation::Count;  // the last file operation
+  std::vector<platform::HKEY> keys_ = std::vector<platform::HKEY>(kKeys);  // by index; null: not open
+  simulation::Operation lastOfFile_ = simulation::Operation::Count;        // the last file operation
   bool goneBack_ = false;  // the file pointer was set back: what follows is an unlock
 };
 

@@ -7,16 +7,16 @@
 #include <string_view>
 
 #include "bench/machines.h"
-#include "bindorder/check_bind_loop.h"
-#include "bindorder/class_lookups.h"
-#include "notify/sample_filter.h"
+#include "module/notify/notify_object.h"
+#include "module/order/class_lookups.h"
+#include "module/repair/check_bind_loop.h"
 
 namespace ztl_bench {
 namespace {
 
 using namespace platform;
-using simulated::Machine;
-using simulated::RegistryKey;
+using simulation::Machine;
+using simulation::RegistryKey;
 
 constexpr unsigned kStacksALoop = 20;
 constexpr char16_t kLinks[] =
@@ -67,12 +67,12 @@ void RepairPass(benchmark::State& state) {
     state.PauseTiming();
     {
       const auto machine = MakeLoopingMachine(adapters, drive);
-      const simulated::CurrentMachine current(*machine);
+      const simulation::CurrentMachine current(*machine);
       state.ResumeTiming();
       ztl::CheckBindLoop();
       state.PauseTiming();
       calls += static_cast<double>(machine->Calls());
-      if (machine->Calls(simulated::Operation::Apply) != adapters / kStacksALoop * 2)
+      if (machine->Calls(simulation::Operation::Apply) != adapters / kStacksALoop * 2)
         state.SkipWithError("not every loop was repaired");
     }
     state.ResumeTiming();

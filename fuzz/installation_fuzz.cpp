@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-#include "install/miniport_inf.h"
-#include "platform/simulated/machine.h"
+#include "module/install/miniport_inf.h"
+#include "simulation/machine.h"
 
 namespace {
 
@@ -33,8 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fs::create_directories(root / "Windows/System32/drivers");
   Write(root / "Windows/Inf/oem1.inf", bytes.substr(0, split));
   Write(root / "Windows/System32/drivers/ztl2000.sys", bytes.substr(split));
-  platform::simulated::Machine machine;
-  const platform::simulated::CurrentMachine current(machine);
+  simulation::Machine machine;
+  const simulation::CurrentMachine current(machine);
   machine.files.root = root;
   machine.version = {.major = 5, .minor = 0, .servicePack = 0};
   ztl::HrCopyMiniportInf();

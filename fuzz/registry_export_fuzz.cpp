@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "ztlsim/registry_changes.h"
-#include "ztlsim/registry_export.h"
+#include "ztlsim/input/registry_export.h"
+#include "ztlsim/scenario/registry_changes.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using platform::simulated::Registry;
+  using simulation::Registry;
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   Registry registry;
   if (const auto error = ztlsim::ReadRegistryExport("input", bytes, registry)) {

@@ -3,14 +3,14 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "platform/simulated/machine.h"
-#include "ztlsim/check.h"
-#include "ztlsim/registry_export.h"
-#include "ztlsim/scenario.h"
+#include "simulation/machine.h"
+#include "ztlsim/input/registry_export.h"
+#include "ztlsim/inspect/check.h"
+#include "ztlsim/scenario/scenario.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  platform::simulated::Machine machine;
-  const platform::simulated::CurrentMachine current(machine);
+  simulation::Machine machine;
+  const simulation::CurrentMachine current(machine);
   ztlsim::ReadRegistryExport("input", {reinterpret_cast<const char*>(data), size}, machine.registry);
   machine.version = {.major = 5, .minor = 2};  // where adapters may be excluded
   ztlsim::CheckMachine(machine.registry);

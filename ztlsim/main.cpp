@@ -9,21 +9,22 @@
 #include <string>
 #include <vector>
 
-#include "platform/simulated/host.h"
-#include "platform/simulated/machine.h"
-#include "ztlsim/arguments.h"
-#include "ztlsim/check.h"
-#include "ztlsim/installation_files.h"
-#include "ztlsim/load_machine.h"
-#include "ztlsim/registry_export.h"
-#include "ztlsim/report.h"
-#include "ztlsim/scenario.h"
+#include "module/version.h"
+#include "simulation/host.h"
+#include "simulation/machine.h"
+#include "ztlsim/input/installation_files.h"
+#include "ztlsim/input/load_machine.h"
+#include "ztlsim/input/registry_export.h"
+#include "ztlsim/inspect/check.h"
+#include "ztlsim/report/report.h"
+#include "ztlsim/scenario/arguments.h"
+#include "ztlsim/scenario/scenario.h"
 #include "ztlsim/text_encoding.h"
 
 namespace {
 
 using namespace ztlsim;
-namespace host = platform::simulated::host;
+namespace host = simulation::host;
 
 enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2, kFindings = 3 };
 
@@ -74,7 +75,7 @@ int Print(const std::string& text) {
 }
 
 // What is wanted in files is written before anything is printed: a reader of the output may go away early.
-int Run(const Options& options, platform::simulated::Machine& machine) {
+int Run(const Options& options, simulation::Machine& machine) {
   ScenarioResult result;
   {
     DriveDirectory drive;
@@ -89,10 +90,10 @@ int Run(const Options& options, platform::simulated::Machine& machine) {
   }
   int status = kSuccess;
   if (!options.out.empty())
-    if (const auto error = platform::simulated::WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
+    if (const auto error = simulation::WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
       status = Complain(*error, kMethodFailed);
   if (!options.changes.empty())
-    if (const auto error = platform::simulated::WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
+    if (const auto error = simulation::WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
       status = Complain(*error, kMethodFailed);
   for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
   const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)
@@ -173,8 +174,8 @@ int Main(int argc, char** argv) {
   if (!options.out.empty() && options.out == options.changes)
     return Complain("--out and --changes name the same file", kBadInput);
   host::WriteOutputAsUtf8();
-  platform::simulated::Machine machine;
-  const platform::simulated::CurrentMachine current(machine);
+  simulation::Machine machine;
+  const simulation::CurrentMachine current(machine);
   const auto version = ParseWindowsVersion(options.os);
   if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);
   machine.version = *version;

@@ -1,6 +1,6 @@
 #include "ztlsim/text_encoding.h"
 
-#include "log/format.h"
+#include "module/log/format.h"
 
 namespace ztlsim {
 

@@ -4,14 +4,14 @@
 #include <string>
 #include <string_view>
 
-#include "platform/simulated/text_encoding.h"
+#include "simulation/text_encoding.h"
 
 namespace ztlsim {
 
-using platform::simulated::IsUtf8;
-using platform::simulated::Utf16ToUtf8;
-using platform::simulated::Utf8ToUtf16;
-using platform::simulated::Windows1252ToUtf16;
+using simulation::IsUtf8;
+using simulation::Utf16ToUtf8;
+using simulation::Utf8ToUtf16;
+using simulation::Windows1252ToUtf16;
 
 // Text as it may go to a terminal, in UTF-8: control characters are shown by their numbers.
 std::string Printable(std::string_view text);

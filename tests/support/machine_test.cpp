@@ -5,8 +5,8 @@
 #include <iterator>
 #include <random>
 
-#include "log/log_facility.h"
-#include "notify/module_log.h"
+#include "module/log/log_facility.h"
+#include "module/notify/module_log.h"
 
 namespace ztl_test {
 
@@ -89,7 +89,7 @@ std::vector<std::string> MachineTest::LogErrors() const {
 
 void MachineTest::AddService(std::u16string_view subkey, std::u16string_view service, std::u16string_view filterClass,
                              std::u16string_view deviceId) {
-  simulated::RegistryKey& ndi = machine_.registry.Create(
+  simulation::RegistryKey& ndi = machine_.registry.Create(
       std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\" + std::u16string(subkey) + u"\\Ndi");
   if (!service.empty()) ndi.SetValue(u"Service", REG_SZ, Sz(service));
   if (!filterClass.empty()) ndi.SetValue(u"FilterClass", REG_SZ, Sz(filterClass));
@@ -106,11 +106,11 @@ void MachineTest::AddTransport(std::u16string_view subkey, std::u16string_view s
 void MachineTest::AddAdapter(std::u16string_view subkey, std::u16string_view guid, std::u16string_view deviceId,
                              std::u16string_view service, std::initializer_list<std::u16string_view> rootDevice,
                              std::initializer_list<std::u16string_view> upperBind) {
-  simulated::RegistryKey& instance =
+  simulation::RegistryKey& instance =
       machine_.registry.Create(std::u16string(kNetClass) + u"\\" + std::u16string(subkey));
   instance.SetValue(u"NetCfgInstanceId", REG_SZ, Sz(guid));
   instance.SetValue(u"MatchingDeviceId", REG_SZ, Sz(deviceId));
-  simulated::RegistryKey& linkage = instance.CreateSubkey(u"Linkage");
+  simulation::RegistryKey& linkage = instance.CreateSubkey(u"Linkage");
   linkage.SetValue(u"RootDevice", REG_MULTI_SZ, MultiSz(rootDevice));
   linkage.SetValue(u"UpperBind", REG_MULTI_SZ, MultiSz(upperBind));
   if (!service.empty()) instance.CreateSubkey(u"Ndi").SetValue(u"Service", REG_SZ, Sz(service));
@@ -128,7 +128,7 @@ void MachineTest::AddWrongStack() {
   AddAdapter(u"0002", u"{Z}", u"QRO_ZTLM", u"", {u"{Z}", u"{P}"}, {u"A"});
 }
 
-simulated::RegistryValue MachineTest::Linkage(std::u16string_view subkey, std::u16string_view name) {
+simulation::RegistryValue MachineTest::Linkage(std::u16string_view subkey, std::u16string_view name) {
   return *machine_.registry.Find(std::u16string(kNetClass) + u"\\" + std::u16string(subkey) + u"\\Linkage")
               ->FindValue(name);
 }

@@ -1,7 +1,7 @@
 // The fixture of every test that runs the module's code on a simulated machine.
 #pragma once
 
-#include "platform/simulated/machine.h"
+#include "simulation/machine.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 
 namespace ztl_test {
 
-using platform::simulated::Machine;
+using simulation::Machine;
 using Strings = std::vector<std::string>;
 
 std::vector<platform::BYTE> Bytes(std::u16string_view text);  // the text's units, without a terminator
@@ -56,11 +56,11 @@ class MachineTest : public testing::Test {
   // Two intermediate drivers, A and the filter, in the wrong order over one adapter: instances 0000 to 0002.
   void AddWrongStack();
 
-  platform::simulated::RegistryValue Linkage(std::u16string_view subkey, std::u16string_view name);
+  simulation::RegistryValue Linkage(std::u16string_view subkey, std::u16string_view name);
 
   std::filesystem::path root_;
   Machine machine_;
-  platform::simulated::CurrentMachine current_{machine_};
+  simulation::CurrentMachine current_{machine_};
 };
 
 }  // namespace ztl_test

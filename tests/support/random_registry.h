@@ -9,14 +9,14 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/simulated/registry.h"
+#include "simulation/registry.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztl_test {
 
 // A line for each key below `key`: its path, and "name:type:bytes " for each of its values, in the order of these
 // texts.
-inline std::string Dump(const platform::simulated::RegistryKey& key, const std::string& path = "") {
+inline std::string Dump(const simulation::RegistryKey& key, const std::string& path = "") {
   std::string result;
   for (const auto& subkey : key.subkeys) {
     std::set<std::string> values;
@@ -39,7 +39,7 @@ class RandomChanges {
  public:
   RandomChanges(unsigned seed, std::size_t valueNames) : random_(seed), valueNames_(valueNames) {}
 
-  void Make(platform::simulated::Registry& registry, std::size_t steps) {
+  void Make(simulation::Registry& registry, std::size_t steps) {
     for (; steps > 0; --steps) {
       std::u16string path = Below(2) != 0 ? u"HKEY_USERS" : u"HKEY_LOCAL_MACHINE";
       for (std::size_t levels = Below(4); levels > 0; --levels) path += u'\\' + Name(u"", Below(3));

@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "install/registry_tree.h"
+#include "module/install/registry_tree.h"
 #include "tests/support/built_file.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
@@ -152,7 +152,7 @@ TEST_F(DllTest, TheSystemReadsItsVersionBlock) {
 }
 
 TEST_F(DllTest, ItsResourcesAreTheScriptAndTheDialog) {
-  std::ifstream file(ztl_test::BuiltFile(ZTL_SOURCE_DIR "/notify/resources/registration.rgs"), std::ios::binary);
+  std::ifstream file(ztl_test::BuiltFile(ZTL_SOURCE_DIR "/module/resources/registration.rgs"), std::ios::binary);
   EXPECT_EQ(Resource(L"REGISTRY", 40001), std::string(std::istreambuf_iterator<char>(file), {}));
   std::wstring expected = {0x00C0, 0x80C8, 0, 0, 4, 0, 0, 232, 151, 0, 0};  // no menu, the default class
   expected.append(L"General\0\x08MS Shell Dlg\0", 22);

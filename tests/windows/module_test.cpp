@@ -1,7 +1,7 @@
 // The module's code over the operating system itself: a transaction on a small machine in the real registry, with the
 // log on a real file.
-#include "notify/module_log.h"
-#include "notify/sample_filter.h"
+#include "module/notify/module_log.h"
+#include "module/notify/notify_object.h"
 #include "platform/registry_key.h"
 #include "platform/system_info.h"
 // After the platform's headers: the C library defines some of their names as macros.

@@ -1,4 +1,4 @@
-#include "ztlsim/check.h"
+#include "ztlsim/inspect/check.h"
 
 #include "tests/support/machine_test.h"
 // After the platform's headers: the C library defines some of their names as macros.
@@ -37,10 +37,12 @@ class Check : public MachineTest {
     Instance(u"0000").SetValue(u"DeviceInstanceID", REG_SZ, Sz(u"PCI\\1"));
     Adapters().CreateSubkey(u"{P}").SetValue(u"IMOrder", REG_MULTI_SZ, List(u"ZTL", u"A", u"E1000"));
   }
-  simulated::RegistryKey& Key(const std::u16string& path) { return machine_.registry.Create(path); }
-  simulated::RegistryKey& Instance(const std::u16string& path) { return Key(std::u16string(kNetClass) + u'\\' + path); }
-  simulated::RegistryKey& Adapters() { return Key(kParametersPath + u"\\Adapters"); }
-  simulated::RegistryValue& UpperBind() { return *Instance(u"0002\\Linkage").FindValue(u"UpperBind"); }
+  simulation::RegistryKey& Key(const std::u16string& path) { return machine_.registry.Create(path); }
+  simulation::RegistryKey& Instance(const std::u16string& path) {
+    return Key(std::u16string(kNetClass) + u'\\' + path);
+  }
+  simulation::RegistryKey& Adapters() { return Key(kParametersPath + u"\\Adapters"); }
+  simulation::RegistryValue& UpperBind() { return *Instance(u"0002\\Linkage").FindValue(u"UpperBind"); }
   void Link(std::u16string subkey, const char16_t* name, std::vector<BYTE> data) {
     Instance(subkey + u"\\Linkage").SetValue(name, REG_MULTI_SZ, std::move(data));
   }
@@ -102,7 +104,7 @@ TEST_F(Check, FindsEachFaultOnceAndChangesNothing) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.found + c.part);
-    machine_.registry.CopyFrom(simulated::Registry());
+    machine_.registry.CopyFrom(simulation::Registry());
     AddMachine();
     c.damage();
     const std::string before = Dump(machine_.registry.Root());

@@ -1,18 +1,18 @@
-#include "ztlsim/registry_changes.h"
+#include "ztlsim/scenario/registry_changes.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "tests/support/random_registry.h"
-#include "ztlsim/registry_export.h"
+#include "ztlsim/input/registry_export.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {
 namespace {
 
-using platform::simulated::Registry;
-using platform::simulated::RegistryKey;
+using simulation::Registry;
+using simulation::RegistryKey;
 
 TEST(RegistryChanges, AreListedInOrderAndWritten) {
   const std::string header = "Windows Registry Editor Version 5.00\n\n";

@@ -1,4 +1,4 @@
-#include "ztlsim/registry_export.h"
+#include "ztlsim/input/registry_export.h"
 
 #include "tests/support/machine_test.h"
 #include "tests/support/random_registry.h"
@@ -23,10 +23,10 @@
 namespace ztlsim {
 namespace {
 
-using platform::simulated::WriteFileWhole;
+using simulation::WriteFileWhole;
 
 namespace fs = std::filesystem;
-using platform::simulated::Registry;
+using simulation::Registry;
 using ztl_test::Dump;
 
 const std::string kHeader = "Windows Registry Editor Version 5.00\r\n";

@@ -1,0 +1,26 @@
+#include "module/notify/module_log.h"
+
+#include "module/log/log_facility.h"
+#include "platform/system_info.h"
+
+namespace ztl {
+namespace {
+
+constexpr platform::UINT kWindowsDirectoryCapacity = 244;
+constexpr std::uint32_t kSizeLimitKB = 1000;
+
+}  // namespace
+
+void OpenModuleLog() {
+  char windows[kWindowsDirectoryCapacity] = {};
+  // A directory that does not fit is no directory: the log then stands in the root of the current drive.
+  if (platform::GetWindowsDirectoryA(windows, kWindowsDirectoryCapacity) >= kWindowsDirectoryCapacity)
+    windows[0] = '\0';
+  char directory[kWindowsDirectoryCapacity + 8];
+  Format(directory, "%s\\temp", static_cast<const char*>(windows));
+  OpenLogMaster(g_ModuleLog, "ztlinst.log", directory, kSizeLimitKB, LOG_MODE_CIRCULAR, kNoPopup, "ztli64x");
+}
+
+void CloseModuleLog() { g_ModuleLog.available = 0; }
+
+}  // namespace ztl

@@ -1,0 +1,49 @@
+#include "simulation/host.h"
+// The runtime's own header defines names that ours declare as constants, so it comes last.
+#include <direct.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <io.h>
+#include <sys/locking.h>
+#include <sys/stat.h>
+#include <windows.h>
+
+namespace simulation::host {
+
+int Open(const std::filesystem::path& path, bool create, bool truncate) {
+  return ::_wopen(path.c_str(), _O_RDWR | _O_TEXT | (create ? _O_CREAT : 0) | (truncate ? _O_TRUNC : 0),
+                  _S_IREAD | _S_IWRITE);
+}
+
+int Close(int file) { return ::_close(file); }
+
+platform::LONG Length(int file) { return ::_filelength(file); }
+
+platform::LONG Seek(int file, platform::LONG offset, int origin) { return ::_lseek(file, offset, origin); }
+
+int Read(int file, void* buffer, platform::UINT bytes) { return ::_read(file, buffer, bytes); }
+
+int Write(int file, const void* buffer, platform::UINT bytes) { return ::_write(file, buffer, bytes); }
+
+// Some runtimes leave errno as it was when another holder is there.
+bool TryLock(int file, platform::LONG bytes) {
+  if (::_locking(file, _LK_NBLCK, bytes) == 0) return true;
+  errno = EACCES;
+  return false;
+}
+
+int Unlock(int file, platform::LONG bytes) { return ::_locking(file, _LK_UNLCK, bytes); }
+
+int MakeDirectory(const std::filesystem::path& path) { return ::_wmkdir(path.c_str()); }
+
+// A console shows colour once it is told to understand the escape sequences.
+bool OutputIsTerminal() {
+  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  ::DWORD mode = 0;
+  return ::GetConsoleMode(output, &mode) != 0 &&
+         ::SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+void WriteOutputAsUtf8() { ::SetConsoleOutputCP(CP_UTF8); }
+
+}  // namespace simulation::host

@@ -1,0 +1,210 @@
+// ztl_host.exe: a process in which Windows' own COM, registry and files meet the shipped DLL, with the simulated engine
+// behind its class in the registry. It makes a scenario's calls, or writes many lines of the log, and reports as JSON.
+#include "platform/system_info.h"
+#include "simulation/text_encoding.h"
+#include "tests/conformance/engine_server.h"
+#include "tests/conformance/real_registry.h"
+#include "tests/conformance/real_sheet.h"
+#include "tests/conformance/write_lines.h"
+#include "ztlsim/scenario/arguments.h"
+// The public headers come last: they define some of the boundary's names as macros.
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace {
+
+using simulation::Utf16ToUtf8;
+using simulation::Utf8ToUtf16;
+using Json = nlohmann::ordered_json;
+
+std::vector<std::string> g_debuggerOutput;
+std::string g_dieAt;  // the process ends where the module tells the debugger of this; empty: nowhere
+
+constexpr UINT kDied = 99;
+
+[[noreturn]] void Complain(const char* text, const std::string& what = {}) {
+  std::fprintf(stderr, "ztl_host: %s %s (system error %lu)\n", text, what.c_str(), GetLastError());
+  std::exit(2);
+}
+
+// Every text for the debugger arrives as an exception, before anything else sees it.
+LONG CALLBACK TakeDebuggerText(EXCEPTION_POINTERS* exception) {
+  const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+  if (record.ExceptionCode != DBG_PRINTEXCEPTION_C) return EXCEPTION_CONTINUE_SEARCH;
+  g_debuggerOutput.emplace_back(reinterpret_cast<const char*>(record.ExceptionInformation[1]));
+  if (!g_dieAt.empty() && g_debuggerOutput.back().find(g_dieAt) != std::string::npos)
+    TerminateProcess(GetCurrentProcess(), kDied);
+  return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+std::string Utf8(const wchar_t* text) { return Utf16ToUtf8(reinterpret_cast<const char16_t*>(text)); }
+
+template <class Function>
+Function* Find(HMODULE library, const char* name) {
+  const FARPROC found = GetProcAddress(library, name);
+  if (found == nullptr) Complain("no export", name);
+  return reinterpret_cast<Function*>(reinterpret_cast<void*>(found));
+}
+
+// Where COM finds the server of a class.
+std::wstring ServerOf(const wchar_t* clsid) {
+  wchar_t path[MAX_PATH] = L"";
+  DWORD bytes = sizeof(path);
+  const std::wstring key = std::wstring(L"Software\\Classes\\CLSID\\") + clsid + L"\\InprocServer32";
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, path, &bytes) != ERROR_SUCCESS)
+    Complain("no server is registered for", Utf8(clsid));
+  return path;
+}
+
+// The engine's library stays for the whole life of the process, as what it remembers does.
+struct Engine {
+  HMODULE library = LoadLibraryW(ServerOf(L"{5B035261-40F9-11D1-AAEC-00805FC1270E}").c_str());
+  ztl_conformance::StartEngine* start = Find<ztl_conformance::StartEngine>(library, "StartEngine");
+  ztl_conformance::EngineReport* report = Find<ztl_conformance::EngineReport>(library, "EngineReport");
+};
+
+class RealProcess final : public ztlsim::Process {
+ public:
+  explicit RealProcess(const Engine& engine) : engine_(engine) {}
+
+  platform::INetCfg* CreateTransaction() override {
+    return Find<ztl_conformance::CreateTransaction>(engine_.library, "CreateTransaction")();
+  }
+  platform::INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override {
+    return Find<ztl_conformance::CreatePnpReconfigCallback>(engine_.library, "CreatePnpReconfigCallback")();
+  }
+  platform::INetLanConnectionUiInfo* CreateLanConnection(const platform::GUID& adapter) override {
+    return Find<ztl_conformance::CreateLanConnection>(engine_.library, "CreateLanConnection")(adapter);
+  }
+  bool ShowPages(std::span<const platform::HPROPSHEETPAGE> pages, const ztlsim::PageInput& input) override {
+    bool applied = false;
+    shownPages_.push_back(ztl_conformance::UseSheet(pages, input, applied));
+    return applied;
+  }
+  const Json& ShownPages() const { return shownPages_; }
+  ztlsim::ModuleEntries LoadModule() override {
+    module_ = LoadLibraryW(L"C:\\Windows\\System32\\ztli64x.dll");
+    if (module_ == nullptr) Complain("cannot load the module");
+    return {Entry<decltype(ztlsim::ModuleEntries::canUnloadNow)>("DllCanUnloadNow"),
+            Entry<decltype(ztlsim::ModuleEntries::getClassObject)>("DllGetClassObject"),
+            Entry<decltype(ztlsim::ModuleEntries::registerServer)>("DllRegisterServer"),
+            Entry<decltype(ztlsim::ModuleEntries::unregisterServer)>("DllUnregisterServer"),
+            Entry<decltype(ztlsim::ModuleEntries::reInstallZtl)>("?ReInstallZtl@@YAKPEAX0PEADH@Z")};
+  }
+  void UnloadModule() override { FreeLibrary(module_); }
+
+ private:
+  template <class Pointer>
+  Pointer Entry(const char* name) {
+    return Find<std::remove_pointer_t<Pointer>>(module_, name);
+  }
+
+  const Engine& engine_;
+  Json shownPages_ = Json::array();
+  HMODULE module_ = nullptr;
+};
+
+Json Run(const std::string& scenario, std::map<std::string, std::string>& options) {
+  const Engine engine;
+  engine.start(Utf8ToUtf16(options["--lock-held"]).c_str(), options["--second-lock"] != "refuse");
+  Json report;
+  RealProcess process(engine);
+  for (const auto& [name, known] : ztlsim::kScenarios) {
+    if (name != scenario) continue;
+    ztlsim::CallOptions calls{};
+    calls.scenario = known;
+    for (const auto& [option, text] : options)
+      if (ztlsim::ReadCallOption(option, text, calls)) Complain("cannot use the option", option);
+    report["result"] = Json::object();
+    for (const auto& [method, hr] : ztlsim::MakeCalls(calls, process)) {
+      char text[16];
+      std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(hr));
+      report["result"][method] = text;
+    }
+  }
+  if (report.is_null()) Complain("no scenario", scenario);
+  const Json& pages = process.ShownPages();
+  report["page"] = pages.empty() ? Json(nullptr) : pages[0];
+  if (pages.size() > 1) report["page"]["again"] = pages[1]["opened"];
+  std::istringstream lines(engine.report());
+  std::int64_t waited = 0;
+  std::int64_t objects = 0;
+  std::string line;
+  lines >> waited >> objects;
+  std::getline(lines, line);
+  report["elapsed_ms"] = waited;
+  report["objects_left"] = objects;
+  report["engine_requests"] = Json::array();
+  while (std::getline(lines, line)) report["engine_requests"].push_back(line);
+  return report;
+}
+
+// [[key, value's name, type, bytes]…]
+void SetValues(const Json& values) {
+  for (const Json& value : values) ztl_conformance::SetValue(value[0], {value[1], value[2], value[3]});
+}
+
+// The same of all values below the keys; [key] for a key as such.
+Json ReadKeys(const Json& paths) {
+  Json read = Json::array();
+  for (const std::string path : paths)
+    for (const ztl_conformance::RealKey& key : ztl_conformance::ReadTree(path)) {
+      read.push_back({key.path});
+      for (const ztl_conformance::RealValue& value : key.values)
+        read.push_back({key.path, value.name, value.type, Json(value.data)});
+    }
+  return read;
+}
+
+int Main(int argc, char** argv) {
+  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME | look KEYS [OPTION VALUE]…");
+  std::map<std::string, std::string> options;
+  for (int i = 3; i + 1 < argc; i += 2) options[argv[i]] = argv[i + 1];
+  Json report;
+  Json job = {{"set", Json::array()}, {"read", Json::array()}, {"die_at", ""}};
+  if (!options["--job"].empty()) job.update(Json::parse(std::ifstream(options["--job"])));
+  SetValues(job["set"]);
+  g_dieAt = job["die_at"];
+  AddVectoredExceptionHandler(1, TakeDebuggerText);
+  if (std::strcmp(argv[1], "run") == 0) {
+    report = Run(argv[2], options);
+  } else if (std::strcmp(argv[1], "log") == 0 &&
+             !ztl_conformance::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
+                                          static_cast<std::size_t>(std::atoi(options["--filler"].c_str())))) {
+    Complain("no notify object");
+  }
+  platform::OSVERSIONINFOEXW version{};
+  version.dwOSVersionInfoSize = sizeof(version);
+  platform::GetVersionExW(&version);
+  report["os"] = std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) + "." +
+                 std::to_string(version.wServicePackMajor);
+  report["process"] = {{"id", GetCurrentProcessId()}, {"command_line", Utf8(GetCommandLineW())}};
+  report["debugger_output"] = g_debuggerOutput;
+  report["registry"] = ReadKeys(job["read"]);
+  std::ofstream(options["--report"], std::ios::binary)
+      << report.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
+  return 0;
+}
+
+}  // namespace
+
+// ztl_host run SCENARIO: --lock-held and --second-lock as of ztlsim.
+// ztl_host log NAME: --count queries that each log three lines, --filler bytes long.
+// ztl_host look KEYS: nothing.
+// All: --job FILE of what the command line, which is in the log, does not tell: the values to "set" at first, the text
+// to "die_at", when the module tells the debugger of it, and the keys to "read" at last; --report FILE.
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& error) {
+    Complain(error.what());
+  }
+}

@@ -1,0 +1,363 @@
+#include "module/notify/notify_object.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "module/notify/module_log.h"
+#include "tests/support/machine_test.h"
+
+namespace {
+
+using namespace platform;
+using namespace ztl_test;
+using simulation::Arguments;
+using simulation::Operation;
+using ztl::HrCreateSampleFilter;
+
+constexpr IID kNotifyIids[] = {IID_INetCfgComponentControl, IID_INetCfgComponentSetup, IID_INetCfgComponentPropertyUi,
+                               IID_INetCfgComponentNotifyBinding, IID_INetCfgComponentNotifyGlobal};
+
+// An object of one interface that counts its references. Its last breath may touch another one.
+class Counted final : public IUnknown {
+ public:
+  HRESULT QueryInterface(REFIID riid, void** object) override {
+    *object = nullptr;
+    if (riid != IID_INetCfgComponentSetup) return E_NOINTERFACE;
+    AddRef();
+    *object = this;
+    return S_OK;
+  }
+  ULONG AddRef() override { return ++references; }
+  ULONG Release() override {
+    if (touched != nullptr) {
+      touched->AddRef();
+      touched->Release();
+    }
+    return --references;
+  }
+
+  ULONG references = 0;
+  IUnknown* touched = nullptr;
+};
+
+class Path final : public INetCfgBindingPath {
+ public:
+  HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+  HRESULT IsSamePathAs(INetCfgBindingPath*) override { return E_NOTIMPL; }
+  HRESULT IsSubPathOf(INetCfgBindingPath*) override { return E_NOTIMPL; }
+  HRESULT IsEnabled() override { return enabled; }
+  HRESULT Enable(BOOL) override { return E_NOTIMPL; }
+  HRESULT GetPathToken(char16_t** text) override {
+    static char16_t notMemory[] = u"stale";
+    *text = notMemory;  // nobody's to free
+    if (token != S_OK) return token;
+    *text = static_cast<char16_t*>(CoTaskMemAlloc(8));
+    std::copy_n(u"a%b", 4, *text);
+    return S_OK;
+  }
+  HRESULT GetOwner(INetCfgComponent**) override { return E_NOTIMPL; }
+  HRESULT GetDepth(ULONG*) override { return E_NOTIMPL; }
+  HRESULT EnumBindingInterfaces(IEnumNetCfgBindingInterface**) override { return E_NOTIMPL; }
+
+  HRESULT enabled = S_OK;
+  HRESULT token = S_OK;
+};
+
+class SampleFilterTest : public MachineTest {
+ protected:
+  SampleFilterTest() {
+    ztl::OpenModuleLog();
+    netCfg_ = ComPtr<INetCfg>::Attach(simulation::CreateTransaction());
+    callback_ = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulation::CreatePnpReconfigCallback());
+    connection_ = ComPtr<INetLanConnectionUiInfo>::Attach(
+        simulation::CreateLanConnection({0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}}));
+    machine_.registry.Create(std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}")
+        .SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
+  }
+  void TearDown() override {
+    Release();
+    netCfg_.Reset();
+    callback_.Reset();
+    connection_.Reset();
+    MachineTest::TearDown();
+  }
+
+  void Create(bool installing = false) {
+    ASSERT_EQ(HrCreateSampleFilter(nullptr, IID_INetCfgComponentControl, reinterpret_cast<void**>(control_.Receive())),
+              S_OK);
+    Query(IID_INetCfgComponentSetup, setup_);
+    Query(IID_INetCfgComponentPropertyUi, page_);
+    Query(IID_INetCfgComponentNotifyBinding, binding_);
+    Query(IID_INetCfgComponentNotifyGlobal, global_);
+    ComPtr<INetCfgComponent> component;
+    ASSERT_EQ(netCfg_->FindComponent(u"QRO_ZTL", component.Receive()), S_OK);
+    EXPECT_EQ(control_->Initialize(component.Get(), netCfg_.Get(), installing), S_OK);
+  }
+  template <class Interface>
+  void Query(REFIID iid, ComPtr<Interface>& interface) {
+    ASSERT_EQ(control_->QueryInterface(iid, reinterpret_cast<void**>(interface.Receive())), S_OK);
+  }
+  // Asks for the page, and has no memory for it.
+  void RecordPage() {
+    DWORD defaultPages = 1;
+    UINT pages = 1;
+    BYTE* handles = reinterpret_cast<BYTE*>(this);
+    machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .code = 8}};
+    EXPECT_EQ(page_->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr), S_OK);
+    EXPECT_TRUE(defaultPages == 0 && pages == 0 && handles == nullptr);
+    machine_.faults.clear();
+  }
+  void Release() {
+    setup_.Reset();
+    page_.Reset();
+    binding_.Reset();
+    global_.Reset();
+    control_.Reset();
+  }
+  const simulation::RegistryValue* Value(const std::u16string& key, std::u16string_view name) {
+    const simulation::RegistryKey* const found = machine_.registry.Find(key);
+    return found == nullptr ? nullptr : found->FindValue(name);
+  }
+
+  ComPtr<INetCfg> netCfg_;
+  ComPtr<INetCfgPnpReconfigCallback> callback_;
+  ComPtr<INetLanConnectionUiInfo> connection_;
+  ComPtr<INetCfgComponentControl> control_;
+  ComPtr<INetCfgComponentSetup> setup_;
+  ComPtr<INetCfgComponentPropertyUi> page_;
+  ComPtr<INetCfgComponentNotifyBinding> binding_;
+  ComPtr<INetCfgComponentNotifyGlobal> global_;
+};
+
+TEST_F(SampleFilterTest, AnswersItsFiveInterfacesWithOneIdentity) {
+  Create();
+  for (const IID& from : kNotifyIids)
+    for (const IID& to : kNotifyIids) {
+      ComPtr<IUnknown> first, second, identity;
+      ASSERT_EQ(control_->QueryInterface(from, reinterpret_cast<void**>(first.Receive())), S_OK);
+      ASSERT_EQ(first->QueryInterface(to, reinterpret_cast<void**>(second.Receive())), S_OK);
+      ASSERT_EQ(second->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.Receive())), S_OK);
+      EXPECT_EQ(static_cast<void*>(identity.Get()), static_cast<void*>(control_.Get()));
+    }
+  void* object = this;
+  EXPECT_EQ(control_->QueryInterface(IID_INetCfg, &object), E_NOINTERFACE);
+  EXPECT_EQ(object, nullptr);
+}
+
+TEST_F(SampleFilterTest, CreationFailsAsComExpects) {
+  Counted outer;
+  void* object = this;
+  EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_IUnknown, nullptr), E_POINTER);
+  EXPECT_EQ(HrCreateSampleFilter(&outer, IID_INetCfgComponentSetup, &object), CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(object, nullptr);
+  machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .code = 8}};
+  EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_IUnknown, &object), E_OUTOFMEMORY);
+  EXPECT_EQ(TakeLog(), Strings{});
+  // An instance that is asked for what it is not goes through its release.
+  EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_INetCfg, &object), E_NOINTERFACE);
+  const Strings log = TakeLog();
+  EXPECT_EQ(log.at(0), "--> ::CSampleFilter");
+  EXPECT_EQ(log.at(2), "--> ::~CSampleFilter ApplyAction=0 OrderIM=0");
+}
+
+TEST_F(SampleFilterTest, AnAggregatedInstanceLivesByItsInnerIdentity) {
+  Counted outer;
+  ComPtr<IUnknown> inner;
+  ASSERT_EQ(HrCreateSampleFilter(&outer, IID_IUnknown, reinterpret_cast<void**>(inner.Receive())), S_OK);
+  EXPECT_EQ(outer.references, 0u);
+  ComPtr<INetCfgComponentControl> control;
+  ASSERT_EQ(inner->QueryInterface(IID_INetCfgComponentControl, reinterpret_cast<void**>(control.Receive())), S_OK);
+  EXPECT_EQ(outer.references, 1u);
+  void* throughOuter = nullptr;
+  EXPECT_EQ(control->QueryInterface(IID_INetCfgComponentSetup, &throughOuter), S_OK);
+  EXPECT_EQ(throughOuter, &outer);
+  EXPECT_EQ(control->QueryInterface(IID_INetCfgComponentControl, &throughOuter), E_NOINTERFACE);
+  outer.Release();
+  control.Reset();
+  EXPECT_EQ(outer.references, 0u);
+  TakeLog();
+  inner.Reset();
+  EXPECT_EQ(TakeLog().at(0), "--> ::~CSampleFilter ApplyAction=0 OrderIM=0");
+}
+
+TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
+  struct Case {
+    const char* name;
+    std::function<void()> record;
+    const char* trace;
+    const char* apply;  // "default N" where nothing is applied
+    bool installs;      // what an installation lets the release do
+  };
+  const Case cases[] = {
+      {"none", [] {}, nullptr, "default 0", true},
+      {"install", [this] { setup_->Install(7); }, "--> ::Install eActInstall", "eActInstall", true},
+      {"upgrade", [this] { setup_->Upgrade(1, 2); }, "--> ::Upgrade eActUpgrade", "default 4", true},
+      {"remove", [this] { setup_->Removing(); }, "--> ::Removing eActRemove", "eActRemove", false},
+      {"add",
+       [this] {
+         setup_->Removing();
+         TakeLog();
+         global_->SysNotifyComponent(NCN_ADD, nullptr);
+       },
+       "--> ::SysNotifyComponent dwChangeFlag 0x00000001", "default 4", true},
+      {"transport", [this] { global_->SysNotifyComponent(NCN_NETTRANS | NCN_REMOVE, nullptr); },
+       "--> ::SysNotifyComponent dwChangeFlag 0x00020002", "default 4", true},
+      {"page", [this] { RecordPage(); }, "--> ::MergePropPages", "eActPropertyUI", false},
+      {"service", [this] { global_->SysNotifyComponent(NCN_REMOVE | NCN_NETSERVICE, nullptr); },
+       "--> ::SysNotifyComponent dwChangeFlag 0x00080002", "default 0", true},
+  };
+  for (const Case& c : cases)
+    for (const bool applyPnp : {false, true}) {
+      SCOPED_TRACE(c.name);
+      Create();
+      EXPECT_EQ(TakeLog(), (Strings{"--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize"}));
+      c.record();
+      const Strings recorded = TakeLog();
+      if (c.trace != nullptr) EXPECT_EQ(recorded.at(0), c.trace);
+      EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
+      const Strings applied = TakeLog();
+      EXPECT_EQ(applied.at(0), "--> ::ApplyRegistryChanges");
+      EXPECT_EQ(applied.at(1), "--> ::ApplyRegistryChanges " + std::string(c.apply));
+      EXPECT_EQ(applied.back(), "--> ::ApplyRegistryChanges exit");
+      const char* const order = "GetFilterClass open NetService base rc=2";
+      machine_.faults = {{.operation = Operation::RegOpenKeyExW, .times = 1000, .code = 2}};
+      if (applyPnp) {
+        EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), S_OK);
+        EXPECT_EQ(TakeLog(), (Strings{"--> ::ApplyPnpChanges", order, "OrderIM: GetFilterClass rc=2",
+                                      "--> ::ApplyPnpChanges exit"}));
+      }
+      Release();
+      machine_.faults.clear();
+      const Strings released = TakeLog();
+      Strings expected = {released.at(0)};
+      EXPECT_TRUE(released[0].ends_with(applyPnp ? "OrderIM=1" : "OrderIM=0"));
+      if (c.installs && !applyPnp) expected.insert(expected.end(), {order, "OrderIM: GetFilterClass rc=2"});
+      if (c.apply != std::string("eActRemove")) expected.push_back("Total 0 NDIS bindings");
+      if (c.installs)
+        expected.insert(expected.end(), {"UnBindZTLFromExcludedMacs: Platfrom 2 Major 10 Minor 0 ServPack 0",
+                                         "UnBindZTLFromExcludedMacs: No ExcludedMacs on Vista"});
+      EXPECT_EQ(released, expected);
+    }
+}
+
+// The engine and the context are gone when the pass begins, and what they do with the object while they go does no
+// harm.
+TEST_F(SampleFilterTest, TheReleaseGivesTheEngineBackBeforeItOrders) {
+  Counted context;
+  Create();
+  EXPECT_EQ(page_->SetContext(&context), E_NOINTERFACE);
+  context.touched = control_.Get();
+  netCfg_.Reset();
+  int opened = 0;
+  machine_.observer = [&](Operation operation, const Arguments&) {
+    if (operation != Operation::RegOpenKeyExW) return;
+    ++opened;
+    EXPECT_EQ(machine_.engine.objects, 2);  // the test's own
+    EXPECT_EQ(context.references, 0u);
+  };
+  Release();
+  machine_.observer = nullptr;
+  EXPECT_GT(opened, 0);
+}
+
+TEST_F(SampleFilterTest, ARestartIsAskedForWhenAStackChangedOrTheBridgeStays) {
+  struct Case {
+    bool wrongStack;
+    bool remove;
+    bool bridge;
+    HRESULT expected;
+  };
+  for (const Case& c :
+       {Case{false, true, false, S_OK}, Case{false, true, true, NETCFG_S_REBOOT}, Case{false, false, true, S_OK},
+        Case{true, false, false, NETCFG_S_REBOOT}, Case{true, true, false, NETCFG_S_REBOOT}}) {
+    simulation::RegistryKey& network =
+        machine_.registry.Create(std::u16string(kNetwork) + u"\\{4D36E975-E325-11CE-BFC1-08002BE10318}");
+    network.DeleteSubkey(u"{bridge}");
+    if (c.bridge) network.CreateSubkey(u"{bridge}").SetValue(u"ComponentId", REG_SZ, Sz(u"MS_Bridge"));
+    if (c.wrongStack) AddWrongStack();
+    Create();
+    if (c.remove) setup_->Removing();
+    EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), c.expected);
+    Release();
+  }
+  ASSERT_EQ(machine_.engine.pnpReconfigs.size(), 5u);
+  const simulation::PnpReconfig& sent = machine_.engine.pnpReconfigs.back();
+  EXPECT_EQ(sent.layer, NCRL_NDIS);
+  EXPECT_EQ(sent.upper, u"ztl2000");
+  EXPECT_EQ(sent.lower, u"{00000000-0000-0000-0000-000000000000}");
+  EXPECT_EQ(sent.data, Bytes(std::u16string_view(u"\0", 1)));
+}
+
+TEST_F(SampleFilterTest, TheContextNamesTheAdapterWhoseValuesAreStored) {
+  const std::u16string param = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}\\Parameters";
+  const std::u16string adapter = std::u16string(kParameters) + u"\\Adapters\\{12345678-9ABC-DEF0-0102-030405060708}";
+  Create();
+  EXPECT_EQ(page_->SetContext(connection_.Get()), S_OK);
+  setup_->ReadAnswerFile(nullptr, nullptr);
+  RecordPage();
+
+  TakeLog();  // no Parameters key: the first value is stored, the second is not, and that is no failure
+  EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
+  EXPECT_EQ(TakeLog().at(2), "HrOpenAdapterParamsKey RegOpenKeyEx rc=2");
+  ASSERT_NE(Value(param, u"Param1"), nullptr);
+  EXPECT_EQ(Value(param, u"Param1")->data, Bytes(u"ParamFromAnswerFile"));
+
+  control_->CancelChanges();
+  machine_.registry.Create(kParameters);
+  EXPECT_EQ(control_->ApplyRegistryChanges(), HresultFromBits(0x80070002));
+  EXPECT_EQ(TakeLog().at(3), "HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=80070002");
+  EXPECT_EQ(Value(param, u"Param1")->data, Bytes(u""));
+
+  machine_.registry.Create(adapter);
+  machine_.faults = {{.operation = Operation::OpenParamKey, .code = E_FAIL}};
+  EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
+  EXPECT_EQ(TakeLog().at(2), "ApplyRegistryChange OpenParamKey rc=80004005");
+  ASSERT_NE(Value(adapter, u"BundleId"), nullptr);
+  EXPECT_EQ(Value(adapter, u"BundleId")->data, Bytes(u""));
+
+  EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), S_OK);
+  EXPECT_EQ(machine_.engine.pnpReconfigs.back().lower, u"{12345678-9ABC-DEF0-0102-030405060708}");
+}
+
+TEST_F(SampleFilterTest, AContextWithoutAnAdapterIsReportedAndKept) {
+  Counted context;
+  Create();
+  machine_.faults = {{.operation = Operation::GetDeviceGuid, .code = E_FAIL}};
+  EXPECT_EQ(page_->SetContext(connection_.Get()), E_FAIL);
+  EXPECT_EQ(page_->SetContext(&context), E_NOINTERFACE);
+  EXPECT_EQ(context.references, 1u);
+  EXPECT_EQ(page_->SetContext(nullptr), S_OK);
+  EXPECT_EQ(context.references, 0u);
+  const Strings log = TakeLog();
+  EXPECT_EQ(Strings(log.begin() + 3, log.end()),
+            (Strings{"--> ::SetContext", "SetContext GetDeviceGuid rc=80004005", "--> ::SetContext",
+                     "SetContext QueryInterface rc=80004002", "--> ::SetContext"}));
+}
+
+TEST_F(SampleFilterTest, BindingNoticesAreTracedAndNeverRefused) {
+  Create();
+  DWORD notifications = 0;
+  EXPECT_EQ(global_->GetSupportedNotifications(&notifications), S_OK);
+  EXPECT_EQ(notifications, 0x000B0137u);
+  TakeLog();
+  Path path;
+  auto expect = [&](HRESULT hr, const char* first, const char* second, const char* token) {
+    EXPECT_EQ(hr, S_OK);
+    EXPECT_EQ(TakeLog(), (Strings{first, second, token}));
+  };
+  expect(global_->SysQueryBindingPath(0x10, &path), "--> ::SysQueryBindingPath dwChangeFlag 0x00000010",
+         "--> ::SysQueryBindingPath path enable", "PathToken <a%b>");
+  path.enabled = S_FALSE;
+  expect(global_->SysNotifyBindingPath(0x20, &path), "--> ::SysNotifyBindingPath, dwChangeFlag 0x00000020",
+         "--> ::SysNotifyBindingPath path disable", "PathToken <a%b>");
+  path.enabled = E_FAIL;
+  expect(binding_->QueryBindingPath(1, &path), "--> ::QueryBindingPath dwChangeFlag 0x00000001",
+         "--> ::QueryBindingPath path error", "PathToken <a%b>");
+  path.token = S_FALSE;
+  expect(binding_->NotifyBindingPath(1, &path), "--> ::NotifyBindingPath dwChangeFlag 0x00000001",
+         "--> ::NotifyBindingPath path error", "GetPathToken hr=1");
+}
+
+}  // namespace

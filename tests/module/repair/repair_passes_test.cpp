@@ -1,0 +1,307 @@
+// The binding-loop pass and the excluded-adapter pass, on the sample machines.
+#include <functional>
+#include <optional>
+#include <set>
+
+#include "module/netcfg/binding_path.h"
+#include "module/notify/module_log.h"
+#include "module/notify/notify_object.h"
+#include "module/repair/check_bind_loop.h"
+#include "module/repair/excluded_macs.h"
+#include "tests/support/machine_test.h"
+#include "ztlsim/input/load_machine.h"
+#include "ztlsim/inspect/bindings.h"
+
+namespace {
+
+using namespace platform;
+using namespace ztl_test;
+using simulation::Operation;
+
+constexpr char16_t kMarker[] = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL\\CheckBindLoop";
+
+class RepairTest : public MachineTest {
+ protected:
+  void Load(const std::string& sample) {
+    ASSERT_FALSE(ztlsim::LoadRegistry({ZTL_SOURCE_DIR "/samples/" + sample + ".reg"}, machine_.registry));
+    ztl::OpenModuleLog();
+  }
+  simulation::RegistryKey& Instance(std::u16string_view subkey) {
+    return *machine_.registry.Find(std::u16string(kNetClass) + u"\\" + std::u16string(subkey));
+  }
+  simulation::RegistryKey& Linkage(std::u16string_view subkey) { return *Instance(subkey).FindSubkey(u"Linkage"); }
+  std::vector<BYTE> UpperBind(std::u16string_view subkey) { return Linkage(subkey).FindValue(u"UpperBind")->data; }
+
+  Strings CheckLoops() {
+    ztl::CheckBindLoop();
+    return TakeLog();
+  }
+  static std::size_t Count(const Strings& log, std::string_view start) {
+    return static_cast<std::size_t>(
+        std::count_if(log.begin(), log.end(), [start](const auto& line) { return line.starts_with(start); }));
+  }
+  std::set<std::u16string> EnabledPaths() {
+    std::set<std::u16string> enabled;
+    ztl::CloseModuleLog();  // looking is not to be logged
+    for (const ztlsim::BindingPath& path : ztlsim::ReadBindings().paths)
+      if (path.enabled) enabled.insert(path.adapter.substr(0, 4));
+    ztl::OpenModuleLog();
+    return enabled;
+  }
+  // What the sessions' notify objects are made by.
+  void RegisterModule() { machine_.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter}); }
+  void ReleaseNotifyObject() {
+    void* object = nullptr;
+    if (ztl::HrCreateSampleFilter(nullptr, IID_IUnknown, &object) == S_OK) static_cast<IUnknown*>(object)->Release();
+  }
+};
+
+TEST_F(RepairTest, ARepairedLoopIsGoneAndItsLogReadsInOrder) {
+  Load("loop");
+  machine_.registry.Find(kNetClass)->denied = KEY_SET_VALUE;  // nothing but reading is asked for
+  ztl::CheckBindLoop();
+  machine_.registry.Find(kNetClass)->denied = 0;
+  EXPECT_EQ(LogErrors(), Strings{"BIND LOOP!!!"});
+  Strings log = TakeLog();
+  const auto start = std::find(log.begin(), log.end(), "Card 0006");
+  EXPECT_EQ(log.at(0), "Total 7 NDIS bindings");
+  EXPECT_EQ(log.at(1), "Card 0000");
+  log.erase(log.begin(), start);
+  const std::string device[] = {"PCI\\VEN_F1A7&DEV_0225&SUBSYS_0000F1A7&REV_03\\4&1F2C77B&0&00E4",
+                                "PCI\\VEN_F2C4&DEV_6011&SUBSYS_0010F2C4&REV_1A\\4&2B6E0A91&0&00E5"};
+  auto link = [](std::string id) {
+    std::replace(id.begin(), id.end(), '\\', '#');
+    return "Device ##?#" + id + "#{ad498944-762f-11d0-8dcb-00c04fc3358c}";
+  };
+  EXPECT_EQ(
+      log, (Strings{"Card 0006", "-filterInfId qro_ztl", "-upperbind ZTL",
+                    "  proto/id {309D6B79-965E-4A32-9AE4-45508201E2BD}/ms_server",
+                    "  proto/id {73AB4876-7734-47C1-87FD-E805EC99108D}/ald_pktshape",
+                    "  proto/id {DB5B5FAB-8F4D-4E27-9DA1-494C73CF256D}/qro_ztl", "-service ZTL", "BIND LOOP!!!",
+                    "RootDevice {09208A65-0F3E-4DD3-902B-938B8743FEB6}", "#{73F778AA-F6FA-4DB8-A56A-BD72FB710734}",
+                    link(device[0]), "DeviceInstance " + device[0], link(device[1]), "DeviceInstance " + device[1],
+                    "RootDevice matched", "Disable Binding Path rc=0", "Enable Binding Path rc=0", "++Fix Binding 7"}));
+  EXPECT_EQ(UpperBind(u"0006"), MultiSz({u"Tcpip", u"Tcpip6", u"Ndisuio"}));
+  EXPECT_EQ(UpperBind(u"0001"), MultiSz({u"ZTL"}));
+  EXPECT_EQ(machine_.registry.Find(kMarker), nullptr);
+  EXPECT_EQ(Count(CheckLoops(), "BIND LOOP"), 0u);
+}
+
+TEST_F(RepairTest, OnePassRunsAtATime) {
+  Load("loop");
+  machine_.registry.Create(kMarker).isVolatile = true;
+  EXPECT_EQ(CheckLoops(), Strings{});
+  EXPECT_NE(machine_.registry.Find(kMarker), nullptr);
+  machine_.registry.Restart();
+  // Neither do the releases of the notify objects that the repair's own sessions drive.
+  RegisterModule();
+  machine_.faults = {{.operation = Operation::RegDeleteKeyW, .code = 5}};
+  const Strings log = CheckLoops();
+  EXPECT_EQ(Count(log, "++Fix Binding 7"), 1u);
+  EXPECT_EQ(Count(log, "--> ::~CSampleFilter"), 2u);
+  EXPECT_EQ(Count(log, "Total "), 1u);
+  // A marker that is left behind is gone after a restart.
+  EXPECT_EQ(CheckLoops(), Strings{});
+  machine_.registry.Restart();
+  EXPECT_EQ(Count(CheckLoops(), "Total "), 1u);
+}
+
+// What stands in the way of a scan, beside all that generated machines have in their registries.
+TEST_F(RepairTest, AScanLooksPastWhatItCannotUse) {
+  const std::u16string control = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control";
+  struct Case {
+    std::function<void()> change;
+    std::size_t repaired;  // scans that end in a repair of the last instance
+    const char* line;      // that stands in the log
+  };
+  const Case cases[] = {
+      {[&] {
+         machine_.registry.Create(std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{0}").denied =
+             KEY_QUERY_VALUE;
+       },
+       1, "Proto {0}"},
+      {[&] {
+         auto& links = machine_.registry.Create(control + u"\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}");
+         links.CreateSubkey(u"#0").denied = KEY_QUERY_VALUE;
+         links.CreateSubkey(u"#1").CreateSubkey(u"#{73F778AA-F6FA-4DB8-A56A-BD72FB710734}");
+       },
+       1, "Enable Binding Path rc=0"},
+      {[&] { Instance(u"0000").parent->CreateSubkey(u"!" + std::u16string(254, u'x')); }, 0, "++Fix Binding 8"},
+      {[&] { machine_.registry.Find(control)->DeleteSubkey(u"DeviceClasses"); }, 1, "BIND LOOP!!!"},
+      {[&] {
+         Linkage(u"0006").SetValue(u"RootDevice", REG_MULTI_SZ, {'x', 0, 'y'});
+       },
+       1, "#x"},
+  };
+  Load("loop");
+  const std::unique_ptr<simulation::Registry> registry = machine_.registry.Copy();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.line);
+    machine_.registry.CopyFrom(*registry);
+    c.change();
+    const Strings log = CheckLoops();
+    EXPECT_EQ(Count(log, "++Fix Binding 7"), c.repaired);
+    EXPECT_GE(Count(log, c.line), 1u);
+  }
+}
+
+TEST_F(RepairTest, ScansEndByThemselves) {
+  Load("two-loops");
+  EXPECT_EQ(Count(CheckLoops(), "++Fix Binding"), 2u);
+
+  // Nothing can be repaired: every scan finds the first loop again, as many times as there are instances.
+  machine_.registry.Restart();
+  Linkage(u"0003").SetValue(u"UpperBind", REG_MULTI_SZ, MultiSz({u"ZTL"}));
+  machine_.engine.otherClient = u"setup";
+  Strings log = CheckLoops();
+  EXPECT_EQ(Count(log, "++Fix Binding 4"), 10u);
+  EXPECT_EQ(Count(log, "Enable Binding Path rc=-2147180508"), 10u);
+  EXPECT_EQ(machine_.WaitedMilliseconds(), 20 * 15000);
+
+  // The instances become fewer while the pass runs.
+  machine_.engine.otherClient.clear();
+  machine_.observer = [this](Operation operation, const simulation::Arguments&) {
+    if (operation == Operation::Uninitialize) Instance(u"0009").parent->DeleteSubkey(u"0008");
+  };
+  log = CheckLoops();
+  machine_.observer = nullptr;
+  EXPECT_EQ(Count(log, "++Fix Binding 4"), 1u);
+  EXPECT_EQ(Count(log, "Card 0000"), 10u);
+}
+
+TEST_F(RepairTest, ThePassSaysWhyItDoesNothing) {
+  const std::string version = "UnBindZTLFromExcludedMacs: Platfrom ";
+  Load("windows-5.2");
+  machine_.version = {.major = 6, .minor = 0, .servicePack = 2};
+  const std::uint64_t before = machine_.Calls(Operation::RegOpenKeyExW);
+  EXPECT_EQ(ztl::UnBindZTLFromExcludedMacs(), ERROR_NOT_SUPPORTED);
+  EXPECT_EQ(machine_.Calls(Operation::RegOpenKeyExW), before);
+  EXPECT_EQ(TakeLog(),
+            (Strings{version + "2 Major 6 Minor 0 ServPack 2", "UnBindZTLFromExcludedMacs: No ExcludedMacs on Vista"}));
+
+  machine_.faults = {{.operation = Operation::GetVersionExW, .code = 120}};
+  EXPECT_EQ(ztl::UnBindZTLFromExcludedMacs(), 120);
+  EXPECT_EQ(TakeLog(), Strings{"UnBindZTLFromExcludedMacs: GetVersionEx rc=120"});
+
+  machine_.version = {.major = 6, .minor = 1, .servicePack = 0xFFFF, .platformId = 1};  // not of the NT platform
+  struct Case {
+    Operation operation;
+    std::int32_t code;
+    const char* line;
+  };
+  const Case cases[] = {
+      {Operation::AcquireWriteLock, 1, "lock is being held, try later"},
+      {Operation::AcquireWriteLock, E_FAIL, "rc=80004005 - can't get the notify object interface"},
+      {Operation::CoInitializeEx, E_FAIL, "rc=80004005 - can't get the notify object interface"},
+      {Operation::Initialize, 5, "rc=00000005 - can't get the notify object interface"},
+      {Operation::FindComponent, 1, "rc=00000001 - can't get an interface pointer to qro_ztl"},
+      {Operation::QueryNetCfgClass, 3, "rc=00000003 - can't get the network component enumerator"},
+      {Operation::EnumComponents, E_FAIL, "rc=80004005 - can't get the network component enumerator"},
+  };
+  for (const Case& c : cases) {
+    machine_.faults = {{.operation = c.operation, .code = c.code}};
+    EXPECT_EQ(ztl::UnBindZTLFromExcludedMacs(), ERROR_SUCCESS);
+    const Strings log = TakeLog();
+    EXPECT_EQ(log.front(), version + "1 Major 6 Minor 1 ServPack -1");
+    EXPECT_EQ(log.back(), c.line);
+    ExpectNothingLeft();
+  }
+  machine_.faults = {{.operation = Operation::RegOpenKeyExW, .code = 5}};
+  EXPECT_EQ(ztl::UnBindZTLFromExcludedMacs(), ERROR_SUCCESS);
+  EXPECT_EQ(TakeLog().size(), 1u);
+}
+
+TEST_F(RepairTest, APathIsChangedInASessionOfItsOwn) {
+  const char16_t* const token = u"QRO_ZTL->usb\\vid_f3d0&pid_0b1F\\000000000001";
+  const std::string rc = "Enable Binding Path rc=";
+  struct Case {
+    const char16_t* component;
+    const char16_t* token;
+    std::optional<simulation::Fault> fault;
+    HRESULT result;
+    Strings errors;
+    std::uint64_t applied = 0;
+  };
+  const Case cases[] = {
+      {u"qro_ztl", u"qro_ztl->USB", {}, S_OK, {"FindBindingPath return NULL"}},
+      {u"other", token, {}, S_OK, {"Couldn't get an interface pointer to other.", "FindBindingPath return NULL"}},
+      {u"qro_ztl",
+       token,
+       simulation::Fault{.operation = Operation::EnumBindingPaths, .code = E_FAIL},
+       S_OK,
+       {"Couldn't get the binding path enumerator interface.", "FindBindingPath return NULL"}},
+      {u"qro_ztl", token, simulation::Fault{.operation = Operation::Enable, .code = 7}, 7, {"Enable failed"}},
+      {u"qro_ztl", token, simulation::Fault{.operation = Operation::Apply, .code = 7}, 7, {"Apply failed"}, 1},
+      {u"qro_ztl", token, simulation::Fault{.operation = Operation::Initialize, .code = 7}, 7, {}},
+      {u"qro_ztl", token, simulation::Fault{.operation = Operation::CoInitializeEx, .code = E_FAIL}, E_FAIL, {}},
+      {u"qro_ztl", token, simulation::Fault{.operation = Operation::GetPathToken, .code = E_FAIL}, S_OK, {}, 1},
+  };
+  for (const Case& c : cases) {
+    Load("windows-5.2");
+    const std::uint64_t applied = machine_.Calls(Operation::Apply);
+    if (c.fault) machine_.faults = {*c.fault};
+    EXPECT_EQ(ztl::EnableBindingPath(c.component, c.token, true), c.result);
+    machine_.faults.clear();
+    EXPECT_EQ(LogErrors(), c.errors);
+    EXPECT_EQ(TakeLog().back(), rc + std::to_string(c.result));
+    EXPECT_EQ(machine_.Calls(Operation::Apply) - applied, c.applied);
+    ExpectNothingLeft();
+  }
+  EXPECT_EQ(EnabledPaths(), (std::set<std::u16string>{u"0000", u"0001", u"0002", u"0003"}));
+  EXPECT_EQ(ztl::EnableBindingPath(u"qro_ztl", token, false), S_OK);
+  EXPECT_EQ(TakeLog(), Strings{"Disable Binding Path rc=0"});
+  EXPECT_EQ(EnabledPaths(), (std::set<std::u16string>{u"0000", u"0001", u"0002"}));
+}
+
+TEST_F(RepairTest, TheWalkGoesOnBehindAnAdapterThatFails) {
+  for (const Operation operation : {Operation::IsBoundTo, Operation::GetPnpDevNodeId}) {
+    Load("windows-5.2");
+    machine_.version = {.major = 5, .minor = 2};
+    machine_.faults = {{.operation = operation, .code = E_FAIL}};
+    EXPECT_EQ(ztl::UnBindZTLFromExcludedMacs(), ERROR_SUCCESS);
+    EXPECT_EQ(EnabledPaths(), (std::set<std::u16string>{u"0000", u"0002"}));
+    const std::string device = "PCI\\VEN_F1A7&DEV_1004&SUBSYS_0000F1A7&REV_01\\4&2AC1C6F4&0&01E0";
+    EXPECT_EQ(TakeLog(),
+              (Strings{"UnBindZTLFromExcludedMacs: Platfrom 2 Major 5 Minor 2 ServPack 0", device + " in ExcludedMacs",
+                       "disabling qro_ztl->" + device, "Disable Binding Path rc=0"}));
+  }
+}
+
+// Whatever fails in a release with nested sessions (up to 40 calls of each kind of the engine's, and one in 97 of the
+// others): the process goes on and nothing is left.
+TEST_F(RepairTest, NothingIsLeftWhenACallFails) {
+  for (const char* const sample : {"two-loops", "windows-5.2"}) {
+    simulation::Machine original;
+    ASSERT_FALSE(ztlsim::LoadRegistry({ZTL_SOURCE_DIR "/samples/" + std::string(sample) + ".reg"}, original.registry));
+    auto release = [&](std::optional<simulation::Fault> fault) {
+      simulation::Machine machine;
+      const simulation::CurrentMachine current(machine);
+      machine.registry.CopyFrom(original.registry);
+      machine.version = {.major = 5, .minor = 2};
+      machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
+      if (fault) machine.faults = {*fault};
+      ReleaseNotifyObject();
+      ExpectNothingLeft(machine);
+      std::vector<std::uint64_t> calls;
+      for (int i = 0; i < static_cast<int>(Operation::Count); ++i)
+        calls.push_back(machine.Calls(static_cast<Operation>(i)));
+      return calls;
+    };
+    const std::vector<std::uint64_t> calls = release(std::nullopt);
+    for (int i = 0; i < static_cast<int>(Operation::Count); ++i) {
+      const auto operation = static_cast<Operation>(i);
+      if (operation == Operation::RegCloseKey) continue;  // would itself leave a key open
+      const bool isEngine = operation >= Operation::CoInitializeEx;
+      const std::uint64_t step = isEngine ? 1 + calls[static_cast<std::size_t>(i)] / 40 : 97;
+      for (std::uint64_t n = 1; n <= calls[static_cast<std::size_t>(i)]; n += step)
+        for (const std::int32_t code : {isEngine ? E_FAIL : 5, 1, 0x4A020}) {
+          if (!isEngine && code != 5) continue;
+          SCOPED_TRACE(std::string(sample) + " " + simulation::OperationName(operation) + " " + std::to_string(n));
+          release(simulation::Fault{.operation = operation, .first = n, .code = code});
+          if (HasFailure()) return;
+        }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,208 @@
+// The simulated configuration engine as its clients see it: sessions, the write lock, components and binding paths.
+#include <map>
+#include <utility>
+
+#include "platform/clock.h"
+#include "platform/com_ptr.h"
+#include "platform/netcfg.h"
+#include "tests/support/machine_test.h"
+
+namespace {
+
+using namespace platform;
+using namespace ztl_test;
+using simulation::Operation;
+
+using Lists = std::map<std::u16string, std::pair<std::vector<BYTE>, std::vector<BYTE>>>;  // RootDevice and UpperBind
+
+class EngineTest : public MachineTest {
+ protected:
+  struct Client {
+    ComPtr<INetCfg> netCfg;
+    ComPtr<INetCfgLock> lock;
+
+    HRESULT Lock(DWORD timeout = 100) { return lock->AcquireWriteLock(timeout, u"client", nullptr); }
+    void Open() {
+      EXPECT_EQ(Lock(), S_OK);
+      EXPECT_EQ(netCfg->Initialize(nullptr), S_OK);
+    }
+  };
+  static Client MakeClient() {
+    Client client{ComPtr<INetCfg>::Attach(simulation::CreateNetCfg()), {}};
+    client.netCfg->QueryInterface(IID_INetCfgLock, reinterpret_cast<void**>(client.lock.Receive()));
+    return client;
+  }
+  static ComPtr<INetCfgBindingPath> Path(const Client& client, const char16_t* component, int index = 0) {
+    ComPtr<INetCfgComponent> found;
+    ComPtr<INetCfgComponentBindings> bindings;
+    ComPtr<IEnumNetCfgBindingPath> paths;
+    ComPtr<INetCfgBindingPath> path;
+    EXPECT_EQ(client.netCfg->FindComponent(component, found.Receive()), S_OK);
+    EXPECT_EQ(found->QueryInterface(IID_INetCfgComponentBindings, reinterpret_cast<void**>(bindings.Receive())), S_OK);
+    EXPECT_EQ(bindings->EnumBindingPaths(EBP_BELOW, paths.Receive()), S_OK);
+    for (; index >= 0 && paths->Next(1, path.Receive(), nullptr) == S_OK;) --index;
+    return path;
+  }
+  // Applies a change of the filter's first path in a session of its own.
+  HRESULT Change(bool enable, const char16_t* component = u"qro_ztl") {
+    Client client = MakeClient();
+    client.Open();
+    const auto path = Path(client, component);
+    EXPECT_EQ(path->Enable(enable), S_OK);
+    return client.netCfg->Apply();
+  }
+
+  // The stack {A}, {Z} of the filter, {P} that the fixture makes, as components that the engine knows.
+  void SetUp() override {
+    AddWrongStack();
+    const std::u16string services = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}";
+    machine_.registry.Create(services + u"\\{1}").SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
+    machine_.registry.Create(services + u"\\{2}").SetValue(u"ComponentId", REG_SZ, Sz(u"a"));
+    for (const char16_t* const subkey : {u"0000", u"0001", u"0002"}) {
+      auto& instance = machine_.registry.Create(std::u16string(kNetClass) + u"\\" + subkey);
+      instance.SetValue(u"ComponentId", REG_SZ, Sz(u"x"));
+      instance.SetValue(u"DeviceInstanceID", REG_SZ, Sz(std::u16string(u"Dev\\") + subkey));
+    }
+  }
+  void Link(std::u16string_view subkey, std::initializer_list<std::u16string_view> rootDevice,
+            std::initializer_list<std::u16string_view> upperBind) {
+    auto& linkage = machine_.registry.Create(std::u16string(kNetClass) + u"\\" + std::u16string(subkey) + u"\\Linkage");
+    linkage.SetValue(u"RootDevice", REG_MULTI_SZ, MultiSz(rootDevice));
+    linkage.SetValue(u"UpperBind", REG_MULTI_SZ, MultiSz(upperBind));
+  }
+  void ExpectLinks(const Lists& expected) {
+    for (const auto& [subkey, lists] : expected) {
+      EXPECT_EQ(Linkage(subkey, u"RootDevice").data, lists.first);
+      EXPECT_EQ(Linkage(subkey, u"UpperBind").data, lists.second);
+    }
+  }
+};
+
+TEST_F(EngineTest, CallsInTheWrongStateGetTheEnginesCodes) {
+  void* object = nullptr;
+  Client client = MakeClient();
+  EXPECT_EQ(client.netCfg->Uninitialize(), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(client.netCfg->Apply(), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(client.netCfg->Cancel(), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(client.netCfg->FindComponent(u"qro_ztl", nullptr), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfgClass, &object), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(client.lock->ReleaseWriteLock(), NETCFG_E_NO_WRITE_LOCK);
+
+  ASSERT_EQ(client.netCfg->Initialize(nullptr), S_OK);  // without the lock: for looking
+  EXPECT_EQ(client.netCfg->Initialize(nullptr), NETCFG_E_ALREADY_INITIALIZED);
+  EXPECT_EQ(client.Lock(), NETCFG_E_ALREADY_INITIALIZED);
+  EXPECT_EQ(client.netCfg->Apply(), NETCFG_E_NO_WRITE_LOCK);
+  ComPtr<INetCfgBindingPath> path = Path(client, u"QRO_ZTL");
+  EXPECT_EQ(path->IsEnabled(), S_OK);
+  EXPECT_EQ(path->Enable(0), NETCFG_E_NO_WRITE_LOCK);
+  ComPtr<INetCfgClassSetup> setup;
+  ASSERT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NETSERVICE, IID_INetCfgClassSetup,
+                                            reinterpret_cast<void**>(setup.Receive())),
+            S_OK);
+  EXPECT_EQ(setup->Install(u"qro_ztl", nullptr, 0, 0, nullptr, nullptr, nullptr), NETCFG_E_NO_WRITE_LOCK);
+  EXPECT_EQ(client.netCfg->Uninitialize(), S_OK);
+  EXPECT_EQ(client.netCfg->Uninitialize(), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(path->IsEnabled(), NETCFG_E_NOT_INITIALIZED);
+  EXPECT_EQ(path->Enable(1), NETCFG_E_NOT_INITIALIZED);
+
+  EXPECT_EQ(client.Lock(), S_OK);
+  EXPECT_EQ(client.Lock(), NETCFG_E_IN_USE);
+  EXPECT_EQ(client.netCfg->Initialize(nullptr), S_OK);
+  EXPECT_EQ(client.lock->ReleaseWriteLock(), NETCFG_E_ALREADY_INITIALIZED);
+  EXPECT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfg, &object), E_NOINTERFACE);
+  // A client that goes without closing leaves nothing behind; the fixture looks.
+}
+
+TEST_F(EngineTest, OneClientHoldsTheLock) {
+  char16_t* holder = nullptr;
+  Client first = MakeClient();
+  Client second = MakeClient();
+  EXPECT_EQ(first.lock->IsWriteLocked(&holder), S_FALSE);
+  EXPECT_EQ(first.Lock(), S_OK);
+  EXPECT_EQ(second.Lock(), S_OK);  // of the same process
+  EXPECT_EQ(second.lock->ReleaseWriteLock(), S_OK);
+  machine_.engine.grantSecondLock = false;
+  EXPECT_EQ(second.lock->AcquireWriteLock(300, u"second", &holder), S_FALSE);
+  EXPECT_EQ(std::u16string(holder), u"client");
+  CoTaskMemFree(holder);
+  EXPECT_EQ(machine_.WaitedMilliseconds(), 300);
+  EXPECT_EQ(platform::time(), *machine_.clock);
+  EXPECT_EQ(first.lock->ReleaseWriteLock(), S_OK);
+  EXPECT_EQ(second.Lock(), S_OK);
+  EXPECT_EQ(second.lock->ReleaseWriteLock(), S_OK);
+
+  machine_.engine.otherClient = u"setup";
+  machine_.engine.otherClientMilliseconds = 1500;
+  EXPECT_EQ(first.Lock(1000), S_FALSE);
+  EXPECT_EQ(first.Lock(1000), S_OK);  // given back in the meantime
+  EXPECT_EQ(machine_.WaitedMilliseconds(), 300 + 1500);
+  EXPECT_EQ(platform::time(), *machine_.clock + 1);
+}
+
+TEST_F(EngineTest, OnlyWhatIsAppliedLasts) {
+  {
+    Client client = MakeClient();
+    client.Open();
+    const auto path = Path(client, u"qro_ztl");
+    char16_t* token = nullptr;
+    EXPECT_EQ(path->GetPathToken(&token), S_OK);
+    EXPECT_EQ(std::u16string(token), u"qro_ztl->Dev\\0000");
+    CoTaskMemFree(token);
+    EXPECT_EQ(path->Enable(0), S_OK);
+    EXPECT_EQ(path->IsEnabled(), S_FALSE);
+    EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_FALSE);
+    Client other = MakeClient();
+    EXPECT_EQ(other.netCfg->Initialize(nullptr), S_OK);
+    EXPECT_EQ(Path(other, u"qro_ztl")->IsEnabled(), S_OK);
+    EXPECT_FALSE(Path(client, u"qro_ztl", 1));  // the virtual adapters stand at no bottom
+    EXPECT_EQ(client.netCfg->Uninitialize(), S_OK);
+  }
+  Client client = MakeClient();
+  client.Open();
+  EXPECT_EQ(client.netCfg->Apply(), S_OK);
+  EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_OK);
+}
+
+TEST_F(EngineTest, AStackIsMendedAroundWhatLeavesAndJoinsIt) {
+  EXPECT_EQ(Change(false), S_OK);
+  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"A"})}},
+               {u"0001", {MultiSz({u"{A}", u"{P}"}), MultiSz({u"Tcpip"})}},
+               {u"0002", {MultiSz({u"{Z}"}), MultiSz({})}}});
+  EXPECT_EQ(Change(false), S_OK);  // once more changes nothing
+  EXPECT_EQ(Change(true), S_OK);
+  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"A"})}},
+               {u"0001", {MultiSz({u"{A}", u"{P}"}), MultiSz({u"ZTL"})}},
+               {u"0002", {MultiSz({u"{Z}", u"{A}", u"{P}"}), MultiSz({u"Tcpip"})}}});
+  EXPECT_EQ(Change(false, u"a"), S_OK);
+  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"ZTL"})}},
+               {u"0001", {MultiSz({u"{A}"}), MultiSz({})}},
+               {u"0002", {MultiSz({u"{Z}", u"{P}"}), MultiSz({u"Tcpip"})}}});
+  machine_.registry.Find(kNetClass)->DeleteSubkey(u"0001");
+  EXPECT_EQ(Change(true, u"a"), S_OK);  // nothing is left to put there: one is made
+  const Lists made = {
+      {u"0001", {MultiSz({u"{5D0C6A10-7F3E-4B52-9C1D-000000000001}", u"{Z}", u"{P}"}), MultiSz({u"Tcpip"})}},
+      {u"0002", {MultiSz({u"{Z}", u"{P}"}), MultiSz({u"A"})}}};
+  ExpectLinks(made);
+}
+
+TEST_F(EngineTest, AnAdapterMayVanishUnderItsObjects) {
+  Client client = MakeClient();
+  client.Open();
+  ComPtr<INetCfgClass> netClass;
+  ComPtr<IEnumNetCfgComponent> adapters;
+  ComPtr<INetCfgComponent> adapter;
+  EXPECT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfgClass,
+                                            reinterpret_cast<void**>(netClass.Receive())),
+            S_OK);
+  EXPECT_EQ(netClass->EnumComponents(adapters.Receive()), S_OK);
+  EXPECT_EQ(adapters->Next(1, adapter.Receive(), nullptr), S_OK);
+  const auto path = Path(client, u"qro_ztl");
+  EXPECT_EQ(path->Enable(0), S_OK);
+  machine_.registry.Find(kNetClass)->DeleteSubkey(u"0000");
+  char16_t* id = nullptr;
+  EXPECT_EQ(adapter->GetPnpDevNodeId(&id), HresultFromBits(0x80070002));
+  EXPECT_EQ(client.netCfg->Apply(), S_OK);
+  ExpectLinks({{u"0001", {MultiSz({u"{A}", u"{P}"}), MultiSz({u"Tcpip"})}}});
+}
+
+}  // namespace

@@ -1,0 +1,163 @@
+// What only the simulated registry has: direct access to the tree, links, refused rights, copies, observers, leaks.
+#include "simulation/machine.h"
+// After the platform's headers: the C library defines some of their names as macros.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace simulation {
+namespace {
+
+using Texts = std::vector<std::u16string>;
+using Values = std::vector<RegistryValue>;
+
+class SimulatedRegistry : public ::testing::Test {
+ protected:
+  LSTATUS Open(const char16_t* path, DWORD access = KEY_READ) {
+    return RegOpenKeyExW(HKEY_USERS, path, 0, access, &key_);
+  }
+  LSTATUS Create(const char16_t* path, DWORD options = 0) {
+    return RegCreateKeyExW(HKEY_USERS, path, 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &key_, nullptr);
+  }
+  LSTATUS SetValue(const char16_t* name) { return RegSetValueExW(key_, name, 0, REG_BINARY, nullptr, 0); }
+
+  Machine machine_;
+  CurrentMachine current_{machine_};
+  Registry& registry_ = machine_.registry;
+  HKEY key_ = nullptr;  // what was opened last
+};
+
+TEST(UpperCase, MapsAsWindowsDoes) {
+  EXPECT_EQ(UpperCase(u"az{`19_\u00E4\u00FF\u0436\u03C9"), u"AZ{`19_\u00C4\u0178\u0416\u03A9");
+  // No single unit, or another letter's upper case: such characters stay.
+  EXPECT_EQ(UpperCase(u"\u00DF\u0131\u017F\u00B5\u03C2\U00010428"), u"\u00DF\u0131\u017F\u00B5\u03C2\U00010428");
+}
+
+TEST_F(SimulatedRegistry, AHandleIsListedUntilItIsClosedAndNotGivenTwice) {
+  ASSERT_EQ(Create(u"Gone"), ERROR_SUCCESS);
+  ASSERT_EQ(Create(u"Key"), ERROR_SUCCESS);
+  const HKEY closed = key_;
+  RegCloseKey(closed);
+  ASSERT_EQ(Create(u"Key\\Sub"), ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(closed), ERROR_INVALID_HANDLE);
+  RegDeleteKeyW(HKEY_USERS, u"Gone");
+  EXPECT_EQ(registry_.OpenHandlePaths(), (Texts{u"Gone", u"HKEY_USERS\\Key\\Sub"}));
+  EXPECT_EQ(registry_.OpenHandles(), 2u);
+}
+
+TEST_F(SimulatedRegistry, ReadingLeavesNoTrace) {
+  EXPECT_EQ(RegQueryValueExW(HKEY_CURRENT_USER, u"x", nullptr, nullptr, nullptr, nullptr), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, u"CLSID", 0, KEY_READ, &key_), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(RegDeleteKeyW(HKEY_USERS, u""), ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(registry_.Root().subkeys.empty());
+  registry_.Create(u"HKEY_USERS");
+  EXPECT_EQ(RegDeleteKeyW(HKEY_USERS, u""), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(SimulatedRegistry, TheTreeAndTheOperationsSeeTheSame) {
+  registry_.Create(u"hkey_classes_root\\.inf");
+  EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"software\\classes\\.INF", 0, KEY_READ, &key_), ERROR_SUCCESS);
+  EXPECT_EQ(registry_.PathOf(key_), u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Classes\\.inf");
+  EXPECT_EQ(registry_.PathOf(HKEY_USERS) + registry_.PathOf(nullptr), u"HKEY_USERS");
+  Texts names;
+  for (const char16_t* name : {u"a_", u"Ab", u"\u00E4", u"10", u"AZ", u"2"}) ASSERT_EQ(Create(name), ERROR_SUCCESS);
+  for (const auto& subkey : registry_.Find(u"HKEY_USERS")->subkeys) names.push_back(subkey->name);
+  EXPECT_EQ(names, (Texts{u"10", u"2", u"Ab", u"AZ", u"a_", u"\u00E4"}));  // '_' comes after 'Z'
+  for (const char16_t* name : {u"z", u"M", u"a", u"m"}) ASSERT_EQ(SetValue(name), ERROR_SUCCESS);
+  EXPECT_TRUE(registry_.Find(u"HKEY_USERS\\2")->DeleteValue(u"Z"));
+  EXPECT_EQ(registry_.Find(u"HKEY_USERS\\2")->values, (Values{{u"M", REG_BINARY, {}}, {u"a", REG_BINARY, {}}}));
+  EXPECT_EQ(Create(std::u16string(255, u'n').c_str()), ERROR_SUCCESS);
+  EXPECT_EQ(Create(std::u16string(256, u'n').c_str()), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(Open(std::u16string(256, u'n').c_str()), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(SimulatedRegistry, ALinkStandsForItsTarget) {
+  registry_.Link(u"HKEY_USERS\\Link", u"HKEY_USERS\\Target");
+  EXPECT_EQ(Create(u"Link\\Sub"), ERROR_SUCCESS);
+  EXPECT_EQ(registry_.PathOf(key_), u"HKEY_USERS\\Target\\Sub");
+  registry_.Link(u"HKEY_USERS\\Leaf", u"HKEY_USERS\\Link\\Sub");
+  EXPECT_EQ(RegDeleteKeyW(HKEY_USERS, u"Leaf"), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(RegDeleteKeyW(HKEY_USERS, u"Link\\Sub"), ERROR_SUCCESS);
+  EXPECT_TRUE(registry_.Find(u"HKEY_USERS\\Target")->subkeys.empty());
+  registry_.Find(u"HKEY_USERS")->DeleteSubkey(u"Target");
+  EXPECT_EQ(Open(u"Link"), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(Create(u"Link"), ERROR_SUCCESS);  // a plain key now
+  EXPECT_EQ(Open(u"Link"), ERROR_SUCCESS);
+}
+
+TEST_F(SimulatedRegistry, RefusesDeniedRights) {
+  constexpr DWORD kDelete = 0x10000;
+  using Statuses = std::vector<LSTATUS>;
+  const std::pair<DWORD, Statuses> kCases[] = {
+      {0, {0, 0, 0, 0, 0, 0}},       {KEY_SET_VALUE, {0, 5, 0, 5, 0, 0}},  {KEY_CREATE_SUB_KEY, {0, 5, 0, 0, 5, 0}},
+      {kDelete, {0, 5, 0, 0, 0, 5}}, {KEY_ALL_ACCESS, {5, 5, 5, 6, 5, 5}},
+  };
+  for (const auto& [denied, statuses] : kCases) {
+    RegistryKey& key = registry_.Create(u"HKEY_USERS\\Key");
+    key.DeleteSubkey(u"New");
+    key.denied = key.CreateSubkey(u"Sub").denied = denied;
+    // The largest access is what is left.
+    EXPECT_EQ((Statuses{Open(u"Key", KEY_READ), Open(u"Key", KEY_ALL_ACCESS), RegOpenKeyW(HKEY_USERS, u"Key", &key_),
+                        SetValue(u"v"), Create(u"Key\\New"), RegDeleteKeyW(HKEY_USERS, u"Key\\Sub")}),
+              statuses);
+  }
+}
+
+TEST_F(SimulatedRegistry, CopiesAndRestarts) {
+  registry_.Create(u"HKEY_USERS\\Key").SetValue(u"Value", REG_SZ, {1});
+  registry_.Create(u"HKEY_USERS\\Key\\Sub").denied = KEY_SET_VALUE;
+  registry_.Link(u"HKEY_USERS\\Key\\Link", u"HKEY_USERS\\Key\\Sub");
+  registry_.Link(u"HKEY_USERS\\Circle", u"HKEY_USERS");
+  ASSERT_EQ(Create(u"Volatile", REG_OPTION_VOLATILE), ERROR_SUCCESS);
+  registry_.Create(u"HKEY_USERS\\Volatile\\Sub");
+  registry_.Link(u"HKEY_USERS\\Key\\Broken", u"HKEY_USERS\\Volatile");
+  const std::unique_ptr<Registry> copy = registry_.Copy();
+  registry_.Restart();
+  EXPECT_EQ(RegCloseKey(key_), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(registry_.Find(u"HKEY_USERS\\Volatile"), nullptr);
+  EXPECT_EQ(registry_.Find(u"HKEY_USERS\\Key\\Broken"), nullptr);
+  EXPECT_EQ(registry_.Copy()->Find(u"HKEY_USERS\\Key\\Broken"), nullptr);
+  registry_.Root().DeleteSubkey(u"HKEY_USERS");
+  EXPECT_EQ(copy->OpenHandles(), 0u);
+  EXPECT_EQ(copy->Find(u"HKEY_USERS\\Circle\\Key")->values, (Values{{u"Value", REG_SZ, {1}}}));
+  EXPECT_EQ(copy->Find(u"HKEY_USERS\\Key\\Link")->denied, KEY_SET_VALUE);
+  EXPECT_TRUE(copy->Find(u"HKEY_USERS\\Key\\Broken\\Sub")->isVolatile);
+  ASSERT_EQ(copy->Open(HKEY_USERS, u"Key\\Link", KEY_READ, &key_), ERROR_SUCCESS);
+  EXPECT_EQ(copy->PathOf(key_), u"HKEY_USERS\\Key\\Sub");
+}
+
+TEST_F(SimulatedRegistry, TheObserverSeesKeysAndNumbers) {
+  std::ostringstream seen;
+  machine_.observer = [&](Operation operation, const Arguments& a) {
+    seen << OperationName(operation) << (a.key == key_) << (a.name != nullptr);
+    seen << std::hex << " " << a.number << " " << a.number2 << " " << a.dataBytes << "; ";
+  };
+  BYTE data[6] = {};
+  char16_t name[9];
+  DWORD length = 9, size = 6;
+  Create(u"Key", REG_OPTION_VOLATILE);
+  RegSetValueExW(key_, u"Val", 0, REG_DWORD, data, 4);
+  RegQueryValueExW(key_, u"Val", nullptr, nullptr, data, &size);
+  RegEnumValueW(key_, 3, name, &length, nullptr, nullptr, data, &size);
+  RegEnumKeyExW(key_, 2, name, &length, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(seen.str(),
+            "RegCreateKeyExW01 f003f 1 0; RegSetValueExW11 4 4 4; RegQueryValueExW11 0 6 0; RegEnumValueW10 3 9 4; "
+            "RegEnumKeyExW10 2 9 0; ");
+}
+
+TEST_F(SimulatedRegistry, DeepTreesNeedNoStack) {
+  RegistryKey* key = &registry_.Create(u"HKEY_USERS\\Deep");
+  for (int i = 0; i < 100'000; ++i) key = &key->CreateSubkey(u"k");
+  registry_.Copy()->Restart();
+  ASSERT_EQ(Open(u"Deep\\k\\k"), ERROR_SUCCESS);
+  EXPECT_TRUE(registry_.Find(u"HKEY_USERS")->DeleteSubkey(u"Deep"));
+  EXPECT_EQ(SetValue(u"v"), ERROR_KEY_DELETED);  // opened for reading, too
+}
+
+}  // namespace
+}  // namespace simulation

@@ -1,0 +1,95 @@
+#include "ztlsim/input/installation_files.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "module/install/miniport_inf.h"
+#include "platform/system_info.h"
+#include "platform/text.h"
+#include "simulation/machine.h"
+#include "ztlsim/text_encoding.h"
+
+namespace ztlsim {
+
+using namespace platform;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char16_t kMedia[] = u"C:\\Media";
+constexpr char16_t kInfDirectory[] = u"C:\\Windows\\Inf";
+constexpr char16_t kDriver[] = u"C:\\Windows\\System32\\drivers\\ztl2000.sys";
+
+fs::path Real(const char16_t* path) { return simulation::Current().files.RealPath(path); }
+
+std::optional<std::string> Trouble(const fs::path& file, const std::error_code& error) {
+  return file.string() + ": " + error.message();
+}
+
+std::optional<std::string> CopyInto(const fs::path& file, const fs::path& destination) {
+  std::error_code error;
+  fs::create_directories(destination.parent_path(), error);
+  if (error) return Trouble(destination.parent_path(), error);
+  if (!fs::is_regular_file(file, error))
+    return Trouble(file, error ? error : std::make_error_code(std::errc::is_a_directory));
+  LSTATUS rc = ERROR_SUCCESS;
+  const std::optional<std::string> bytes = simulation::ReadFile(file, rc);
+  return bytes ? simulation::WriteFileWhole(destination, *bytes)
+               : Trouble(file, std::make_error_code(std::errc::permission_denied));
+}
+
+std::optional<std::string> CopyDirectory(const fs::path& directory, const fs::path& destination) {
+  std::error_code error;
+  for (fs::recursive_directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+    if (!entry->is_regular_file(error)) continue;
+    if (const auto trouble = CopyInto(entry->path(), destination / entry->path().lexically_relative(directory)))
+      return trouble;
+  }
+  return error ? Trouble(directory, error) : std::nullopt;
+}
+
+// Without "." and ".." and without a slash at the end.
+fs::path Normal(const fs::path& path) { return (fs::absolute(path) / "").lexically_normal().parent_path(); }
+
+bool IsInside(const fs::path& path, const fs::path& directory) {
+  const fs::path outer = Normal(directory), inner = Normal(path);
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+// Stores the INF files of the filter in the media directory, in the order of their names.
+std::optional<std::string> StoreFilterInfs() {
+  std::vector<std::u16string> names;
+  std::error_code error;
+  for (fs::directory_iterator entry(Real(kMedia), error), end; !error && entry != end; entry.increment(error))
+    if (std::u16string name = entry->path().filename().u16string();
+        name.size() > 4 && EqualNoCase(std::u16string_view(name).substr(name.size() - 4), u".inf"))
+      names.push_back(std::move(name));
+  std::sort(names.begin(), names.end());
+  for (const std::u16string& name : names) {
+    const std::u16string path = std::u16string(kMedia) + u"\\" + name;
+    if (!ztl::IsFilterInf(path.c_str())) continue;
+    if (!SetupCopyOEMInfW(path.c_str(), kMedia, SPOST_PATH, 0, nullptr, 0, nullptr, nullptr))
+      return Utf16ToUtf8(path) + ": cannot be stored, system error " + std::to_string(GetLastError());
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> PlaceInstallationFiles(const InstallationFiles& files) {
+  for (const std::string& inf : files.infFiles)
+    if (const auto trouble = CopyInto(inf, Real(kInfDirectory) / fs::path(inf).filename())) return trouble;
+  if (!files.driverFile.empty())
+    if (const auto trouble = CopyInto(files.driverFile, Real(kDriver))) return trouble;
+  if (files.mediaDirectory.empty()) return std::nullopt;
+  const fs::path media = files.mediaDirectory;
+  std::error_code ignored;
+  if (IsInside(Real(kMedia), media) && !fs::equivalent(media, Real(kMedia), ignored))
+    return files.mediaDirectory + ": holds the machine's drive";
+  if (const auto trouble = CopyDirectory(media, Real(kMedia))) return trouble;
+  return StoreFilterInfs();
+}
+
+}  // namespace ztlsim

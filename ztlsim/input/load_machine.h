@@ -1,0 +1,36 @@
+// Making a simulated machine from registry exports.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulation/machine.h"
+#include "ztlsim/input/registry_export.h"
+
+namespace ztlsim {
+
+// Merges the exports in order. Without a CurrentControlSet so far, it becomes a link, as on a running system: to the
+// set that SYSTEM\Select names as current, else to ControlSet001. What later files say of it then goes there.
+std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, simulation::Registry& registry);
+
+// The directory that stands for drive C: a kept one, or a temporary one that goes with the object.
+class DriveDirectory {
+ public:
+  DriveDirectory() = default;
+  ~DriveDirectory();
+  DriveDirectory(const DriveDirectory&) = delete;
+  DriveDirectory& operator=(const DriveDirectory&) = delete;
+
+  // Makes the directory where it is missing; an empty `kept` makes a temporary one. A result says
+  // what went wrong.
+  std::optional<std::string> Make(const std::string& kept);
+  const std::filesystem::path& Path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+  bool temporary_ = false;
+};
+
+}  // namespace ztlsim

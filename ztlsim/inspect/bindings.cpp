@@ -1,0 +1,122 @@
+#include "ztlsim/inspect/bindings.h"
+
+#include <map>
+
+#include "module/netcfg/binding_path.h"
+#include "module/netcfg/configuration_session.h"
+#include "module/order/build_im_order.h"
+#include "module/order/class_lookups.h"
+#include "module/repair/check_bind_loop.h"
+#include "module/repair/excluded_macs.h"
+#include "platform/com_ptr.h"
+#include "simulation/machine.h"
+#include "simulation/netcfg_engine/stack_linkage.h"
+
+namespace ztlsim {
+
+using namespace platform;
+
+namespace {
+
+struct Adapter {
+  std::u16string devNodeId;
+  std::u16string name;
+};
+
+std::u16string StringOf(HKEY classKey, const std::u16string& subkey, const char16_t* name) {
+  UniqueKey key;
+  std::u16string text;
+  if (key.Open(classKey, subkey.c_str(), KEY_READ) == ERROR_SUCCESS) simulation::ReadString(key.Get(), name, text);
+  return text;
+}
+
+std::vector<Adapter> ReadAdapters(HKEY classKey) {
+  std::vector<Adapter> adapters;
+  for (SubkeyEnumeration<256> instance(classKey); instance.Next();) {
+    const std::u16string subkey = instance.Name();
+    Adapter adapter{StringOf(classKey, subkey, u"DeviceInstanceID"), subkey};
+    if (adapter.devNodeId.empty()) continue;
+    if (const std::u16string description = StringOf(classKey, subkey, u"DriverDesc"); !description.empty())
+      adapter.name += u" " + description;
+    adapters.push_back(std::move(adapter));
+  }
+  return adapters;
+}
+
+std::vector<BindingPath> ReadPaths(const std::vector<Adapter>& adapters) {
+  std::map<std::u16string, std::u16string> names;  // by upper-cased device node id
+  for (const Adapter& adapter : adapters) names.try_emplace(simulation::UpperCase(adapter.devNodeId), adapter.name);
+  std::vector<BindingPath> result;
+  const auto netCfg = ComPtr<INetCfg>::Attach(simulation::CreateTransaction());
+  ComPtr<INetCfgComponent> component;
+  ComPtr<INetCfgComponentBindings> bindings;
+  ComPtr<IEnumNetCfgBindingPath> paths;
+  if (netCfg->FindComponent(ztl::kFilterComponent, component.Receive()) != S_OK ||
+      Failed(component->QueryInterface(IID_INetCfgComponentBindings, reinterpret_cast<void**>(bindings.Receive()))) ||
+      Failed(bindings->EnumBindingPaths(EBP_BELOW, paths.Receive())))
+    return result;
+  for (ComPtr<INetCfgBindingPath> path; paths->Next(1, path.Receive(), nullptr) == S_OK;) {
+    char16_t* token = nullptr;
+    if (Failed(path->GetPathToken(&token))) continue;
+    BindingPath& read = result.emplace_back(BindingPath{token, {}, path->IsEnabled() == S_OK});
+    CoTaskMemFree(token);
+    const auto name = names.find(simulation::UpperCase(read.token.substr(read.token.find(u"->") + 2)));
+    if (name != names.end()) read.adapter = name->second;
+  }
+  return result;
+}
+
+std::vector<ExcludedEntry> ReadExcluded(const std::vector<Adapter>& adapters) {
+  std::vector<ExcludedEntry> result;
+  UniqueKey parameters;
+  ztl::ExcludedMacs list;
+  if (parameters.Open(HKEY_LOCAL_MACHINE, ztl::kParametersKey, KEY_READ) != ERROR_SUCCESS ||
+      !ztl::ReadExcludedMacs(parameters.Get(), list))
+    return result;
+  for (const std::u16string_view text : list.List()) {
+    ExcludedEntry& excluded = result.emplace_back(ExcludedEntry{std::u16string(text), {}});
+    const MultiStringView only(excluded.entry.c_str(), excluded.entry.size());
+    for (const Adapter& adapter : adapters)
+      if (ztl::IsExcluded(only, adapter.devNodeId)) excluded.adapters.push_back(adapter.name);
+  }
+  return result;
+}
+
+bool IsRepairable(const ztl::BindLoop& loop) {
+  UniqueKey links;
+  ztl::LongString device;
+  if (links.Open(HKEY_LOCAL_MACHINE, ztl::kLanInterfacesKey, KEY_READ) != ERROR_SUCCESS ||
+      !ztl::FindLinkedDevice(links.Get(), loop.referenceName, device))
+    return false;
+  const auto netCfg = ComPtr<INetCfg>::Attach(simulation::CreateTransaction());
+  const std::u16string token = loop.filterInfId.Text() + (ztl::kTokenArrow + std::u16string(device.Text()));
+  return static_cast<bool>(ztl::FindBindingPath(netCfg.Get(), loop.filterInfId.Text(), token.c_str()));
+}
+
+std::vector<BindLoopInstance> ReadLoops(HKEY classKey) {
+  std::vector<BindLoopInstance> result;
+  for (ztl::InstanceEnumeration instance(classKey, ztl::kInstanceLinkage); instance.Next();) {
+    ztl::BindLoop loop;
+    const std::u16string subkey = instance.Name();
+    if (ztl::ReadBindLoop(classKey, instance, loop))
+      result.push_back({subkey, StringOf(classKey, subkey, u"DriverDesc"), loop.upperBind.text, IsRepairable(loop)});
+  }
+  return result;
+}
+
+}  // namespace
+
+BindingState ReadBindings() {
+  std::vector<std::string>& debugOutput = simulation::Current().debugOutput;
+  const std::size_t kept = debugOutput.size();
+  BindingState state;
+  UniqueKey classKey;
+  if (classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_READ) == ERROR_SUCCESS) {
+    const std::vector<Adapter> adapters = ReadAdapters(classKey.Get());
+    state = {ReadPaths(adapters), ReadExcluded(adapters), ReadLoops(classKey.Get())};
+  }
+  debugOutput.resize(kept);
+  return state;
+}
+
+}  // namespace ztlsim

@@ -1,0 +1,169 @@
+#include "ztlsim/inspect/stacks.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "module/order/order_im.h"
+#include "platform/registry_key.h"
+
+namespace ztlsim {
+
+using namespace platform;
+
+namespace {
+
+std::vector<std::u16string> ToVector(MultiStringView list) {
+  std::vector<std::u16string> entries;
+  for (const std::u16string_view entry : list) entries.emplace_back(entry);
+  return entries;
+}
+
+// The instances by the name that stacks call them by: the first entry of their own "RootDevice", which is their
+// instance GUID but for some of the system's own. The first of several with the same name.
+struct Instance {
+  std::u16string name;
+  std::u16string description;
+  std::vector<std::u16string> upperBind;
+};
+struct Instances {
+  std::map<std::u16string, Instance> byGuid;
+  std::map<std::u16string, Instance> byRootDevice;
+
+  const Instance* Find(const std::u16string& folded) const {
+    if (const auto found = byGuid.find(folded); found != byGuid.end()) return &found->second;
+    const auto found = byRootDevice.find(folded);
+    return found == byRootDevice.end() ? nullptr : &found->second;
+  }
+};
+
+std::u16string Fold(std::u16string_view text) {
+  std::u16string folded(text);
+  for (char16_t& character : folded) character = FoldCase(character);
+  return folded;
+}
+
+Instances ReadInstances(HKEY classKey) {
+  Instances instances;
+  for (SubkeyEnumeration<64> subkey(classKey); subkey.Next();) {
+    UniqueKey key;
+    if (key.Open(classKey, subkey.Name(), KEY_READ) != ERROR_SUCCESS) continue;
+    Instance instance{.name = subkey.Name(), .description = {}, .upperBind = {}};
+    ValueBuffer<256> description;
+    if (description.Read(key.Get(), u"DriverDesc", REG_SZ, 510) == ERROR_SUCCESS)
+      instance.description = description.text;
+    UniqueKey linkage;
+    ValueBuffer<ztl::kUpperBindCapacity> upperBind;
+    ValueBuffer<ztl::kRootDeviceCapacity> rootDevice;
+    if (linkage.Open(key.Get(), u"Linkage", KEY_READ) == ERROR_SUCCESS) {
+      if (upperBind.Read(linkage.Get(), u"UpperBind", REG_MULTI_SZ, ztl::kUpperBindLimit) == ERROR_SUCCESS)
+        instance.upperBind = ToVector(upperBind.List());
+      if (rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, ztl::kRootDeviceLimit) == ERROR_SUCCESS)
+        instances.byRootDevice.try_emplace(Fold(rootDevice.text), instance);
+    }
+    StringValue guid;
+    if (guid.Read(key.Get(), u"NetCfgInstanceId") == ERROR_SUCCESS)
+      instances.byGuid.try_emplace(Fold(guid.View()), std::move(instance));
+  }
+  return instances;
+}
+
+// The services that own the entries, by folded name, as they were found so far.
+using Owners = std::map<std::u16string, std::u16string>;
+
+AdapterStack ReadStack(HKEY classKey, const char16_t* top, const Instances& instances, Owners& owners) {
+  AdapterStack stack{.top = top, .entries = {}};
+  UniqueKey linkage;
+  ValueBuffer<ztl::kRootDeviceCapacity> rootDevice;
+  if (linkage.Open(classKey, (stack.top + u"\\Linkage").c_str(), KEY_READ) != ERROR_SUCCESS ||
+      rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, ztl::kRootDeviceLimit) != ERROR_SUCCESS)
+    return stack;
+  for (const std::u16string_view guid : rootDevice.List()) {
+    StackEntry& entry = stack.entries.emplace_back();
+    entry.guid = guid;
+    const std::u16string folded = Fold(guid);
+    if (const auto [owner, isNew] = owners.try_emplace(folded); isNew) {
+      char16_t service[64];
+      if (ztl::FindSvcFromGuid(classKey, guid, service, 64) == ERROR_SUCCESS) owner->second = service;
+    }
+    entry.service = owners[folded];
+    if (const Instance* const instance = instances.Find(folded)) {
+      entry.instance = instance->name;
+      entry.description = instance->description;
+      entry.upperBind = instance->upperBind;
+    }
+  }
+  return stack;
+}
+
+void ReadOrder(MachineState& state) {
+  UniqueKey parameters;
+  ValueBuffer<260> order;
+  state.orderIsSet = parameters.Open(HKEY_LOCAL_MACHINE, ztl::kParametersKey, KEY_READ) == ERROR_SUCCESS &&
+                     order.Read(parameters.Get(), u"IMOrder", REG_MULTI_SZ, 516) == ERROR_SUCCESS;
+  state.configuredOrder = state.orderIsSet ? ToVector(order.List()) : std::vector<std::u16string>{u"Others"};
+  char16_t ownClass[32];
+  DWORD capacity = std::size(ownClass);
+  if (ztl::GetFilterClass(u"ZTL", ownClass, &capacity) != ERROR_SUCCESS) return;
+  state.ownClass = ownClass;
+  char16_t imList[ztl::kImListCapacity];
+  char16_t devIdList[ztl::kDevIdListCapacity];
+  ztl::BuildImOrder(ownClass, imList, devIdList);
+  state.imList = ToVector(imList);
+  state.devIdList = ToVector(devIdList);
+}
+
+std::vector<std::u16string> MissingKeys() {
+  std::vector<std::u16string> missing;
+  for (const char16_t* path : {ztl::kNetAdapterClassKey, ztl::kNetServiceClassKey, ztl::kNetTransClassKey,
+                               ztl::kControlNetworkKey, ztl::kParametersKey}) {
+    UniqueKey key;
+    if (key.Open(HKEY_LOCAL_MACHINE, path, KEY_READ) != ERROR_SUCCESS)
+      missing.push_back(u"HKEY_LOCAL_MACHINE\\" + std::u16string(path));
+  }
+  return missing;
+}
+
+}  // namespace
+
+MachineState ReadMachineState(const MachineState* before) {
+  std::vector<std::string>& debugOutput = simulation::Current().debugOutput;
+  const std::size_t kept = debugOutput.size();
+  MachineState state;
+  state.missingKeys = MissingKeys();
+  ReadOrder(state);
+  UniqueKey classKey;
+  char16_t transports[ztl::kTransportListCapacity];
+  if (ztl::GetProto(transports) == ERROR_SUCCESS &&
+      classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_ALL_ACCESS) == ERROR_SUCCESS) {
+    const Instances instances = ReadInstances(classKey.Get());
+    Owners owners;
+    if (before != nullptr)
+      for (const AdapterStack& stack : before->stacks)
+        for (const StackEntry& entry : stack.entries) owners.emplace(Fold(entry.guid), entry.service);
+    for (SubkeyEnumeration<32> instance(classKey.Get()); instance.Next(); debugOutput.resize(kept))
+      if (ztl::IsTopBinding(classKey.Get(), instance.Name(), transports))
+        state.stacks.push_back(ReadStack(classKey.Get(), instance.Name(), instances, owners));
+  }
+  debugOutput.resize(kept);
+  return state;
+}
+
+const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const AdapterStack& stack) {
+  // Sorting exchanges the entries above the physical adapter, so the same stack is the one with the same entries.
+  auto sameEntries = [](const AdapterStack& a, const AdapterStack& b) {
+    return std::is_permutation(a.entries.begin(), a.entries.end(), b.entries.begin(), b.entries.end(),
+                               [](const auto& x, const auto& y) { return EqualNoCase(x.guid, y.guid); });
+  };
+  const AdapterStack* sameTop = nullptr;
+  const AdapterStack* sameAdapter = nullptr;  // entries have left or joined it
+  for (const AdapterStack& candidate : after) {
+    const bool same = !stack.entries.empty() && EqualNoCase(candidate.Adapter(), stack.Adapter());
+    if (same && sameEntries(candidate, stack)) return &candidate;
+    if (same && sameAdapter == nullptr) sameAdapter = &candidate;
+    if (candidate.top == stack.top) sameTop = &candidate;
+  }
+  return sameTop != nullptr ? sameTop : sameAdapter;
+}
+
+}  // namespace ztlsim

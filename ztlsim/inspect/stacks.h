@@ -1,0 +1,46 @@
+// What a machine's registry says about its adapter stacks, seen through the module's own lookups.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "simulation/machine.h"
+
+namespace ztlsim {
+
+// One adapter instance of a stack.
+struct StackEntry {
+  std::u16string guid;         // as the stack names it; an instance GUID, or another name
+  std::u16string instance;     // its subkey of the net adapter class; empty when there is no such instance
+  std::u16string description;  // "DriverDesc"; empty when there is none
+  std::u16string service;      // the service that owns it; empty when there is none
+  std::vector<std::u16string> upperBind;
+};
+
+// The stack of an instance that a transport is bound to, from that top down to the physical adapter.
+struct AdapterStack {
+  std::u16string top;  // the top's subkey of the net adapter class
+  std::vector<StackEntry> entries;
+
+  // The physical adapter's name in the stack; empty for an empty stack.
+  std::u16string Adapter() const { return entries.empty() ? std::u16string() : entries.back().guid; }
+};
+
+struct MachineState {
+  std::vector<AdapterStack> stacks;             // in the order of the tops' subkeys
+  std::vector<std::u16string> configuredOrder;  // "IMOrder"
+  bool orderIsSet = false;                      // false: configuredOrder is what the module takes in its place
+  std::u16string ownClass;                      // the filter's own class; empty when it has none
+  std::vector<std::u16string> imList;           // what the configured order resolves to
+  std::vector<std::u16string> devIdList;
+  std::vector<std::u16string> missingKeys;  // keys that a pass starts from and that are not there
+};
+
+// Reads the current machine. Nothing is changed, and the lookups' messages are dropped: call it while the module log is
+// not open. What `before` (may be null) knows of the entries' owners is taken over: a transaction does not change them.
+MachineState ReadMachineState(const MachineState* before = nullptr);
+
+// The stack of `after` that the same physical adapter stands under as under `stack`; null when there is none.
+const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const AdapterStack& stack);
+
+}  // namespace ztlsim

@@ -1,0 +1,110 @@
+#include "ztlsim/scenario/arguments.h"
+
+#include <charconv>
+#include <span>
+#include <string_view>
+#include <system_error>
+
+#include "module/notify/property_page.h"
+#include "simulation/text_encoding.h"
+
+namespace ztlsim {
+
+using namespace platform;
+using simulation::Utf8ToUtf16;
+
+namespace {
+
+// Reads numbers that are separated by dots. How many there are; 0 when the text is anything else or has too many.
+template <class Number>
+std::size_t ReadParts(const std::string& text, std::span<Number> parts) {
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  for (std::size_t count = 0; count < parts.size();) {
+    const auto [next, error] = std::from_chars(at, end, parts[count]);
+    if (error != std::errc()) return 0;
+    ++count;
+    at = next;
+    if (at == end) return count;
+    if (*at++ != '.') return 0;
+  }
+  return 0;
+}
+
+// The whole text as a number.
+template <class Number>
+bool ReadNumber(std::string_view text, Number& number, int base) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+// "{8-4-4-4-12}" in hexadecimal, with or without the braces.
+std::optional<GUID> ParseGuid(std::string text) {
+  if (text.size() == 38 && text.front() == '{' && text.back() == '}') text = text.substr(1, 36);
+  if (text.size() != 36 || text[8] != '-' || text[13] != '-' || text[18] != '-' || text[23] != '-') return std::nullopt;
+  const std::string_view view = text;
+  GUID guid = {};
+  bool ok = ReadNumber(view.substr(0, 8), guid.Data1, 16) && ReadNumber(view.substr(9, 4), guid.Data2, 16) &&
+            ReadNumber(view.substr(14, 4), guid.Data3, 16);
+  for (std::size_t i = 0; i < 8; ++i)
+    ok = ok && ReadNumber(view.substr(i < 2 ? 19 + 2 * i : 20 + 2 * i, 2), guid.Data4[i], 16);
+  return ok ? std::optional(guid) : std::nullopt;
+}
+
+std::optional<PathNotice> ParsePathNotice(const std::string& text) {
+  const std::size_t equals = text.rfind('=');
+  if (equals == text.npos || equals == 0) return std::nullopt;
+  const std::string state = text.substr(equals + 1);
+  if (state != "on" && state != "off" && state != "error") return std::nullopt;
+  return PathNotice{.token = Utf8ToUtf16(text.substr(0, equals)),
+                    .enabled = state == "on"    ? S_OK
+                               : state == "off" ? S_FALSE
+                                                : E_FAIL};
+}
+
+// In hexadecimal behind 0x.
+std::optional<DWORD> ParseFlag(const std::string& text) {
+  const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  DWORD flag = 0;
+  return ReadNumber(std::string_view(text).substr(isHexadecimal ? 2 : 0), flag, isHexadecimal ? 16 : 10)
+             ? std::optional(flag)
+             : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<simulation::WindowsVersion> ParseWindowsVersion(const std::string& text) {
+  std::uint16_t parts[3] = {0, 0, 0};
+  if (ReadParts<std::uint16_t>(text, parts) < 2) return std::nullopt;
+  return simulation::WindowsVersion{.major = parts[0], .minor = parts[1], .servicePack = parts[2]};
+}
+
+std::optional<std::array<DWORD, 4>> ParseDriverVersion(const std::string& text) {
+  std::array<DWORD, 4> parts{};
+  if (ReadParts<DWORD>(text, parts) != 4) return std::nullopt;
+  return parts;
+}
+
+std::optional<std::string> ReadCallOption(const std::string& name, const std::string& text, CallOptions& calls) {
+  if (name == "--path") {
+    const auto path = ParsePathNotice(text);
+    if (!path) return "TOKEN=on, TOKEN=off or TOKEN=error";
+    calls.paths.push_back(*path);
+  } else if (name == "--change") {
+    calls.changeFlag = ParseFlag(text);
+    if (!calls.changeFlag) return "a number of 32 bits";
+  } else if (name == "--adapter") {
+    calls.adapter = ParseGuid(text);
+    if (!calls.adapter) return "{8-4-4-4-12} hexadecimal digits";
+  } else if (name == "--param1" || name == "--bundle-id") {
+    calls.page.texts.emplace_back(name == "--param1" ? ztl::kParam1Control : ztl::kBundleIdControl, Utf8ToUtf16(text));
+  } else if (name == "--page") {
+    if (text != "ok" && text != "apply" && text != "cancel") return "ok, apply or cancel";
+    calls.page.button = text == "ok" ? PageButton::Ok : text == "apply" ? PageButton::Apply : PageButton::Cancel;
+  } else if (name == "--again") {
+    calls.pageAgain = true;
+  }
+  return std::nullopt;
+}
+
+}  // namespace ztlsim

@@ -1,0 +1,163 @@
+#include "ztlsim/scenario/host_process.h"
+
+#include <string_view>
+
+#include "module/notify/class_id.h"
+#include "platform/com_ptr.h"
+#include "platform/netcfg_notify.h"
+#include "platform/task_text.h"
+
+namespace ztlsim {
+
+using namespace platform;
+
+namespace {
+
+// The engine's part of a notice. It lives as long as the call.
+class NoticedPath final : public INetCfgBindingPath {
+ public:
+  explicit NoticedPath(const PathNotice& notice) : notice_(notice) {}
+  HRESULT QueryInterface(REFIID, void** object) override {
+    *object = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG AddRef() override { return 1; }
+  ULONG Release() override { return 1; }
+  HRESULT IsSamePathAs(INetCfgBindingPath* path) override { return path == this ? S_OK : S_FALSE; }
+  HRESULT IsSubPathOf(INetCfgBindingPath*) override { return S_FALSE; }
+  HRESULT IsEnabled() override { return notice_.enabled; }
+  HRESULT Enable(BOOL) override { return E_NOTIMPL; }
+  HRESULT GetPathToken(char16_t** token) override {
+    *token = JoinTaskText(notice_.token).release();
+    return *token != nullptr ? S_OK : E_OUTOFMEMORY;
+  }
+  HRESULT GetOwner(INetCfgComponent**) override { return E_NOTIMPL; }
+  HRESULT GetDepth(ULONG*) override { return E_NOTIMPL; }
+  HRESULT EnumBindingInterfaces(IEnumNetCfgBindingInterface**) override { return E_NOTIMPL; }
+
+ private:
+  const PathNotice& notice_;
+};
+
+template <class Interface>
+ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
+  ComPtr<Interface> result;
+  object->QueryInterface(riid, reinterpret_cast<void**>(result.Receive()));
+  return result;
+}
+
+// Asks what the object wants to be told, and tells it, as it wants all that there is to tell here. Of each path as the
+// filter's own and as somebody's; asked before its change and told after it.
+void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
+  const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
+  const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
+  if (options.paths.empty() && !options.changeFlag) return;
+  DWORD wanted = 0;
+  global->GetSupportedNotifications(&wanted);
+  if (options.paths.empty()) global->SysNotifyComponent(*options.changeFlag, component);
+  for (const PathNotice& notice : options.paths) {
+    NoticedPath path(notice);
+    const DWORD flag =
+        options.changeFlag.value_or(NCN_BINDING_PATH | (notice.enabled == S_FALSE ? NCN_DISABLE : NCN_ENABLE));
+    global->SysQueryBindingPath(flag, &path);
+    own->QueryBindingPath(flag, &path);
+    global->SysNotifyBindingPath(flag, &path);
+    own->NotifyBindingPath(flag, &path);
+  }
+}
+
+// False when the user has not applied the page.
+bool ShowProperties(const CallOptions& options, Process& process, IUnknown* object, CallResults& results) {
+  const auto properties = Query<INetCfgComponentPropertyUi>(object, IID_INetCfgComponentPropertyUi);
+  ComPtr<INetLanConnectionUiInfo> connection;
+  if (options.adapter)
+    connection = ComPtr<INetLanConnectionUiInfo>::Attach(process.CreateLanConnection(*options.adapter));
+  if (properties->QueryPropertyUi(connection.Get()) != S_OK) return false;
+  results.emplace_back("SetContext", properties->SetContext(connection.Get()));
+  const auto show = [&](const PageInput& input) {
+    DWORD defaultPages = 0;
+    BYTE* pages = nullptr;
+    UINT count = 0;
+    const HRESULT hr = properties->MergePropPages(&defaultPages, &pages, &count, nullptr, nullptr);
+    const bool applied =
+        !Failed(hr) && process.ShowPages({reinterpret_cast<const HPROPSHEETPAGE*>(pages), count}, input);
+    platform::CoTaskMemFree(pages);
+    if (applied) {
+      properties->ValidateProperties(nullptr);
+      properties->ApplyProperties();
+    } else {
+      properties->CancelProperties();
+    }
+    return std::pair(hr, applied);
+  };
+  const auto [hr, applied] = show(options.page);
+  results.emplace_back("MergePropPages", hr);
+  if (options.pageAgain) show({.texts = {}, .button = PageButton::Cancel});
+  return applied;
+}
+
+// From the notify object's creation to its release.
+void CallNotifyObject(const CallOptions& options, Process& process, CallResults& results) {
+  const Scenario scenario = options.scenario;
+  const auto netCfg = ComPtr<INetCfg>::Attach(process.CreateTransaction());
+  const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(process.CreatePnpReconfigCallback());
+  ComPtr<INetCfgComponent> component;
+  netCfg->FindComponent(u"qro_ztl", component.Receive());
+
+  auto call = [&results](const char* method, HRESULT hr) { results.emplace_back(method, hr); };
+  ComPtr<INetCfgComponentControl> control;
+  HRESULT hr = platform::CoCreateInstance(ztl::CLSID_CSampleFilter, nullptr, CLSCTX_INPROC_SERVER,
+                                          IID_INetCfgComponentControl, reinterpret_cast<void**>(control.Receive()));
+  if (Failed(hr)) return call("CreateInstance", hr);
+  auto setup = Query<INetCfgComponentSetup>(control.Get(), IID_INetCfgComponentSetup);
+  hr = control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
+  if (Failed(hr)) return call("Initialize", hr);
+  if (scenario == Scenario::Install) hr = setup->Install(0);
+  if (scenario == Scenario::Upgrade) hr = setup->Upgrade(0, 0);
+  if (scenario == Scenario::Remove) hr = setup->Removing();
+  if (Failed(hr)) call("setup", hr);
+  setup.Reset();
+  if (scenario == Scenario::Notify) Notify(options, control.Get(), component.Get());
+  if (scenario == Scenario::Properties && !ShowProperties(options, process, control.Get(), results))
+    return call("CancelChanges", control->CancelChanges());
+  call("ApplyRegistryChanges", control->ApplyRegistryChanges());
+  if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
+}
+
+// Asks for the class object, makes one instance and releases it.
+void UseClassObject(const ModuleEntries& module, CallResults& results) {
+  IClassFactory* factory = nullptr;
+  ComPtr<IUnknown> instance;
+  results.emplace_back("DllGetClassObject", module.getClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
+                                                                  reinterpret_cast<void**>(&factory)));
+  if (!Failed(results.back().second)) {
+    results.emplace_back("CreateInstance",
+                         factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(instance.Receive())));
+    instance.Reset();
+    factory->Release();
+  }
+  results.emplace_back("DllCanUnloadNow", module.canUnloadNow());
+}
+
+}  // namespace
+
+CallResults MakeCalls(const CallOptions& options, Process& process) {
+  const Scenario scenario = options.scenario;
+  CallResults results;
+  if (IsTransaction(scenario)) {
+    platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+    CallNotifyObject(options, process, results);
+    platform::CoUninitialize();
+    return results;
+  }
+  const ModuleEntries module = process.LoadModule();
+  if (scenario == Scenario::Reinstall)
+    results.emplace_back("ReInstallZtl", static_cast<HRESULT>(module.reInstallZtl(nullptr, nullptr, nullptr, 0)));
+  if (scenario == Scenario::Register) results.emplace_back("DllRegisterServer", module.registerServer());
+  if (scenario == Scenario::Unregister) results.emplace_back("DllUnregisterServer", module.unregisterServer());
+  if (scenario == Scenario::Load) UseClassObject(module, results);
+  process.UnloadModule();
+  return results;
+}
+
+}  // namespace ztlsim

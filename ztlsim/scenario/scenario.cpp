@@ -1,0 +1,165 @@
+#include "ztlsim/scenario/scenario.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "module/log/log_facility.h"
+#include "module/notify/module.h"
+#include "module/notify/module_log.h"
+#include "module/notify/notify_object.h"
+#include "platform/com_ptr.h"
+
+namespace ztlsim {
+
+using namespace platform;
+
+namespace {
+
+// What stands before the message in a line of the log: time stamp, tag and severity.
+constexpr std::size_t kLineHeadBytes = 38;
+
+// Collects the messages that are written to the log for as long as it lives.
+class LogCapture {
+ public:
+  LogCapture(simulation::Machine& machine, std::vector<std::string>& messages) : machine_(machine) {
+    machine_.files.onWrite = [&messages](const std::string& path, std::string_view line) {
+      if (path != ztl::g_ModuleLog.path) return;
+      line.remove_prefix(std::min(kLineHeadBytes, line.size()));
+      if (line.ends_with('\n')) line.remove_suffix(1);
+      messages.emplace_back(line);
+    };
+  }
+  ~LogCapture() { machine_.files.onWrite = nullptr; }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+ private:
+  simulation::Machine& machine_;
+};
+
+// The log reports a trouble of its own as two debugger texts: a prefix and the trouble.
+std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput) {
+  std::vector<std::string> troubles;
+  for (std::size_t i = 0; i + 1 < debugOutput.size(); ++i)
+    if (debugOutput[i] == "ERROR: ") troubles.push_back(debugOutput[i + 1].substr(0, debugOutput[i + 1].find('\n')));
+  return troubles;
+}
+
+// The simulated machine's process. One that is run as a whole, or whose scenario is about the module's life, enters the
+// module as it is loaded and unloaded; in the others only the log is open.
+class SimulatedProcess final : public Process {
+ public:
+  SimulatedProcess(Scenario scenario, bool asProcess, std::vector<ShownPage>& pages)
+      : pages_(pages), entersModule_(asProcess || (!IsTransaction(scenario) && scenario != Scenario::Reinstall)) {
+    auto create = [this](IUnknown* outer, REFIID riid, void** object) {
+      return CreateByClassObject(outer, riid, object);
+    };
+    simulation::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
+    if (asProcess) {
+      simulation::Current().comClasses.back().create = create;
+      simulation::Current().comClasses.back().letGo = [this] { LetGo(); };
+    }
+    if (!entersModule_) ztl::OpenModuleLog();
+  }
+  ~SimulatedProcess() {
+    if (!entersModule_) ztl::CloseModuleLog();
+    simulation::Current().comClasses.pop_back();
+  }
+  SimulatedProcess(const SimulatedProcess&) = delete;
+  SimulatedProcess& operator=(const SimulatedProcess&) = delete;
+
+  INetCfg* CreateTransaction() override { return simulation::CreateTransaction(); }
+  INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override { return simulation::CreatePnpReconfigCallback(); }
+  INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) override {
+    return simulation::CreateLanConnection(adapter);
+  }
+  bool ShowPages(std::span<const HPROPSHEETPAGE> pages, const PageInput& input) override {
+    simulation::PropertySheet sheet(pages);
+    if (!sheet.Open()) return false;
+    ShownPage& page = pages_.emplace_back();
+    page.title = sheet.Title();
+    page.opened = sheet.Controls();
+    for (const auto& [control, text] : input.texts) sheet.Type(control, text, true);
+    page.closed = sheet.Controls();
+    page.applyEnabled = sheet.ApplyEnabled();
+    const bool applied = (input.button == PageButton::Ok && sheet.PressOk()) ||
+                         (input.button == PageButton::Apply && sheet.PressApply());
+    if (sheet.IsOpen()) sheet.PressCancel();
+    return applied;
+  }
+  ModuleEntries LoadModule() override {
+    Load(loadedByProcess_);
+    return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
+            ztl::ReInstallZtl};
+  }
+  void UnloadModule() override { Unload(loadedByProcess_); }
+
+ private:
+  // `holder` is who has it loaded from now on, or has not any more.
+  void Load(bool& holder) {
+    const bool isLoaded = loadedByProcess_ || loadedByCom_;
+    holder = true;
+    if (entersModule_ && !isLoaded) ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
+  }
+  void Unload(bool& holder) {
+    holder = false;
+    if (entersModule_ && !loadedByProcess_ && !loadedByCom_) ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+  }
+  HRESULT CreateByClassObject(IUnknown* outer, REFIID riid, void** object) {
+    Load(loadedByCom_);
+    ComPtr<IClassFactory> factory;
+    const HRESULT hr = ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory,
+                                              reinterpret_cast<void**>(factory.Receive()));
+    return Failed(hr) ? hr : factory->CreateInstance(outer, riid, object);
+  }
+  void LetGo() {
+    if (ztl::DllCanUnloadNow() == S_OK) Unload(loadedByCom_);
+  }
+
+  std::vector<ShownPage>& pages_;
+  const bool entersModule_;
+  bool loadedByProcess_ = false;
+  bool loadedByCom_ = false;
+};
+
+}  // namespace
+
+bool ScenarioResult::RebootRequired() const {
+  return std::any_of(results.begin(), results.end(), [](const auto& r) { return r.second == NETCFG_S_REBOOT; });
+}
+
+bool ScenarioResult::Failed() const {
+  return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
+}
+
+ScenarioResult RunScenario(const CallOptions& options, bool asProcess) {
+  simulation::Machine& machine = simulation::Current();
+  ScenarioResult result;
+  result.before = ReadMachineState();
+  result.bindingsBefore = ReadBindings();
+  if (options.scenario == Scenario::Install) result.inf = SearchInfFiles();
+  const std::unique_ptr<simulation::Registry> registryBefore = machine.registry.Copy();
+  machine.debugOutput.clear();  // of what went before
+  {
+    const LogCapture capture(machine, result.log);
+    SimulatedProcess process(options.scenario, asProcess, result.pages);
+    machine.engine.recordRequests = result.asProcess = asProcess;
+    result.results = MakeCalls(options, process);
+    machine.engine.recordRequests = false;
+  }
+  result.engineRequests = machine.engine.requests;
+  result.debugOutput = machine.debugOutput;
+  result.logTroubles = LogTroubles(result.debugOutput);
+  result.after = ReadMachineState(&result.before);
+  result.bindingsAfter = ReadBindings();
+  result.standardOutput = machine.standardOutput;
+  result.elapsedMilliseconds = machine.WaitedMilliseconds();
+  result.changes = CompareRegistries(*registryBefore, machine.registry);
+  result.pnpReconfigs = machine.engine.pnpReconfigs;
+  result.deviceRequests = machine.driver.requests;
+  return result;
+}
+
+}  // namespace ztlsim
