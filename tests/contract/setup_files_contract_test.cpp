@@ -175,29 +175,6 @@ TEST_F(SetupFilesContract, AnInfThatIsNoneSaysWhy) {
   }
 }
 
-TEST_F(SetupFilesContract, TextsThatDoNotFitAreRefusedOrCut) {
-  const std::u16string path = Write(u"x.inf", kHead + "[A]\na=hello\n");
-  const HINF inf = SetupOpenInfFileW(path.c_str(), nullptr, INF_STYLE_WIN4, nullptr);
-  INFCONTEXT line;
-  ASSERT_TRUE(SetupFindFirstLineW(inf, u"a", u"A", &line));
-  DWORD size = 0;
-  EXPECT_TRUE(SetupGetStringFieldW(&line, 1, nullptr, 0, &size));
-  EXPECT_EQ(size, 6u);
-  for (const DWORD capacity : {0u, 5u, 6u}) {
-    std::u16string text(8, u'#');
-    EXPECT_EQ(SetupGetStringFieldW(&line, 1, text.data(), capacity, &size) != 0, capacity == 6);
-    if (capacity < 6) EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(text, capacity == 6 ? u"hello\0#"s + u"#" : std::u16string(8, u'#'));
-    text.assign(8, u'#');
-    EXPECT_EQ(GetPrivateProfileStringW(u"A", u"a", u"", text.data(), capacity, path.c_str()),
-              capacity == 0 ? 0 : capacity - 1);
-    EXPECT_EQ(text, capacity == 0
-                        ? std::u16string(8, u'#')
-                        : (std::u16string(u"hello").substr(0, capacity - 1) + u'\0').append(8 - capacity, u'#'));
-  }
-  SetupCloseInfFile(inf);
-}
-
 TEST_F(SetupFilesContract, ADirectoryListsItsInfsInUpperCaseOrder) {
   for (const char16_t* const name : {u"b.inf", u"A.inf", u"a_.inf", u"aB.INF", u"a-b.inf", u"_.inf", u"\u00E9.inf",
                                      u"\u00C8.inf", u"x.txt", u"y.inf.bak"})

@@ -113,32 +113,6 @@ TEST_F(EngineTest, CallsInTheWrongStateGetTheEnginesCodes) {
   // A client that goes without closing leaves nothing behind; the fixture looks.
 }
 
-TEST_F(EngineTest, OneClientHoldsTheLock) {
-  char16_t* holder = nullptr;
-  Client first = MakeClient();
-  Client second = MakeClient();
-  EXPECT_EQ(first.lock->IsWriteLocked(&holder), S_FALSE);
-  EXPECT_EQ(first.Lock(), S_OK);
-  EXPECT_EQ(second.Lock(), S_OK);  // of the same process
-  EXPECT_EQ(second.lock->ReleaseWriteLock(), S_OK);
-  machine_.engine.grantSecondLock = false;
-  EXPECT_EQ(second.lock->AcquireWriteLock(300, u"second", &holder), S_FALSE);
-  EXPECT_EQ(std::u16string(holder), u"client");
-  CoTaskMemFree(holder);
-  EXPECT_EQ(machine_.WaitedMilliseconds(), 300);
-  EXPECT_EQ(platform::time(), *machine_.clock);
-  EXPECT_EQ(first.lock->ReleaseWriteLock(), S_OK);
-  EXPECT_EQ(second.Lock(), S_OK);
-  EXPECT_EQ(second.lock->ReleaseWriteLock(), S_OK);
-
-  machine_.engine.otherClient = u"setup";
-  machine_.engine.otherClientMilliseconds = 1500;
-  EXPECT_EQ(first.Lock(1000), S_FALSE);
-  EXPECT_EQ(first.Lock(1000), S_OK);  // given back in the meantime
-  EXPECT_EQ(machine_.WaitedMilliseconds(), 300 + 1500);
-  EXPECT_EQ(platform::time(), *machine_.clock + 1);
-}
-
 TEST_F(EngineTest, OnlyWhatIsAppliedLasts) {
   {
     Client client = MakeClient();
@@ -161,48 +135,6 @@ TEST_F(EngineTest, OnlyWhatIsAppliedLasts) {
   client.Open();
   EXPECT_EQ(client.netCfg->Apply(), S_OK);
   EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_OK);
-}
-
-TEST_F(EngineTest, AStackIsMendedAroundWhatLeavesAndJoinsIt) {
-  EXPECT_EQ(Change(false), S_OK);
-  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"A"})}},
-               {u"0001", {MultiSz({u"{A}", u"{P}"}), MultiSz({u"Tcpip"})}},
-               {u"0002", {MultiSz({u"{Z}"}), MultiSz({})}}});
-  EXPECT_EQ(Change(false), S_OK);  // once more changes nothing
-  EXPECT_EQ(Change(true), S_OK);
-  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"A"})}},
-               {u"0001", {MultiSz({u"{A}", u"{P}"}), MultiSz({u"ZTL"})}},
-               {u"0002", {MultiSz({u"{Z}", u"{A}", u"{P}"}), MultiSz({u"Tcpip"})}}});
-  EXPECT_EQ(Change(false, u"a"), S_OK);
-  ExpectLinks({{u"0000", {MultiSz({u"{P}"}), MultiSz({u"ZTL"})}},
-               {u"0001", {MultiSz({u"{A}"}), MultiSz({})}},
-               {u"0002", {MultiSz({u"{Z}", u"{P}"}), MultiSz({u"Tcpip"})}}});
-  machine_.registry.Find(kNetClass)->DeleteSubkey(u"0001");
-  EXPECT_EQ(Change(true, u"a"), S_OK);  // nothing is left to put there: one is made
-  const Lists made = {
-      {u"0001", {MultiSz({u"{5D0C6A10-7F3E-4B52-9C1D-000000000001}", u"{Z}", u"{P}"}), MultiSz({u"Tcpip"})}},
-      {u"0002", {MultiSz({u"{Z}", u"{P}"}), MultiSz({u"A"})}}};
-  ExpectLinks(made);
-}
-
-TEST_F(EngineTest, AnAdapterMayVanishUnderItsObjects) {
-  Client client = MakeClient();
-  client.Open();
-  ComPtr<INetCfgClass> netClass;
-  ComPtr<IEnumNetCfgComponent> adapters;
-  ComPtr<INetCfgComponent> adapter;
-  EXPECT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfgClass,
-                                            reinterpret_cast<void**>(netClass.Receive())),
-            S_OK);
-  EXPECT_EQ(netClass->EnumComponents(adapters.Receive()), S_OK);
-  EXPECT_EQ(adapters->Next(1, adapter.Receive(), nullptr), S_OK);
-  const auto path = Path(client, u"qro_ztl");
-  EXPECT_EQ(path->Enable(0), S_OK);
-  machine_.registry.Find(kNetClass)->DeleteSubkey(u"0000");
-  char16_t* id = nullptr;
-  EXPECT_EQ(adapter->GetPnpDevNodeId(&id), HresultFromBits(0x80070002));
-  EXPECT_EQ(client.netCfg->Apply(), S_OK);
-  ExpectLinks({{u"0001", {MultiSz({u"{A}", u"{P}"}), MultiSz({u"Tcpip"})}}});
 }
 
 }  // namespace

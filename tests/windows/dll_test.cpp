@@ -168,45 +168,6 @@ TEST_F(DllTest, ItsResourcesAreTheScriptAndTheDialog) {
   EXPECT_EQ(Resource(RT_DIALOG, 1850), Bytes(expected));
 }
 
-TEST_F(DllTest, ItsClassObjectMakesInstancesThatKeepItLoaded) {
-  auto* const getClassObject = Export<HRESULT(REFCLSID, REFIID, void**)>("DllGetClassObject");
-  auto* const canUnload = Export<HRESULT()>("DllCanUnloadNow");
-  void* object = this;
-  EXPECT_EQ(getClassObject(kClass, IID_IClassFactory, nullptr), E_POINTER);
-  EXPECT_TRUE(getClassObject(CLSID{}, IID_IUnknown, &object) == CLASS_E_CLASSNOTAVAILABLE && object == nullptr);
-  object = this;
-  EXPECT_TRUE(getClassObject(kClass, IID_INetCfgComponentSetup, &object) == E_NOINTERFACE && object == nullptr);
-  ASSERT_EQ(getClassObject(kClass, IID_IUnknown, &object), S_OK);
-  IClassFactory* factory;
-  ASSERT_EQ(getClassObject(kClass, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
-  EXPECT_EQ(object, factory);
-  EXPECT_TRUE(factory->LockServer(TRUE) == S_OK && canUnload() == S_FALSE);
-  EXPECT_TRUE(factory->LockServer(FALSE) == S_OK && canUnload() == S_OK);
-
-  IStream* outer;  // some object that counts its references
-  ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &outer), S_OK);
-  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
-  EXPECT_EQ(factory->CreateInstance(outer, IID_INetCfgComponentSetup, &object), CLASS_E_NOAGGREGATION);
-  EXPECT_TRUE(factory->CreateInstance(nullptr, IID_IClassFactory, &object) == E_NOINTERFACE && object == nullptr);
-  for (const bool isInner : {false, true}) {
-    IUnknown *instance, *part, *identity;
-    ASSERT_EQ(factory->CreateInstance(isInner ? outer : nullptr, IID_IUnknown, reinterpret_cast<void**>(&instance)), 0);
-    EXPECT_EQ(canUnload(), S_FALSE);
-    EXPECT_TRUE(instance->QueryInterface(IID_IClassFactory, &object) == E_NOINTERFACE && object == nullptr);
-    for (const IID& riid : {IID_INetCfgComponentControl, IID_INetCfgComponentSetup, IID_INetCfgComponentPropertyUi,
-                            IID_INetCfgComponentNotifyBinding, IID_INetCfgComponentNotifyGlobal}) {
-      ASSERT_EQ(instance->QueryInterface(riid, reinterpret_cast<void**>(&part)), S_OK);
-      ASSERT_EQ(part->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)), S_OK);
-      EXPECT_EQ(identity, isInner ? outer : instance);
-      EXPECT_EQ(outer->AddRef(), isInner ? 4u : 2u);
-      for (IUnknown* const held : {static_cast<IUnknown*>(outer), identity, part}) held->Release();
-    }
-    EXPECT_EQ(instance->Release(), 0u);
-    EXPECT_EQ(canUnload(), S_OK);
-  }
-  EXPECT_EQ(outer->Release(), 0u);
-}
-
 TEST_F(DllTest, ItsLifeIsInTheLog) {
   using ReInstall = HRESULT(void*, void*, char*, int);
   auto* const reInstall = Export<ReInstall>("?ReInstallZtl@@YAKPEAX0PEADH@Z");
@@ -229,65 +190,6 @@ TEST_F(DllTest, ItsLifeIsInTheLog) {
                 "   INFO: DllGetClassObject\n   INFO: DllCanUnloadNow hr=0\n   INFO: ReInstallZtl Entry\n"
                 "   INFO: ReInstallZtl rc = " +
                 std::to_string(result) + "\n   INFO: DLL_PROCESS_DETACH" + pid + "\n" + attach);
-}
-
-// The filter's own INF, stored by hand with the place that it came from, leads to the package with the miniport's.
-TEST_F(DllTest, AnInstallationInstallsTheMiniportInfOfItsMedia) {
-  const fs::path windows = log_.parent_path().parent_path(), inf = windows / "Inf";
-  const fs::path samples = ztl_test::BuiltFile(ZTL_SOURCE_DIR "/samples"), package = samples / "package-4.17",
-                 media = windows / "temp" / "media";
-  const fs::path driver = windows / "system32" / "drivers" / "ztl2000.sys";
-  // The older one is looked at first, and fits worse.
-  const fs::path older = inf / "oem969.inf", filter = inf / "oem970.inf", broken = inf / "oem971.inf";
-  fs::create_directories(media);
-  fs::create_directories(driver.parent_path());
-  fs::create_directories(inf);
-  fs::copy_file(package / "ztl2000.sys", driver, fs::copy_options::overwrite_existing);
-  fs::copy_file(package / "ztl2000m.inf", media / "ztl2000m.inf", fs::copy_options::overwrite_existing);
-  fs::copy_file(package / "ztl2000.inf", filter, fs::copy_options::overwrite_existing);
-  fs::copy_file(samples / "package-4.16" / "ztl2000.inf", older, fs::copy_options::overwrite_existing);
-  std::ofstream(filter, std::ios::app | std::ios::binary)
-      << "\r\n[InfSourcePathInfo]\r\nOriginalInfSourcePath = \"" << media.string() << "\"\r\n";
-  std::ofstream(broken) << "[Version]\nSignature=\"$Windows NT$\"\n[";
-  const auto stored = [&] {
-    std::set<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(inf)) files.insert(entry.path().filename());
-    return files;
-  };
-  const std::set<fs::path> before = stored();
-
-  IClassFactory* factory;
-  INetCfgComponentControl* control;
-  auto* const getClassObject = Export<HRESULT(REFCLSID, REFIID, void**)>("DllGetClassObject");
-  ASSERT_EQ(getClassObject(kClass, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
-  ASSERT_EQ(factory->CreateInstance(nullptr, IID_INetCfgComponentControl, reinterpret_cast<void**>(&control)), S_OK);
-  fs::remove(log_);
-  EXPECT_EQ(control->Initialize(nullptr, nullptr, TRUE), S_OK);
-  const std::string at = inf.string() + "\\", source = media.string() + "\\ztl2000m.inf";
-  EXPECT_EQ(Log(), "   INFO: --> ::Initialize\n   INFO: File Version <4.17.0.18806> Build# 4976 Path <" +
-                       driver.string() + ">\n   INFO: Calling HrGetPnpID " + at +
-                       "oem969.inf\n   INFO: INF Version <03/14/2024, 4.16.2.17004> " + "Build# 426c Path <" + at +
-                       "oem969.inf>\n   INFO: HrGetProtocolInf: 4th choice INF " + at +
-                       "oem969.inf\n   INFO: Calling HrGetPnpID " + at +
-                       "oem970.inf\n   INFO: INF Version <10/02/2025, 4.17.0.18806> Build# 4976 Path <" + at +
-                       "oem970.inf>\n   INFO: HrGetProtocolInf: 1st choice INF " + at +
-                       "oem970.inf\n   INFO: HrGetProtocolInf: rc=0\n   INFO: Media root directory is " +
-                       media.string() + ".\n   INFO: Calling SetupCopyOEMInf for " + source + ".\n");
-  control->Release();
-  std::set<fs::path> added = stored();
-  for (const fs::path& name : before) added.erase(name);
-  const auto bytes = [](const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-  };
-  bool isInstalled = false;
-  for (const fs::path& name : added) {
-    isInstalled = isInstalled || bytes(inf / name) == bytes(source);
-    fs::remove(inf / name);
-  }
-  EXPECT_TRUE(isInstalled);
-  for (const fs::path& file : {filter, older, broken, driver}) fs::remove(file);
-  fs::remove_all(media);
 }
 
 // From a folder whose name the script must quote.
@@ -325,30 +227,6 @@ TEST_F(DllTest, Regsvr32RegistersAndUnregistersItTwice) {
   }
   EXPECT_EQ(Read(kService), (Tree{{L"", {}}, {L"@Start", {REG_DWORD, std::string("\4\0\0\0", 4)}}}));
   fs::remove_all(folder);
-}
-
-TEST_F(DllTest, RealTreesAreCopiedRestoredAndDeleted) {
-  const std::wstring saved = std::wstring(kProduct) + L"\\Parameters", live = std::wstring(kService) + L"\\Parameters";
-  std::wstring deep = saved;
-  Set(saved, L"Only", REG_MULTI_SZ, "odd");
-  Set(saved, L"Type", REG_BINARY, std::string(520, 'x'));
-  for (int i = 0; i < 200; ++i) Set(deep += L"\\x", L"Deep", REG_DWORD, "save");
-  Tree expected = Read(saved);
-  expected[L"@Both"] = {REG_DWORD, "live"};
-  Set(saved, L"Both", REG_DWORD, "save");
-  Set(deep + L"\\aDAPTERS\\{1}", L"Left", REG_DWORD, "save");
-  for (const wchar_t* name : {L"Type", L"Both"}) Set(live, name, REG_DWORD, "live");
-  Set(kService, L"DeleteFlag", REG_DWORD, "live");
-  ztl::RestoreZtlParams();
-  EXPECT_EQ(Read(live), expected);
-  EXPECT_FALSE(Read(kService).contains(L"@DeleteFlag"));
-  EXPECT_EQ(Read(kProduct), (Tree{{L"", {}}}));
-
-  const auto machine = reinterpret_cast<platform::HKEY>(HKEY_LOCAL_MACHINE);
-  ztl::CopyRegTree(machine, ztl::kLiveParametersKey, machine, ztl::kSavedParametersKey, 1);
-  EXPECT_EQ(Read(saved), expected);
-  EXPECT_EQ(ztl::DeleteKey(machine, ztl::kProductKey), 0);
-  EXPECT_EQ(Read(kProduct), Tree());
 }
 
 }  // namespace

@@ -69,30 +69,6 @@ TEST(RegistryExport, ReadsKeysAndValues) {
   for (const auto& [text, dump] : keys) EXPECT_EQ(Read(kHeader + text), dump) << text;
 }
 
-TEST(RegistryExport, ReadsManyNamesInAnyOrder) {
-  Registry registry, expected;
-  registry.Link(u"HKEY_USERS\\link", u"HKEY_USERS\\gone\\target");
-  std::string text = kHeader;
-  std::set<std::string> left;
-  for (int i = 0; i < 20000; ++i) {
-    const std::string name = "k" + std::to_string(i * 7919 % 20000);
-    text += "[HKU\\gone\\" + name + "]\n[HKU\\" + name + "\\s]\n";
-    if (i % 3 != 0) {
-      left.insert("HKEY_USERS\\" + name + "\\s");
-    } else {
-      text += "[-HKU\\K" + name.substr(1) + "]\n";
-    }
-  }
-  text += "[-HKU\\gone]\n[HKU\\Gone\\a]\n[HKU\\link\\b]\n[HKU]\n";
-  for (int i = 0; i < 200; ++i) text += "\"v" + std::to_string(i) + "\"=hex:\n";
-  for (int i = 0; i < 199; ++i) text += "\"V" + std::to_string(i) + "\"=-\n";
-  EXPECT_EQ(ReadRegistryExport("t", text + "\"V7\"=hex(0):\n\"V199\"=hex(0):", registry), std::nullopt);
-  left.insert({"HKEY_USERS\\Gone\\a", "HKEY_USERS\\link\\b"});
-  for (const std::string& path : left) expected.Create(Utf8ToUtf16(path));
-  for (const char16_t* name : {u"v199", u"V7"}) expected.Create(u"HKEY_USERS").SetValue(name, platform::REG_NONE, {});
-  EXPECT_TRUE(FormatRegistryExport(registry) == FormatRegistryExport(expected));
-}
-
 TEST(RegistryExport, SaysWhereAndWhatIsWrong) {
   const std::string good = kHeader + "[HKU]\r\n\"good\"=hex:\r\n";
   const std::string notExport =
@@ -150,18 +126,6 @@ TEST(RegistryExport, ReadsEveryEncodingAndLineEnd) {
     EXPECT_EQ(Read("REGEDIT4" + lineEnd + body), dumpOf4 + rest);
   }
   EXPECT_EQ(Read("REGEDIT4\n[HKU\\\u00E9]"), "HKEY_USERS \nHKEY_USERS\\\u00C3\u00A9 \n");
-}
-
-TEST(RegistryExport, ConvertsText) {
-  const std::string valid = "a\u007F\u0080\u07FF\u0800\uD7FF\uE000\uFFFF\U00010000\U0010FFFF";
-  EXPECT_TRUE(IsUtf8(valid));
-  EXPECT_EQ(Utf8ToUtf16(valid), u"a\u007F\u0080\u07FF\u0800\uD7FF\uE000\uFFFF\U00010000\U0010FFFF");
-  EXPECT_EQ(Utf16ToUtf8(Utf8ToUtf16(valid)), valid);
-  EXPECT_EQ(Utf16ToUtf8(u"a\xDC00\xD800|b\xD801"), "a\uFFFD\uFFFD|b\uFFFD");
-  EXPECT_FALSE(IsUtf8("12345678\xF0\x9F\x98"));
-  EXPECT_EQ(Utf8ToUtf16("\xC0\x80|\xE2\x82z\xED\xA0\x80|\xF4\x90\x80\x80|\x80|\xF0\x9F\x98"),
-            u"\xFFFD\xFFFD|\xFFFDz\xFFFD\xFFFD\xFFFD|\xFFFD\xFFFD\xFFFD\xFFFD|\xFFFD|\xFFFD");
-  EXPECT_EQ(Windows1252ToUtf16("\x7F\x80\x81\x9F\xA0\xFF"), u"\u007F\u20AC\u0081\u0178\u00A0\u00FF");
 }
 
 // The wrapped lines are those that Wine's registry editor writes for the same values.
@@ -231,36 +195,6 @@ TEST_F(RegistryExportFile, IsWrittenAndReadWhole) {
 }
 
 #ifndef _WIN32
-TEST_F(RegistryExportFile, LeavesWhatIsThereAsItIs) {
-  ASSERT_EQ(WriteFileWhole(path_, "earlier"), std::nullopt);
-  rlimit earlier;
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &earlier), 0);
-  const rlimit limit{4096, earlier.rlim_max};
-  signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  EXPECT_EQ(WriteFileWhole(path_, std::string(10000, 'x')), path_ + ": File too large");
-  setrlimit(RLIMIT_FSIZE, &earlier);
-  EXPECT_EQ(ztl_test::ReadFile(path_), "earlier");
-  EXPECT_EQ(Files(), 1);
-
-  fs::create_symlink("/dev/full", At("device"));
-  EXPECT_EQ(WriteFileWhole(At("device"), "x"), At("device") + ": No space left on device");
-  Registry registry;
-  EXPECT_EQ(ReadRegistryExport("/dev/null", registry)->message,
-            "expected a registry export, found a device or a socket");
-  ASSERT_EQ(mkfifo(At("pipe").c_str(), 0600), 0);
-  std::thread writer([&] { EXPECT_EQ(WriteFileWhole(At("pipe"), "REGEDIT4\n[HKU]"), std::nullopt); });
-  EXPECT_FALSE(ReadRegistryExport(At("pipe"), registry));
-  writer.join();
-  EXPECT_EQ(Dump(registry.Root()), "HKEY_USERS \n");
-  fs::create_symlink(path_, At("link"));
-  EXPECT_EQ(WriteFileWhole(At("link"), "linked"), std::nullopt);
-  EXPECT_EQ(ztl_test::ReadFile(path_), "linked");
-  EXPECT_TRUE(fs::is_symlink(At("link")));
-  fs::permissions(path_, fs::perms::owner_write);
-  EXPECT_EQ(WriteFileWhole(path_, "x"), std::nullopt);
-  EXPECT_EQ(fs::status(path_).permissions(), fs::perms::owner_write);
-}
 #endif
 
 }  // namespace

@@ -145,9 +145,9 @@ CallResults MakeCalls(const CallOptions& options, Process& process) {
   const Scenario scenario = options.scenario;
   CallResults results;
   if (IsTransaction(scenario)) {
-    platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+    const HRESULT initialized = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
     CallNotifyObject(options, process, results);
-    platform::CoUninitialize();
+    if (!Failed(initialized)) platform::CoUninitialize();
     return results;
   }
   const ModuleEntries module = process.LoadModule();

@@ -57,23 +57,6 @@ TEST_F(DriverChannelTest, TheVersionDecidesWhatIsSaved) {
   }
 }
 
-TEST_F(DriverChannelTest, TheDriverIsAskedInThisOrder) {
-  machine_.driver.version = {{3, 10, 0, 1}};
-  machine_.driver.failures = {{ztl::IOCTL_ZTL_DESTROY_SYMLINK_KEY, 1167}};
-  ztl::PrepareZtlForUnload();
-  const std::string key = "\\Registry\\MACHINE\\Software\\Quillmark\\ZTL\\Parameters";
-  EXPECT_EQ(TakeLog(), (Strings{"ZtlRunningVersion <3.10.0.1>", "--> UnlinkZtlParamKeySaveZtlParams",
-                                "--> DestroySymLinkKey " + key + "\\Order 114", "--> DestroySymLinkKey status = 1167",
-                                "--> UnlinkZtlParamKeySaveZtlParams " + key + " 102",
-                                "--> UnlinkZtlParamKeySaveZtlParams returns status = 00000000"}));
-  ASSERT_EQ(machine_.driver.requests.size(), 3u);
-  EXPECT_EQ(machine_.driver.requests[1].path, u"\\Registry\\MACHINE\\Software\\Quillmark\\ZTL\\Parameters\\Order");
-  EXPECT_EQ(machine_.driver.requests[1].bytes, 114u);
-  EXPECT_EQ(machine_.driver.requests[1].result, 1167u);
-  EXPECT_EQ(machine_.driver.requests[2].bytes, 102u);
-  EXPECT_EQ(machine_.registry.Find(kSaved)->FindValue(u"Kept")->data, Sz(u"text"));
-}
-
 // The driver goes away in the middle: its parameters are copied in its place.
 TEST_F(DriverChannelTest, WithoutTheDriverTheParametersAreCopied) {
   machine_.driver.version = {{3, 10, 0, 1}};
@@ -87,32 +70,6 @@ TEST_F(DriverChannelTest, WithoutTheDriverTheParametersAreCopied) {
   EXPECT_EQ(log.at(6), "--> UnlinkZtlParamKeySaveZtlParams: INVALID HANDLE");
   EXPECT_EQ(machine_.registry.Find(kSaved)->FindValue(u"Kept")->data, Sz(u"text"));
   EXPECT_EQ(machine_.registry.Find(kSaved)->FindSubkey(u"Adapters"), nullptr);
-}
-
-TEST_F(DriverChannelTest, FailedRequestsAndClosesAreTold) {
-  machine_.driver.version = {{3, 10, 0, 1}};
-  machine_.faults = {{.operation = Operation::DeviceIoControl, .times = 9, .code = 31},
-                     {.operation = Operation::CloseHandle, .times = 9, .code = 6}};
-  EXPECT_EQ(ztl::ZtlRunningVersion(), 0u);
-  EXPECT_EQ(TakeLog(), Strings{"ZtlRunningVersion DeviceIoControl err=31"});
-  EXPECT_EQ(ztl::DestroySymLinkKey(HKEY_LOCAL_MACHINE, u"a", u"b"), 31u);
-  EXPECT_EQ(TakeLog(), (Strings{"--> DestroySymLinkKey \\Registry\\MACHINE\\a\\b 42",
-                                "--> DestroySymLinkKey status = 31", "--> DestroySymLinkKey close err = 00000006"}));
-  EXPECT_EQ(ztl::UnlinkZtlParamKeySaveZtlParams(), 31u);
-  const Strings log = TakeLog();
-  EXPECT_EQ(log.at(log.size() - 2), "--> UnlinkZtlParamKeySaveZtlParams returns status = 0000001f");
-  EXPECT_EQ(log.back(), "--> UnlinkZtlParamKeySaveZtlParams close err = 00000006");
-}
-
-TEST_F(DriverChannelTest, InstancesAreCounted) {
-  EXPECT_EQ(ztl::EnumCount(), 0u);
-  auto& devices = machine_.registry.Create(kService + u"\\Enum");
-  EXPECT_EQ(ztl::EnumCount(), 0u);
-  devices.SetValue(u"Count", REG_BINARY, {2, 1, 0, 0});
-  EXPECT_EQ(ztl::EnumCount(), 258u);
-  devices.SetValue(u"Count", REG_SZ, Sz(u"many"));
-  EXPECT_EQ(ztl::EnumCount(), 0u);
-  EXPECT_EQ(TakeLog(), (Strings{"--> EnumCount 0", "--> EnumCount 0", "--> EnumCount 258", "--> EnumCount 0"}));
 }
 
 }  // namespace

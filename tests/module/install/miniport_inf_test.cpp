@@ -87,32 +87,6 @@ TEST_F(MiniportInfTest, VersionsAreReadAsNumbers) {
   }
 }
 
-TEST_F(MiniportInfTest, ListsKeepStoredAndOwnFilesInThisOrder) {
-  // A bar stands for a NUL.
-  const struct {
-    std::u16string list, expected;
-  } cases[] = {
-      {u"OEM12.INF|netabc.inf|ZTL2000.INF|oem3.inf||", u"OEM12.INF|oem3.inf|ZTL2000.INF||"},
-      {u"|", u"|"},
-      {u"zt|oe|oem|z||", u"oem|zt||"},
-      {u"net.inf||", u"|"},
-      {u"zt", u"|"},  // a list without an end
-      {u"", u""},
-  };
-  for (auto [list, expected] : cases) {
-    for (std::u16string* const text : {&list, &expected}) std::replace(text->begin(), text->end(), u'|', u'\0');
-    const auto capacity = static_cast<DWORD>(list.size());
-    EXPECT_EQ(ztl::OptFileSearch(list.data(), capacity), list.data());
-    EXPECT_EQ(list.substr(0, expected.size()), expected);
-  }
-  machine_.faults = {{.operation = Operation::CoTaskMemAlloc}};
-  std::u16string list(u"oem\0net\0\0", 9);
-  const std::u16string before = list;
-  ztl::OptFileSearch(list.data(), 9);
-  EXPECT_EQ(list, before);
-  EXPECT_EQ(TakeLog(), Strings{"OptFileSearch alloc err"});
-}
-
 TEST_F(MiniportInfTest, TheBestFitIsFound) {
   struct File {
     std::string name, driverVer, choice;  // what the log calls it; empty: no line
@@ -225,41 +199,6 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
   EXPECT_FALSE(fs::exists(inf_ / "oem4.inf"));  // the same file is there already
 }
 
-// Nobody knows why, or the list has become longer: what is not there is not read.
-TEST_F(MiniportInfTest, AListThatCannotBeHadEndsTheSearch) {
-  Inf("oem0.inf", "d,1");
-  const auto lengthen = [this](Operation operation, const simulation::Arguments&) {
-    if (operation == Operation::CoTaskMemAlloc) Inf("oem1.inf", "d,1");
-    return false;
-  };
-  for (const std::uint64_t call : {1, 2}) {
-    machine_.faults = {{.operation = Operation::SetupGetInfFileListW, .first = call, .code = 0}};
-    char16_t* path = nullptr;
-    EXPECT_EQ(ztl::HrGetProtocolInf(kInfDirectory, &path), 0);
-    EXPECT_EQ(path, nullptr);
-    EXPECT_EQ(TakeLog(), Strings{call == 1 ? "HrGetProtocolInf: SetupGetInfFileListW rc=0"
-                                           : "HrGetProtocolInf: SetupGetInfFileListW 2 rc=0"});
-  }
-  machine_.faults = {{.matches = lengthen}};
-  EXPECT_EQ(Find(), "8007007a");
-  EXPECT_EQ(TakeLog(), Strings{"HrGetProtocolInf: SetupGetInfFileListW 2 rc=8007007a"});
-}
-
-TEST_F(MiniportInfTest, WhatIsMissingEndsTheCopyWithItsCode) {
-  EXPECT_EQ(ztl::HrCopyMiniportInf(), HresultFromError(ERROR_FILE_NOT_FOUND));
-  EXPECT_EQ(TakeLog(), (Strings{"HrGetProtocolInf: HrGetPnpID file not found", "HrGetProtocolInf: rc=80070002"}));
-  Inf("oem7.inf", "d,1");
-  EXPECT_EQ(ztl::HrCopyMiniportInf(), ERROR_LINE_NOT_FOUND);
-  EXPECT_EQ(TakeLog().back(),
-            "HrGetKeyValue: SetupFindFirstLineW section <InfSourcePathInfo> key <OriginalInfSourcePath> rc=e0000102");
-  Inf("oem7.inf", "d,1", "qro_ztl", "[InfSourcePathInfo]\nOriginalInfSourcePath=C:\\Gone\\\n");
-  machine_.version = {5, 0, 0, 2};
-  EXPECT_EQ(ztl::HrCopyMiniportInf(), HresultFromError(ERROR_PATH_NOT_FOUND));
-  EXPECT_EQ(TakeLog().back(), "Calling SetupCopyOEMInf for C:\\Gone\\ztl2000m.inf.");
-  machine_.files.windowsDirectory.clear();
-  EXPECT_LT(ztl::HrCopyMiniportInf(), 0);
-}
-
 // What a file says of the lengths of its version block and of the value in it is not believed beyond the block.
 TEST_F(MiniportInfTest, DamagedVersionBlocksAreReadAsFarAsTheyGo) {
   constexpr DWORD kWhole = 0x04110000;
@@ -283,48 +222,6 @@ TEST_F(MiniportInfTest, DamagedVersionBlocksAreReadAsFarAsTheyGo) {
   EXPECT_EQ(TakeLog().back(), "File Version <4.17.0.1> Build# 0 Path <C:\\Windows\\System32\\drivers\\ztl2000.sys>");
   const std::u16string longPath = u"C:\\Windows\\" + std::u16string(300, u'x');
   EXPECT_EQ(ztl::GetFileVersion(longPath.c_str(), ztl::kDriverFile, nullptr), 0u);
-}
-
-// Every call of the search fails once: nothing is left, and what had been found before memory ran out is found.
-TEST_F(MiniportInfTest, EveryCallMayFail) {
-  Driver({4, 17, 0, 18806});
-  Write(root_ / "Package/ztl2000m.inf", "[Version]\nSignature=$CHICAGO$\n");
-  for (const char* const name : {"oem1.inf", "oem2.inf"})
-    Inf(name, "d,4.17.0.18000", "qro_ztl", "[InfSourcePathInfo]\nOriginalInfSourcePath=C:\\Package\n");
-  const auto isLogging = [](Operation operation, const simulation::Arguments&) {
-    return operation >= Operation::RegOpenKeyExW && operation <= Operation::WriteStandardOutput;
-  };
-  const std::uint64_t calls = [&] {
-    machine_.faults = {{.first = UINT64_MAX, .matches = std::not_fn(isLogging)}};
-    EXPECT_EQ(ztl::HrCopyMiniportInf(), S_OK);
-    return machine_.faults.front().seen;
-  }();
-  ASSERT_GT(calls, 40u);
-  std::map<HRESULT, int> results;
-  for (std::uint64_t call = 1; call <= calls; ++call) {
-    machine_.faults = {{.first = call, .code = ERROR_ACCESS_DENIED, .matches = std::not_fn(isLogging)}};
-    ++results[ztl::HrCopyMiniportInf()];
-    ExpectNothingLeft();
-  }
-  EXPECT_GT(results[HresultFromError(ERROR_ACCESS_DENIED)], 3);
-
-  const struct {
-    std::uint64_t allocation;
-    std::string line, found;
-  } steps[] = {{1, "HrGetProtocolInf: CoTaskMemAlloc not enough memory", "80070008"},
-               {3, "HrGetProtocolInf: CoTaskMemAlloc 2 not enough memory", "80070002"},
-               {7, "HrGetProtocolInf: CoTaskMemAlloc 2 not enough memory", "oem1.inf80070008"},
-               {10, "HrGetProtocolInf: CoTaskMemAlloc 3 not enough memory", "80070008"}};
-  TakeLog();
-  ASSERT_TRUE(fs::exists(inf_ / "oem0.inf"));  // the miniport's: its path is the third
-  for (const auto& step : steps) {
-    machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .first = step.allocation}};
-    EXPECT_EQ(Find(), step.found);
-    const Strings errors = LogErrors();
-    ASSERT_FALSE(errors.empty());
-    EXPECT_EQ(errors.front(), step.line);
-    TakeLog();
-  }
 }
 
 }  // namespace

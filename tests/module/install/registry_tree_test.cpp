@@ -90,49 +90,6 @@ TEST_F(RegistryTreeTest, WhatCannotBeDeletedStaysWithItsParents) {
   EXPECT_EQ(TakeLog(), Strings{"DeleteKey none"});
 }
 
-TEST_F(RegistryTreeTest, FailuresAreToldAndPassedOver) {
-  auto& source = machine_.registry.Create(kSource);
-  source.SetValue(u"a", REG_SZ, Sz(u"1"));
-  source.SetValue(u"long", REG_BINARY, std::vector<BYTE>(521));
-  source.SetValue(u"z", REG_SZ, Sz(u"2"));
-  source.CreateSubkey(u"below");
-  const std::string trace = "--> CopyRegTree: From To", below = "--> CopyRegTree: below below";
-  struct Case {
-    std::optional<simulation::Fault> fault;
-    Strings log;
-  };
-  const Case cases[] = {
-      {{}, {trace, "CopyRegTree: RegEnumValue rc=ea", below}},
-      {simulation::Fault{.operation = Operation::RegOpenKeyExW, .code = 2}, {trace, "CopyRegTree: RegOpenKeyEx rc=2"}},
-      {simulation::Fault{.operation = Operation::RegCreateKeyExW, .code = 5},
-       {trace, "CopyRegTree: RegCreateKeyEx rc=5"}},
-      {simulation::Fault{.operation = Operation::RegSetValueExW, .code = 5},
-       {trace, "CopyRegTree: RegSetValueEx rc=5", "CopyRegTree: RegEnumValue rc=ea", below}},
-      {simulation::Fault{.operation = Operation::RegEnumKeyExW, .code = 5},
-       {trace, "CopyRegTree: RegEnumValue rc=ea", "CopyRegTree: RegEnumKey rc=5"}},
-  };
-  for (const Case& c : cases) {
-    machine_.faults.clear();
-    if (c.fault) machine_.faults = {*c.fault};
-    Copy(1);
-    EXPECT_EQ(TakeLog(), c.log);
-    ExpectNothingLeft();
-  }
-}
-
-TEST_F(RegistryTreeTest, DeepAndWideTreesAreNoTrouble) {
-  std::u16string deep(kSource);
-  for (int level = 0; level < 200; ++level) deep += u"\\level";
-  machine_.registry.Create(deep).SetValue(u"v", REG_SZ, Sz(u"bottom"));
-  auto& wide = machine_.registry.Create(std::u16string(kSource) + u"\\wide");
-  for (int i = 0; i < 10000; ++i) wide.CreateSubkey(ztlsim::Utf8ToUtf16(std::to_string(i)));
-  wide.CreateSubkey(std::u16string(255, u'n')).SetValue(std::u16string(259, u'v'), REG_SZ, Sz(u""));
-  ztl::CloseModuleLog();
-  Copy(0);
-  EXPECT_EQ(Dump(*machine_.registry.Find(kTarget)), Dump(*machine_.registry.Find(kSource)));
-  EXPECT_EQ(ztl::DeleteKey(HKEY_LOCAL_MACHINE, u"To"), ERROR_SUCCESS);
-}
-
 TEST_F(RegistryTreeTest, RestoringFillsInWhatIsMissing) {
   const std::u16string service = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL";
   const std::u16string product = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillmark\\ZTL";

@@ -30,39 +30,6 @@ class SessionTest : public MachineTest {
   }
 };
 
-TEST_F(SessionTest, AFailedOpeningUndoesAllItDid) {
-  struct Case {
-    simulation::Fault fault;
-    HRESULT result;
-    Strings log;
-    std::uint64_t locksReleased = 0;
-  };
-  const Case cases[] = {
-      {{.operation = Operation::CoCreateInstance, .code = E_FAIL},
-       E_FAIL,
-       {"HrGetINetCfg: CoCreateInstance rc=80004005"}},
-      {LockQueryFails(1), E_NOINTERFACE, {"HrGetINetCfg: QueryInterface rc=80004002"}},
-      {{.operation = Operation::AcquireWriteLock, .code = E_FAIL}, E_FAIL, {}},
-      {{.operation = Operation::AcquireWriteLock, .code = 1},
-       NETCFG_E_NO_WRITE_LOCK,
-       {"HrGetINetCfg: already locked by (null)"}},
-      {{.operation = Operation::Initialize, .code = E_FAIL}, E_FAIL, {"HrGetINetCfg: Initialize rc=80004005"}, 1},
-  };
-  for (const Case& c : cases) {
-    const std::uint64_t released = machine_.Calls(Operation::ReleaseWriteLock);
-    machine_.faults = {c.fault};
-    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    auto* const untouched = reinterpret_cast<INetCfg*>(this);
-    INetCfg* session = untouched;
-    EXPECT_EQ(ztl::HrGetINetCfg(&session), c.result);
-    EXPECT_EQ(session, untouched);
-    EXPECT_EQ(LogErrors(), c.log);
-    EXPECT_EQ(TakeLog(), c.log);
-    EXPECT_EQ(machine_.Calls(Operation::ReleaseWriteLock) - released, c.locksReleased);
-    ExpectNothingLeft();
-  }
-}
-
 TEST_F(SessionTest, AHeldLockIsWaitedForAndItsHolderTold) {
   machine_.engine.otherClient = u"Setup of L\u00F6we";
   ztl::UniqueSession session;
@@ -75,39 +42,6 @@ TEST_F(SessionTest, AHeldLockIsWaitedForAndItsHolderTold) {
   machine_.engine.otherClientMilliseconds = 14999;  // given back while it is waited for
   EXPECT_EQ(ztl::HrOpenSession(session), S_OK);
   EXPECT_EQ(machine_.WaitedMilliseconds(), 15000 + 14999);
-}
-
-TEST_F(SessionTest, AClosingGivesBackAllWhateverFails) {
-  struct Case {
-    simulation::Fault fault;
-    HRESULT result;
-    Strings log;
-    std::uint64_t locksReleased;
-  };
-  const Case cases[] = {
-      {{.first = 1, .times = 0}, S_OK, {}, 1},
-      {{.operation = Operation::Uninitialize, .code = E_FAIL},
-       E_FAIL,
-       {"HrReleaseINetCfg: Uninitialize rc=80004005"},
-       0},
-      {{.operation = Operation::Uninitialize, .code = 7}, S_OK, {}, 1},
-      {LockQueryFails(1), E_NOINTERFACE, {"HrReleaseINetCfg: QueryInterface rc=80004002"}, 0},
-      {{.operation = Operation::ReleaseWriteLock, .code = E_FAIL},
-       E_FAIL,
-       {"HrReleaseINetCfg: ReleaseWriteLock rc=80004005"},
-       1},
-  };
-  for (const Case& c : cases) {
-    ztl::UniqueSession session;
-    ASSERT_EQ(ztl::HrOpenSession(session), S_OK);
-    const std::uint64_t released = machine_.Calls(Operation::ReleaseWriteLock);
-    machine_.faults = {c.fault};
-    EXPECT_EQ(ztl::HrReleaseINetCfg(true, session.release()), c.result);
-    EXPECT_EQ(TakeLog(), c.log);
-    EXPECT_EQ(machine_.Calls(Operation::ReleaseWriteLock) - released, c.locksReleased);
-    machine_.faults.clear();
-    ExpectNothingLeft();
-  }
 }
 
 TEST_F(SessionTest, TheReinstallEntryTracesEachStep) {
@@ -141,29 +75,6 @@ TEST_F(SessionTest, TheReinstallEntryTracesEachStep) {
   machine_.faults.clear();
   machine_.registry.Find(kNetwork)->DeleteSubkey(u"{4D36E974-E325-11CE-BFC1-08002BE10318}");
   EXPECT_EQ(ztl::ReInstallFilter(), kNotFound);
-}
-
-// The session's notify object learns of the installation, applies it and is released at the end.
-TEST_F(SessionTest, AReinstallationDrivesTheNotifyObject) {
-  machine_.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
-  EXPECT_EQ(ztl::ReInstallFilter(), static_cast<DWORD>(NETCFG_S_REBOOT));
-  const Strings log = TakeLog();
-  const char* const expected[] = {"ReInstallZtl Entry",
-                                  "--> ::CSampleFilter",
-                                  "--> ::Initialize",
-                                  "ReInstallZtl:HrGetINegCfg rc = 0",
-                                  "--> ::Install eActInstall",
-                                  "ReInstallZtl:HrInstallNetComponent rc = 0",
-                                  "--> ::ApplyRegistryChanges eActInstall",
-                                  "OrderIM: success changed=1",
-                                  "--> ::ApplyPnpChanges exit",
-                                  "ReInstallZtl:Apply rc = 303136",
-                                  "--> ::~CSampleFilter ApplyAction=1 OrderIM=1"};
-  auto at = log.begin();
-  for (const char* const line : expected) {
-    at = std::find(at, log.end(), line);
-    ASSERT_NE(at, log.end()) << line;
-  }
 }
 
 }  // namespace
