@@ -1,7 +1,9 @@
-// Each kind of call that a scenario makes fails once: the process goes on, nothing is left open, and what the log says
-// of it, what the methods return and how much of the registry comes out otherwise stands in fault_sweep.txt. With
+// What scenarios do: their log, results and registry changes stand in fault_sweep.txt. Then each kind of call that they
+// make fails once: the process goes on, nothing is left open, and what the log says of it, what the methods return and
+// how much of the registry comes out otherwise stands there too (failures without such an effect are left out). With
 // ZTL_UPDATE_EXPECTED set, that file is written again: read its difference.
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <set>
@@ -16,6 +18,7 @@
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/scenario/host_process.h"
 #include "ztlsim/scenario/registry_changes.h"
+#include "ztlsim/text_encoding.h"
 
 namespace ztl_test {
 namespace {
@@ -143,6 +146,14 @@ class FaultSweepTest : public MachineTest {
   }
 };
 
+// Of an export's bytes, without its mark and carriage returns.
+std::u16string ExportText(const std::string& bytes) {
+  std::u16string text(bytes.size() / 2, u'\0');
+  std::memcpy(text.data(), bytes.data(), text.size() * 2);
+  std::erase_if(text, [](char16_t unit) { return unit == 0xFEFF || unit == u'\r'; });
+  return text;
+}
+
 TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
   const GUID adapter{0x635699C6, 0xF3BE, 0x4629, {0xBC, 0xED, 0x47, 0xAB, 0x3C, 0x5D, 0x1A, 0xEE}};
   const auto of = [&adapter](Scenario scenario) {
@@ -173,11 +184,15 @@ TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
     Strings kinds;
     const Outcome usual = Execute(run, registry, {}, &kinds);
     found << "== " << run.name << ": " << usual.calls << " calls\n";
+    for (const std::string& line : usual.log) found << line << '\n';
+    found << ztlsim::Utf16ToUtf8(
+        ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(registry, *usual.registry))));
     for (const auto& [method, hr] : usual.results) found << method << ' ' << std::hex << hr << std::dec << '\n';
     std::map<std::string, int> failed;
     std::set<std::string> written;
     for (std::size_t n = 0; n < kinds.size(); ++n) {
-      if (failed[kinds[n]]++ >= (kinds[n].find(' ') != std::string::npos ? kFailuresPerKind : kFailuresWithoutName)) continue;
+      if (failed[kinds[n]]++ >= (kinds[n].find(' ') != std::string::npos ? kFailuresPerKind : kFailuresWithoutName))
+        continue;
       Operation operation{};
       while (operation < Operation::Count && !kinds[n].starts_with(simulation::OperationName(operation)))
         operation = static_cast<Operation>(static_cast<int>(operation) + 1);

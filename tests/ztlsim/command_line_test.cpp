@@ -121,34 +121,4 @@ TEST_F(CommandLine, RunsTheSamples) {
   }
 }
 
-TEST_F(CommandLine, TypesIntoThePropertyPage) {
-  const std::string full(259, 'p');
-  ASSERT_EQ(Run("run properties --json --machine " + kSamples + "laptop.reg --bundle-id b-7 --again --page apply " +
-                "--adapter 635699c6-f3be-4629-bced-47ab3c5d1aee --param1 " + full + "q"),
-            0)
-      << err_;
-  const json run = json::parse(out_), page = run["page"];
-  EXPECT_EQ(page["title"], "General");
-  EXPECT_EQ(page["opened"][1], json({{"class", "Edit"}, {"text", ""}, {"id", 1851}, {"limit", 259}}));
-  for (const char* const when : {"closed", "again"}) EXPECT_EQ(page[when][1]["text"], full);
-  EXPECT_EQ(page["apply_enabled"], true);
-  EXPECT_EQ(run["pnp_reconfig"]["data"], "b-7");
-}
-
-TEST_F(CommandLine, InstallsFromAPackage) {
-  const std::string package = kSamples + "package-4.17", older = kSamples + "package-4.16/ztl2000.inf";
-  ASSERT_EQ(Run("run install --json --root . --machine " + kSamples + "saved-parameters.reg --media " + package +
-                " --inf " + older + " --driver-file " + package + "/ztl2000.sys"),
-            0)
-      << err_;
-  const json inf = json::parse(out_)["inf"];
-  EXPECT_EQ(inf["driver_version"], "4.17.0.18806");
-  EXPECT_EQ(inf["candidates"], json::parse(R"([
-      {"path": "C:\\Windows\\Inf\\oem0.inf", "version": "4.17.0.18806", "rank": 1},
-      {"path": "C:\\Windows\\Inf\\ztl2000.inf", "version": "4.16.2.17004", "rank": 4}])"));
-  EXPECT_EQ(inf["chosen"], "C:\\Windows\\Inf\\oem0.inf");
-  EXPECT_EQ(inf["media_root"], "C:\\Media");
-  EXPECT_EQ(ReadFile(root_ / "Windows/Inf/oem1.inf"), ReadFile(package + "/ztl2000m.inf"));
-}
-
 }  // namespace

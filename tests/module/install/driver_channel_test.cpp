@@ -57,19 +57,4 @@ TEST_F(DriverChannelTest, TheVersionDecidesWhatIsSaved) {
   }
 }
 
-// The driver goes away in the middle: its parameters are copied in its place.
-TEST_F(DriverChannelTest, WithoutTheDriverTheParametersAreCopied) {
-  machine_.driver.version = {{3, 10, 0, 1}};
-  machine_.registry.Create(kService + u"\\Parameters\\Adapters");
-  machine_.registry.Find(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion")->DeleteSubkey(u"RunOnce");
-  machine_.faults = {{.operation = Operation::CreateFileW, .first = 2, .times = 9, .code = 2}};
-  ztl::PrepareZtlForUnload();
-  const Strings log = TakeLog();
-  EXPECT_EQ(log.at(1), "FixupRegistry RegOpenKeyEx rc=2");
-  EXPECT_EQ(log.at(4), "--> DestroySymLinkKey: INVALID HANDLE");
-  EXPECT_EQ(log.at(6), "--> UnlinkZtlParamKeySaveZtlParams: INVALID HANDLE");
-  EXPECT_EQ(machine_.registry.Find(kSaved)->FindValue(u"Kept")->data, Sz(u"text"));
-  EXPECT_EQ(machine_.registry.Find(kSaved)->FindSubkey(u"Adapters"), nullptr);
-}
-
 }  // namespace

@@ -44,37 +44,4 @@ TEST_F(SessionTest, AHeldLockIsWaitedForAndItsHolderTold) {
   EXPECT_EQ(machine_.WaitedMilliseconds(), 15000 + 14999);
 }
 
-TEST_F(SessionTest, TheReinstallEntryTracesEachStep) {
-  constexpr auto kNotFound = static_cast<DWORD>(HresultFromBits(0x80070002));
-  const std::string entry = "ReInstallZtl Entry", opened = "ReInstallZtl:HrGetINegCfg rc = ",
-                    installed = "ReInstallZtl:HrInstallNetComponent rc = ", applied = "ReInstallZtl:Apply rc = ";
-  struct Case {
-    std::vector<simulation::Fault> faults;
-    DWORD result;
-    Strings log;
-  };
-  const Case cases[] = {
-      {{}, 0, {entry, opened + "0", installed + "0", applied + "0"}},
-      {{{.operation = Operation::CoInitializeEx, .code = E_FAIL}}, 0x80004005, {entry, opened + "-2147467259"}},
-      {{{.operation = Operation::Initialize, .code = 5}, {.operation = Operation::Apply, .code = 9}},
-       9,
-       {entry, opened + "5", installed + "0", applied + "9"}},
-      {{{.operation = Operation::QueryNetCfgClass, .code = E_FAIL}},
-       0x80004005,
-       {entry, opened + "0", "HrInstallNetComponent: QueryNetCfgClass rc=80004005", installed + "-2147467259"}},
-      {{{.operation = Operation::Install, .code = 0x4A020}, {.operation = Operation::Apply, .code = E_FAIL}},
-       0x80004005,
-       {entry, opened + "0", "HrInstallNetComponent: Install rc=4a020", installed + "303136", applied + "-2147467259"}},
-  };
-  for (const Case& c : cases) {
-    machine_.faults = c.faults;
-    EXPECT_EQ(ztl::ReInstallFilter(), c.result);
-    EXPECT_EQ(TakeLog(), c.log);
-    ExpectNothingLeft();
-  }
-  machine_.faults.clear();
-  machine_.registry.Find(kNetwork)->DeleteSubkey(u"{4D36E974-E325-11CE-BFC1-08002BE10318}");
-  EXPECT_EQ(ztl::ReInstallFilter(), kNotFound);
-}
-
 }  // namespace

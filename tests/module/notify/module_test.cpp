@@ -28,17 +28,6 @@ class ModuleTest : public MachineTest {
   }
 };
 
-TEST_F(ModuleTest, AttachingAndDetachingFrameTheLog) {
-  ztl::DllMain(nullptr, 2, nullptr);
-  ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
-  ztl::DllCanUnloadNow();
-  EXPECT_EQ(LogMessages(),
-            (Strings{"DLL_PROCESS_ATTACH 4.17.0.18806 pid=1234 <C:\\Windows\\System32\\svchost.exe -k netsvcs>",
-                     "DllMain Reason=2 pid=1234", "DLL_PROCESS_DETACH pid=1234"}));
-  machine_.faults = {{.operation = Operation::GetWindowsDirectoryA, .code = 1}};
-  EXPECT_EQ(ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr), 1);
-}
-
 TEST_F(ModuleTest, TheClassObjectMakesInstancesThatKeepTheModule) {
   void* object = this;
   IClassFactory* factory = nullptr;

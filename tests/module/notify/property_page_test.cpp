@@ -223,15 +223,4 @@ TEST_F(PropertyPageTest, TheProcedureHandlesNothingElse) {
   EXPECT_FALSE(sheet->ApplyEnabled());
 }
 
-TEST_F(PropertyPageTest, ThePageIsTheModulesAndAFailedOneIsHandedOver) {
-  const NotifyObject object;
-  machine_.observer = [&](Operation operation, const simulation::Arguments& arguments) {
-    if (operation == Operation::CreatePropertySheetPageW)
-      EXPECT_EQ(static_cast<const PROPSHEETPAGEW*>(arguments.data)->hInstance, reinterpret_cast<HINSTANCE>(&machine_));
-  };
-  machine_.faults = {{.operation = Operation::CreatePropertySheetPageW, .code = 8}};
-  EXPECT_FALSE(object.MakeSheet()->Open());
-  machine_.observer = nullptr;
-}
-
 }  // namespace

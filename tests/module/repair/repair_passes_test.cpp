@@ -56,37 +56,6 @@ class RepairTest : public MachineTest {
   }
 };
 
-TEST_F(RepairTest, ARepairedLoopIsGoneAndItsLogReadsInOrder) {
-  Load("loop");
-  machine_.registry.Find(kNetClass)->denied = KEY_SET_VALUE;  // nothing but reading is asked for
-  ztl::CheckBindLoop();
-  machine_.registry.Find(kNetClass)->denied = 0;
-  EXPECT_EQ(LogErrors(), Strings{"BIND LOOP!!!"});
-  Strings log = TakeLog();
-  const auto start = std::find(log.begin(), log.end(), "Card 0006");
-  EXPECT_EQ(log.at(0), "Total 7 NDIS bindings");
-  EXPECT_EQ(log.at(1), "Card 0000");
-  log.erase(log.begin(), start);
-  const std::string device[] = {"PCI\\VEN_F1A7&DEV_0225&SUBSYS_0000F1A7&REV_03\\4&1F2C77B&0&00E4",
-                                "PCI\\VEN_F2C4&DEV_6011&SUBSYS_0010F2C4&REV_1A\\4&2B6E0A91&0&00E5"};
-  auto link = [](std::string id) {
-    std::replace(id.begin(), id.end(), '\\', '#');
-    return "Device ##?#" + id + "#{ad498944-762f-11d0-8dcb-00c04fc3358c}";
-  };
-  EXPECT_EQ(
-      log, (Strings{"Card 0006", "-filterInfId qro_ztl", "-upperbind ZTL",
-                    "  proto/id {309D6B79-965E-4A32-9AE4-45508201E2BD}/ms_server",
-                    "  proto/id {73AB4876-7734-47C1-87FD-E805EC99108D}/ald_pktshape",
-                    "  proto/id {DB5B5FAB-8F4D-4E27-9DA1-494C73CF256D}/qro_ztl", "-service ZTL", "BIND LOOP!!!",
-                    "RootDevice {09208A65-0F3E-4DD3-902B-938B8743FEB6}", "#{73F778AA-F6FA-4DB8-A56A-BD72FB710734}",
-                    link(device[0]), "DeviceInstance " + device[0], link(device[1]), "DeviceInstance " + device[1],
-                    "RootDevice matched", "Disable Binding Path rc=0", "Enable Binding Path rc=0", "++Fix Binding 7"}));
-  EXPECT_EQ(UpperBind(u"0006"), MultiSz({u"Tcpip", u"Tcpip6", u"Ndisuio"}));
-  EXPECT_EQ(UpperBind(u"0001"), MultiSz({u"ZTL"}));
-  EXPECT_EQ(machine_.registry.Find(kMarker), nullptr);
-  EXPECT_EQ(Count(CheckLoops(), "BIND LOOP"), 0u);
-}
-
 TEST_F(RepairTest, OnePassRunsAtATime) {
   Load("loop");
   machine_.registry.Create(kMarker).isVolatile = true;
