@@ -56,8 +56,10 @@ class Prefix:
         (self.folder / name).write_bytes(text.encode("utf-16"))
 
     def batch(self, commands, timeout=600):
-        """Runs the commands one after the other in C:\\truth, in one start of Wine."""
-        (self.folder / "batch.cmd").write_text("@echo off\r\n" + "".join(line + "\r\n" for line in commands))
+        """Runs the commands one after the other in C:\\truth, in one start of Wine; a program that it could not start,
+        as happens on a busy machine, gets a second chance."""
+        (self.folder / "batch.cmd").write_text(
+            "@echo off\r\n" + "".join(f"{line}\r\nif errorlevel 9009 {line}\r\n" for line in commands))
         self.start("cmd", "/c", "batch.cmd").wait(timeout)
 
     def start(self, *command):

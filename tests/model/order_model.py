@@ -613,14 +613,14 @@ def write_export(values, path, encoding):
 
 
 def read_export(path, values):
-    """What `values` become by importing what ztlsim has written."""
+    """What `values` become by importing an export."""
     with open(path, encoding="utf-16", newline="") as file:
-        lines = file.read().replace(",\\\r\n  ", ",").split("\r\n")
+        lines = file.read().replace("\\\r\n  ", "").split("\r\n")
     values = dict(values)
     for line in filter(None, lines[1:]):
-        name, equals, data = line.partition("=")  # no name has one
-        key = key if equals else line
-        values[key, name if equals else ""] = data
+        name, data = ("", "") if line[0] == "[" else re.fullmatch(r'(@|"(?:[^"\\]|\\.)*")=(.*)', line, re.S).groups()
+        key = key if name else line
+        values[key, name] = data
     return {place: data for place, data in values.items() if data != "-"}
 
 
@@ -825,15 +825,16 @@ def main():
     for name, default in options.items():
         parser.add_argument(f"--{name}", type=type(default), default=default)
     arguments = parser.parse_args()
-    outcomes = dict.fromkeys(("changed", "unchanged", "stopped", *SIGNS), 0)
+    outcomes, compared = dict.fromkeys(("changed", "unchanged", "stopped", *SIGNS), 0), 0
     with concurrent.futures.ProcessPoolExecutor(2) as pool:
         indexes = range(arguments.start, arguments.start + arguments.count)
         for happened, wrong in pool.map(check_machine, itertools.repeat(arguments), indexes):
             outcomes.update({name: outcomes[name] + 1 for name in happened})
             if wrong:
                 raise SystemExit(wrong)
-    print(f"{arguments.count} machines: " + ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items()))
-    raise SystemExit(arguments.count >= 200 and 0 in outcomes.values())
+            compared += 1
+    print(f"{compared} machines: " + ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items()))
+    raise SystemExit(compared != max(arguments.count, 1) or (compared >= 200 and 0 in outcomes.values()))
 
 
 if __name__ == "__main__":
