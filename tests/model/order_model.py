@@ -2,8 +2,9 @@
 """A model of the binding-order and repair passes, written apart from the module, and the driver that holds ztlsim
 against it.
 
-Runs `ztlsim run upgrade` on random machines and compares the log, the binding paths, the time waited, the lists, the
-results, the changes and the registry afterwards with the model's; ends at the first difference and keeps its machine.
+Runs `ztlsim run upgrade` on random machines whose configuration lock is held, and compares the log, the time waited, the
+lists, the results, the changes and the registry afterwards with the model's; ends at the first difference and keeps its
+machine.
 """
 import argparse
 import concurrent.futures
@@ -31,7 +32,7 @@ DEVICES = CONTROL + "\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}"
 
 class Key:
     def __init__(self, name):
-        self.name, self.subkeys, self.values, self.left = name, {}, {}, None  # both by upper-cased name
+        self.name, self.subkeys, self.values = name, {}, {}  # both by upper-cased name
 
     def open(self, path, create=False):
         level, _, below = path.partition("\\")
@@ -314,210 +315,38 @@ def text_of(key, name, limit=520):
     return None if code else buffer[:limit // 2].partition("\0")[0]
 
 
-def alike(a, b):
-    """What the engine compares: letters of every alphabet without case, as in the registry; nothing is like no text."""
-    return bool(a and b) and a.upper() == b.upper()
-
-
-def distinct(names):
-    first_of = {name.upper(): name for name in reversed(names) if name}
-    return [first_of[name] for name in dict.fromkeys(name.upper() for name in names if name)]
-
-
-class Adapter:
-    """What the engine knows of an adapter instance."""
-
-    def __init__(self, key):
-        lists = (read(key.open("Linkage"), name, REG_MULTI_SZ, 1036)[1] for name in ("RootDevice", "UpperBind"))
-        self.key, (self.stack, self.above) = key, map(entries, lists)
-        guid = text_of(key, "NetCfgInstanceId") or ""
-        self.name = guid if not self.stack or guid.upper() in map(str.upper, self.stack) else self.stack[0]
-        self.id, self.bottom = self.name.upper(), "".join(self.stack[-1:]).upper()
-
-    def link(self, stack, above):
-        for name, before, after in (("RootDevice", self.stack, stack), ("UpperBind", self.above, above)):
-            if before != after:
-                self.key.open("Linkage", create=True).set(name, REG_MULTI_SZ, raw(joined(after) + "\0"))
-
-    def owner(self, filters):
-        """The filter whose virtual adapter it is."""
-        device_id, component_id = text_of(self.key, "MatchingDeviceId"), text_of(self.key, "FilterInfId")
-        return first(key for key in filters if alike(device_id, text_of(key.open("Ndi"), "FilterDeviceInfId"))
-                     or alike(component_id, text_of(key, "ComponentId")))
-
-
-class Bindings:
-    """The stacks of the machine, and one filter's binding paths down into them: (token, bottom)."""
-
-    def __init__(self, hklm, component_id):
-        self.hklm, self.adapters, self.own, self.paths = hklm, [*map(Adapter, children(hklm, NET_CLASS))], [], []
-        self.named = {adapter.id: adapter for adapter in reversed(self.adapters) if adapter.id}
-        named = [adapter for adapter in self.adapters if self.named.get(adapter.id) is adapter]
-        services = children(hklm, NET_SERVICE)
-        self.filters = [key for key in services if key.open("Ndi")]
-        self.component = first(key for key in [adapter.key for adapter in self.adapters] + services
-                               if alike(text_of(key, "ComponentId"), component_id))
-        if self.component in self.filters:
-            self.service = text_of(self.component.open("Ndi"), "Service") or ""
-            self.own = [adapter for adapter in named if adapter.owner([self.component])]
-            has_adapters = any(adapter.name and adapter.owner([self.component]) for adapter in self.adapters)
-            if not self.service or not (has_adapters or text_of(self.component.open("Ndi"), "FilterDeviceInfId")):
-                return
-            bottoms = {adapter.bottom for adapter in self.adapters}
-            self.paths = [
-                (f"{text_of(self.component, 'ComponentId')}->{text_of(adapter.key, 'DeviceInstanceID', 1024) or ''}", adapter)
-                for adapter in named if adapter.id in bottoms and adapter not in self.own
-                and (adapter.above or not text_of((adapter.owner(self.filters) or Key("")).open("Ndi"), "Service"))]
-
-    def stacks(self, bottom):
-        return [adapter.stack for adapter in self.adapters if adapter.bottom == bottom.id]
-
-    def standing(self, bottom):
-        """The filter's virtual adapters above a bottom."""
-        names = {name.upper() for stack in self.stacks(bottom) for name in stack[:-1]}
-        return {adapter.id: adapter for adapter in self.own if adapter.id in names}
-
-    def told(self):
-        return [{"token": token, "enabled": bool(self.standing(bottom))} for token, bottom in self.paths]
-
-    def others(self, services):
-        return [service for service in services if not alike(service, self.service)]
-
-    def transports(self, adapter):
-        """The transports that can be bound to an adapter: those that share an interface with it or do not say."""
-        def interfaces(key, name):
-            return {*re.split("[, ]+", (text_of(key.open("Ndi\\Interfaces"), name) or "").lower())} - {""}
-
-        offered = interfaces(adapter.key, "UpperRange")
-        wanted = [(key, interfaces(key, "LowerRange")) for key in children(self.hklm, NET_TRANS)]
-        return [text_of(key.open("Ndi"), "Service") for key, lower in wanted
-                if not (offered and lower) or offered & lower]
-
-    def take_out(self, bottom):
-        own, stacks = self.standing(bottom), self.stacks(bottom)
-        for adapter in self.adapters:
-            leaves = adapter.bottom == bottom.id and adapter is not bottom and adapter.owner([self.component])
-            if leaves:
-                adapter.key.left = bottom.key
-                adapter.link([adapter.name], [])
-            if leaves or adapter.id in own:
-                continue
-            met, over = [], None  # the filter's virtual adapters just above, and what stands on them
-            for stack in ([name.upper() for name in stack] for stack in stacks):
-                at = start = stack.index(adapter.id) if adapter.id in stack else 0
-                while start and stack[start - 1] in own:
-                    start -= 1
-                met += [own[name] for name in stack[start:at]]
-                over = over or (0 < start < at and self.named.get(stack[start - 1]))
-            above = adapter.above
-            if met:
-                bound = self.others(service for virtual in met for service in virtual.above) or (
-                    [text_of((over.owner(self.filters) or over.key).open("Ndi"), "Service")] if over
-                    else self.transports(adapter))
-                at = next((i for i, service in enumerate(above) if alike(service, self.service)), 0)
-                above = distinct(above[:at] + bound + self.others(above[at:]))
-            leaving = own if adapter.bottom == bottom.id else ()
-            stack = adapter.stack or [adapter.name] * bool(met)
-            adapter.link([name for name in stack if name.upper() not in leaving], above)
-
-    def put_back(self, bottom):
-        stack = max(self.stacks(bottom), key=len)
-        taken = {name.upper() for known in self.adapters if known.bottom in self.named for name in known.stack[:-1]}
-        free = [adapter for adapter in self.own if adapter.id not in taken]
-        adapter = first(sorted(free, key=lambda adapter: adapter.key.left is not bottom.key)) or self.make(bottom)
-        top = self.named.get(stack[0].upper())
-        adapter.link([adapter.name] + stack,
-                     self.others(top.above if top else []) or distinct(self.transports(bottom)))
-        if top:
-            top.link(top.stack, [self.service])
-
-    def make(self, bottom):
-        """A new virtual adapter of the filter"""
-        device_id = text_of(self.component.open("Ndi"), "FilterDeviceInfId")
-        paths = (f"{NET_CLASS}\\{number:04}" for number in itertools.count())
-        key = self.hklm.open(next(path for path in paths if not self.hklm.open(path)), create=True)
-        for name, text in (("NetCfgInstanceId", f"{{5D0C6A10-7F3E-4B52-9C1D-{key.name:0>12}}}"),
-                           ("MatchingDeviceId", device_id), ("ComponentId", device_id),
-                           ("FilterInfId", text_of(self.component, "ComponentId")),
-                           ("DeviceInstanceID", f"ROOT\\{device_id.upper()}\\{key.name}"),
-                           ("DriverDesc", f"{text_of(bottom.key, 'DriverDesc') or ''} - {self.service} Miniport")):
-            key.set(name, REG_SZ, raw(text + "\0"))
-        key.open("Ndi", create=True).set("Service", REG_SZ, raw(self.service + "\0"))
-        return Adapter(key)
-
-
 class Transaction:
-    """One run: the notify object, the passes of its release, and the sessions with the engine that these open."""
+    """One run: the notify object and the passes of its release. Another client holds the engine's lock, so every
+    session that these open is refused."""
 
-    def __init__(self, hklm, version, holder, second_granted):
-        self.hklm, self.version, self.holder, self.second_granted = hklm, version, holder, second_granted
+    def __init__(self, hklm, version, holder):
+        self.hklm, self.version, self.holder = hklm, version, holder
         self.lines = ["--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize", "--> ::Upgrade eActUpgrade"]
         self.log, self.elapsed, self.printed = self.lines.append, 0, ""
-        self.sessions, self.excluding, self.releasing = [], False, False
-        self.order = self.apply(4)
-        self.release(4, True)
+        self.order = self.apply()
+        self.release()
 
-    def apply(self, action):
+    def apply(self):
         """ApplyRegistryChanges and ApplyPnpChanges of a notify object"""
-        self.lines += ["--> ::ApplyRegistryChanges", f"--> ::ApplyRegistryChanges default {action}",
+        self.lines += ["--> ::ApplyRegistryChanges", "--> ::ApplyRegistryChanges default 4",
                        "--> ::ApplyRegistryChanges exit", "--> ::ApplyPnpChanges"]
         order = OrderPass(self.hklm, self.lines)
         self.log("--> ::ApplyPnpChanges exit")
         return order
 
-    def release(self, action, ordered):
-        self.log(f"--> ::~CSampleFilter ApplyAction={action} OrderIM={int(ordered)}")
-        if not ordered:
-            OrderPass(self.hklm, self.lines)
-        if not self.excluding and not self.hklm.open(MARKER):
-            self.hklm.open(MARKER, create=True)
+    def release(self):
+        self.log("--> ::~CSampleFilter ApplyAction=4 OrderIM=1")
+        if not self.hklm.open(MARKER):
             count = len(children(self.hklm, NET_CLASS))
             self.log(f"Total {count} NDIS bindings")
             any(self.fix_bind_loop() >= count for _ in range(count))
-            self.hklm.open(SERVICES + "\\ZTL").subkeys.pop("CHECKBINDLOOP")
-        self.excluding = True
+            self.hklm.open(SERVICES + "\\ZTL", create=True)
         self.unbind_excluded()
-        self.excluding = False
 
-    def open_session(self):
-        holder = self.holder or (self.sessions and not self.second_granted and "ZTL Installation Notify Object")
-        if holder:
-            self.elapsed += 15000
-            self.printed += f"Could not lock INetcfg, it is already locked by '{holder}'"
-            return self.log(f"HrGetINetCfg: already locked by {holder}")
-        # What is opened while a session releases its notify object drives none.
-        self.sessions.append(not self.releasing and bool(Bindings(self.hklm, "qro_ztl").component))
-        self.lines += ["--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize"] * self.sessions[-1]
-        return True
-
-    def close_session(self, ordered=False):
-        if self.sessions[-1]:
-            self.releasing = True
-            self.release(0, ordered)
-            self.releasing = False
-        self.sessions.pop()
-
-    def enable_path(self, component_id, path, enable):
-        code, ordered, word = -2147180508, False, "enable" if enable else "disable"
-        if self.open_session():
-            bindings, code = Bindings(self.hklm, component_id), 0
-            token, bottom = first(known for known in bindings.paths if same(known[0], path)) or (None, None)
-            if not bindings.component:
-                self.log(f"Couldn't get an interface pointer to {component_id}.")
-            if not bottom:
-                self.log("FindBindingPath return NULL")
-            else:
-                changed, ordered = bool(bindings.standing(bottom)) != enable, self.sessions[-1]
-                if changed:
-                    (bindings.put_back if enable else bindings.take_out)(bottom)
-                if changed and ordered and same(component_id, "qro_ztl"):
-                    self.lines += [f"--> ::NotifyBindingPath dwChangeFlag 0x000001{'1' if enable else '2'}0",
-                                   f"--> ::NotifyBindingPath path {word}", f"PathToken <{token}>"]
-                if ordered and self.apply(0).outcome == "changed":
-                    self.log("Apply failed")
-                    code = 0x4A020
-            self.close_session(ordered)
-        self.log(f"{word.title()} Binding Path rc={code}")
+    def be_refused(self):
+        self.elapsed += 15000
+        self.printed += f"Could not lock INetcfg, it is already locked by '{self.holder}'"
+        self.log(f"HrGetINetCfg: already locked by {self.holder}")
 
     def fix_bind_loop(self):
         """One scan: the number of the instance that it repaired, or of all."""
@@ -561,37 +390,23 @@ class Transaction:
             self.lines += [f"DeviceInstance {device}"] * (device is not None)
             if device is not None and link.open(reference):
                 self.log("RootDevice matched")
-                self.enable_path(filter_id, f"{filter_id}->{device}", False)
-                return self.enable_path(filter_id, f"{filter_id}->{device}", True)
+                for word in "Disable", "Enable":
+                    self.be_refused()
+                    self.log(f"{word} Binding Path rc=-2147180508")
+                return
 
     def unbind_excluded(self):
         name, (major, minor, service_pack) = "UnBindZTLFromExcludedMacs", self.version
         self.log(f"{name}: Platfrom 2 Major {major} Minor {minor} ServPack {service_pack}")
         parameters = self.hklm.open(PARAMETERS)
-        code, buffer, _ = read(parameters, "ExcludedMacs", REG_MULTI_SZ, 1020)
+        code, _, _ = read(parameters, "ExcludedMacs", REG_MULTI_SZ, 1020)
         if major > 5:
             self.log(f"{name}: No ExcludedMacs on Vista")
         elif code:
             self.lines += [f"{name}: No ExcludedMacs"] * bool(parameters)
-        elif self.open_session():
-            self.disable_excluded(entries(buffer))
-            self.close_session()
         else:
+            self.be_refused()
             self.log("lock is being held, try later")
-
-    def disable_excluded(self, listed):
-        bindings = Bindings(self.hklm, "qro_ztl")
-        if not bindings.component:
-            return self.log("rc=00000001 - can't get an interface pointer to qro_ztl")
-        for key in (adapter.key for adapter in bindings.adapters):
-            device = text_of(key, "DeviceInstanceID")
-            bound = any(bottom.key is key and bindings.standing(bottom) for _, bottom in bindings.paths)
-            known = any(not read(key, name, REG_SZ, 4096)[0] for name in ("ComponentId", "NetCfgInstanceId"))
-            if (bound and device and known
-                    and any(same(entry[:len(device)], device[:len(entry)]) for entry in listed)):
-                self.lines += [f"{device} in ExcludedMacs", f"disabling qro_ztl->{device}"]
-                self.enable_path("qro_ztl", f"qro_ztl->{device}", False)
-                bindings = Bindings(self.hklm, "qro_ztl")
 
 
 def contents(key, path="HKEY_LOCAL_MACHINE"):
@@ -634,8 +449,7 @@ RENAMED = {"subkey": (NET_CLASS, NET_CLASS, NET_CLASS, NET_SERVICE, NET_TRANS, R
            "base": (NETWORK, NETWORK, CONTROL, SERVICES, PARAMETERS)}
 
 # What the logs tell of a run, beside the outcome of its first pass.
-SIGNS = {"repaired": "Enable Binding Path rc=0", "with a loop left": "FindBindingPath return NULL",
-         "excluded": "in ExcludedMacs", "refused": "already locked", "restarting": "Apply failed"}
+SIGNS = {"with a loop": "BIND LOOP!!!", "to be repaired": "Enable Binding Path", "excluding": "try later"}
 
 
 class Machine:
@@ -780,19 +594,15 @@ def check_machine(arguments, index):
     """(what happened, difference or None) of one machine"""
     rng = random.Random(f"{arguments.seed}/{index}")
     hklm, encoding = Machine(rng).hklm, "utf-8" if index % 4 == 3 else "utf-16"
-    bindings = Bindings(hklm, "qro_ztl")
-    # Which of two adapters of one name is meant is the engine's own affair: then its lock is held.
-    clear = len(bindings.named) == sum(bool(adapter.id) for adapter in bindings.adapters)
     system = rng.choice(("5.2.0", "5.2.0", "5.1.3", "10.0.0", "6.0.1"))
-    second = rng.choice(("grant", "grant", "refuse"))
-    holder = rng.choice([None] * 9 * clear + ["an installer of Ünits"])
-    options = ["--os", system, "--second-lock", second] + ["--lock-held", holder] * bool(holder)
+    holder = "an installer of Ünits"
+    options = ["--os", system, "--lock-held", holder]
     before, machine = dict(contents(hklm)), f"{arguments.keep}/machine-{arguments.seed}-{index}.reg"
     write_export(before, machine, encoding)
-    done = Transaction(hklm, [*map(int, system.split("."))], holder, second == "grant")
+    done = Transaction(hklm, [*map(int, system.split("."))], holder)
     after, order = dict(contents(hklm)), done.order
     expected = [
-        *done.lines, "paths", *bindings.told(), *Bindings(hklm, "qro_ztl").told(), "waited", done.elapsed, done.printed,
+        *done.lines, "waited", done.elapsed, done.printed,
         "lists", order.im, entries(joined(order.devid)), "results", "0x00000000",
         *(("0x0004A020", True) if order.outcome == "changed" else ("0x00000000", False)),
         "changes", *sorted({place for place, _ in before.items() ^ after.items()}),
@@ -803,7 +613,7 @@ def check_machine(arguments, index):
                               "--out", out, "--changes", changes], stdout=subprocess.PIPE, timeout=60, check=True)
         told = json.loads(run.stdout)
         actual = [
-            *told["log"], "paths", *told["paths"]["before"], *told["paths"]["after"], "waited", told["elapsed_ms"],
+            *told["log"], "waited", told["elapsed_ms"],
             told["standard_output"] or "", "lists", told["im_list"], told["devid_list"],
             "results", *told["result"].values(), told["reboot_required"], "changes",
             *sorted((f"[{change['key']}]", f'"{change["name"]}"' if change["name"] else "")
