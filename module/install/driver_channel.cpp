@@ -5,6 +5,7 @@
 #include "module/install/registry_tree.h"
 #include "module/install/versions.h"
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/device.h"
 #include "platform/registry_key.h"
 #include "platform/system_info.h"
@@ -16,7 +17,6 @@ using namespace platform;
 
 namespace {
 
-constexpr char16_t kControlDevice[] = u"\\\\.\\ZTL";
 constexpr DWORD kLowestSavingVersion = 0x030A0000;
 constexpr DWORD SERVICE_DISABLED = 4;
 
@@ -84,8 +84,8 @@ DWORD DestroySymLinkKey(HKEY, const char16_t* keyPath, const char16_t* linkName)
 
 DWORD UnlinkZtlParamKeySaveZtlParams() {
   TraceLine(u"--> UnlinkZtlParamKeySaveZtlParams\n");
-  DestroySymLinkKey(HKEY_LOCAL_MACHINE, kSavedParametersKey, u"Order");
-  KernelPath path(kProductKey, u"Parameters");
+  DestroySymLinkKey(HKEY_LOCAL_MACHINE, kSavedParametersKey, kOrderLink);
+  KernelPath path(kProductKey, kSavedParameters);
   TraceLine(u"--> UnlinkZtlParamKeySaveZtlParams %s %d\n", static_cast<const char16_t*>(path.text), path.bytes);
   const HANDLE device = OpenControlDevice();
   if (device == INVALID_HANDLE_VALUE) {
@@ -102,10 +102,8 @@ DWORD UnlinkZtlParamKeySaveZtlParams() {
 
 void FixupRegistry() {
   UniqueKey runOnce;
-  if (const LSTATUS rc =
-          runOnce.Open(HKEY_LOCAL_MACHINE, u"Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce", KEY_ALL_ACCESS);
-      rc == ERROR_SUCCESS)
-    platform::RegDeleteValueW(runOnce.Get(), u"InstallZtl");
+  if (const LSTATUS rc = runOnce.Open(HKEY_LOCAL_MACHINE, kRunOnceKey, KEY_ALL_ACCESS); rc == ERROR_SUCCESS)
+    platform::RegDeleteValueW(runOnce.Get(), kRunOnceValue);
   else
     LogMessage(g_ModuleLog, SEV_ERROR, "FixupRegistry RegOpenKeyEx rc=%x", rc);
   runOnce.Close();
@@ -115,7 +113,7 @@ void FixupRegistry() {
 void PrepareZtlForUnload() {
   UniqueKey service;
   if (service.Open(HKEY_LOCAL_MACHINE, kServiceKey, KEY_ALL_ACCESS) == ERROR_SUCCESS)
-    platform::RegSetValueExW(service.Get(), u"Start", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&SERVICE_DISABLED),
+    platform::RegSetValueExW(service.Get(), kStartValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&SERVICE_DISABLED),
                              sizeof(SERVICE_DISABLED));
   service.Close();
   if (ZtlRunningVersion() >= kLowestSavingVersion) FixupRegistry();
@@ -125,10 +123,9 @@ DWORD EnumCount() {
   UniqueKey devices;
   DWORD count = 0;
   DWORD bytes = sizeof(count);
-  if (platform::RegOpenKeyW(HKEY_LOCAL_MACHINE, u"System\\CurrentControlSet\\Services\\ZTL\\Enum", devices.Receive()) !=
-          ERROR_SUCCESS ||
-      platform::RegQueryValueExW(devices.Get(), u"Count", nullptr, nullptr, reinterpret_cast<BYTE*>(&count), &bytes) !=
-          ERROR_SUCCESS) {
+  if (platform::RegOpenKeyW(HKEY_LOCAL_MACHINE, kServiceEnumKey, devices.Receive()) != ERROR_SUCCESS ||
+      platform::RegQueryValueExW(devices.Get(), kCountValue, nullptr, nullptr, reinterpret_cast<BYTE*>(&count),
+                                 &bytes) != ERROR_SUCCESS) {
     devices.Close();
     TraceLine(u"--> EnumCount 0\n");
     return 0;

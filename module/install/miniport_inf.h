@@ -9,8 +9,6 @@
 
 namespace ztl {
 
-inline constexpr char16_t kDriverFile[] = u"drivers\\ztl2000.sys";  // below the system directory
-
 // How well an INF's version fits the installed driver's, 1 the best.
 constexpr int RankOf(platform::DWORD installed, platform::DWORD installedBuild, platform::DWORD version,
                      platform::DWORD build) {

@@ -1,6 +1,7 @@
 #include "module/install/registry_tree.h"
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/registry_key.h"
 #include "platform/text.h"
 
@@ -12,7 +13,6 @@ namespace {
 
 constexpr DWORD kNameCapacity = 260;  // characters
 constexpr DWORD kDataCapacity = 520;  // bytes
-constexpr char16_t kAdapters[] = u"Adapters";
 
 // One value as it was enumerated.
 struct Value {
@@ -111,7 +111,7 @@ void RestoreZtlParams() {
   // A saved copy that could not be deleted is still worth its values.
   CopyRegTree(HKEY_LOCAL_MACHINE, kSavedParametersKey, HKEY_LOCAL_MACHINE, kLiveParametersKey, 0);
   if (key.Open(HKEY_LOCAL_MACHINE, kServiceKey, KEY_ALL_ACCESS) == ERROR_SUCCESS)
-    platform::RegDeleteValueW(key.Get(), u"DeleteFlag");
+    platform::RegDeleteValueW(key.Get(), kDeleteFlagValue);
 }
 
 }  // namespace ztl

@@ -6,11 +6,6 @@
 
 namespace ztl {
 
-inline constexpr char16_t kServiceKey[] = u"System\\CurrentControlSet\\Services\\ZTL";
-inline constexpr char16_t kLiveParametersKey[] = u"System\\CurrentControlSet\\Services\\ZTL\\Parameters";
-inline constexpr char16_t kProductKey[] = u"Software\\Quillmark\\ZTL";
-inline constexpr char16_t kSavedParametersKey[] = u"Software\\Quillmark\\ZTL\\Parameters";
-
 // Deletes the key with everything below it. The system error code of its own deletion: 2 when there is no such key.
 // What cannot be deleted stays, with the keys above it; the rest goes.
 platform::LSTATUS DeleteKey(platform::HKEY parentKey, const char16_t* subkeyName);

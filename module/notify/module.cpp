@@ -5,6 +5,7 @@
 #include "module/install/driver_channel.h"
 #include "module/install/reinstall_ztl.h"
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/notify/com_object.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"

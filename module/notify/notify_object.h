@@ -6,7 +6,6 @@
 
 #include <cstdint>
 
-#include "module/notify/class_id.h"
 #include "module/notify/com_object.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"

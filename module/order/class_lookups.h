@@ -15,16 +15,6 @@
 
 namespace ztl {
 
-inline constexpr char16_t kControlNetworkKey[] = u"SYSTEM\\CurrentControlSet\\Control\\Network";
-inline constexpr char16_t kNetServiceClassKey[] =
-    u"SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E974-E325-11CE-BFC1-08002BE10318}";
-inline constexpr char16_t kNetTransClassKey[] =
-    u"SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E975-E325-11CE-BFC1-08002BE10318}";
-inline constexpr char16_t kNetAdapterClassKey[] =
-    u"SYSTEM\\CurrentControlSet\\Control\\Class\\{4D36E972-E325-11CE-BFC1-08002BE10318}";
-inline constexpr std::u16string_view kNdiSuffix = u"\\NDI";
-inline constexpr std::u16string_view kLinkageSuffix = u"\\LINKAGE";
-
 inline constexpr std::size_t kComponentNameCapacity = 64;  // a component's subkey, with the NDI suffix
 inline constexpr std::size_t kClassListCapacity = 260;
 inline constexpr std::size_t kTransportListCapacity = 256;

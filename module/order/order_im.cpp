@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/registry_key.h"
 
 namespace ztl {
@@ -10,8 +11,6 @@ namespace ztl {
 using namespace platform;
 
 namespace {
-
-constexpr char16_t kFilterService[] = u"ZTL";
 
 constexpr std::size_t kOwnClassCapacity = 32;
 constexpr std::size_t kTopNameCapacity = 32;
@@ -156,14 +155,14 @@ bool ImposeOrder(HKEY classKey, const char16_t* instanceName, MultiStringView im
     return false;
   }
   RootDevice rootDevice;
-  if (rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS) {
+  if (rootDevice.Read(linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS) {
     linkage.Close();
     LogMessage(g_ModuleLog, SEV_INFO, "No RootDevice: %S", instanceName);
     return false;
   }
   Complete(rootDevice, [] { LogMessage(g_ModuleLog, SEV_INFO, "Fix malformed RootDevice "); });
   UpperBind upperBind;
-  if (upperBind.Read(linkage.Get(), u"UpperBind", REG_MULTI_SZ, kUpperBindLimit) != ERROR_SUCCESS) {
+  if (upperBind.Read(linkage.Get(), kUpperBindValue, REG_MULTI_SZ, kUpperBindLimit) != ERROR_SUCCESS) {
     linkage.Close();
     LogMessage(g_ModuleLog, SEV_ERROR, "ImposeOrder: no UpperBind: %S", instanceName);
     return false;
@@ -204,14 +203,14 @@ LSTATUS SetOrder(HKEY classKey, const char16_t* rootDevice, DWORD rootBytes, con
       continue;
     }
     RootDevice stored;
-    if (stored.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS ||
+    if (stored.Read(linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS ||
         !EqualNoCase(stored.text, first))
       continue;
     LogMessage(g_ModuleLog, SEV_INFO, "-%S", instance.Path());
-    if (const LSTATUS rc = SetExactValue(linkage.Get(), u"RootDevice", REG_MULTI_SZ, rootDevice, rootBytes);
+    if (const LSTATUS rc = SetExactValue(linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, rootDevice, rootBytes);
         rc != ERROR_SUCCESS)
       LogMessage(g_ModuleLog, SEV_ERROR, "SetOrder: set RootDevice rc=%u", rc);
-    const LSTATUS rc = SetExactValue(linkage.Get(), u"UpperBind", REG_MULTI_SZ, upperBind, upperBytes);
+    const LSTATUS rc = SetExactValue(linkage.Get(), kUpperBindValue, REG_MULTI_SZ, upperBind, upperBytes);
     if (rc != ERROR_SUCCESS) LogMessage(g_ModuleLog, SEV_ERROR, "SetOrder: set UpperBind rc=%u", rc);
     return rc;
   }
@@ -241,7 +240,7 @@ void OutputBindOrders(HKEY classKey, MultiStringView rootDevice, MultiStringView
     }
     last = entry;
   }
-  if (!upperBind.Contains(u"Tcpip") || last.empty() || !MultiStringView(record).Contains(kFilterService)) return;
+  if (!upperBind.Contains(kTcpipService) || last.empty() || !MultiStringView(record).Contains(kFilterService)) return;
   UniqueKey adapters;
   if (OpenBase(adapters, kAdaptersKey, KEY_ALL_ACCESS, "OutputBindOrders: open ZTL param adapters rc=%u") !=
       ERROR_SUCCESS)

@@ -31,9 +31,6 @@ struct BindLoop {
 
 // Subkeys of the net adapter class, whatever their length, as the path of their linkage.
 using InstanceEnumeration = platform::SubkeyEnumeration<256 + 8>;
-inline constexpr char16_t kLanInterfacesKey[] =
-    u"SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}";
-inline constexpr char16_t kInstanceLinkage[] = u"\\Linkage";
 
 // Runs the pass. One runs at a time on the machine: a volatile marker key in the registry excludes the others.
 void CheckBindLoop();

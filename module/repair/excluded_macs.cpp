@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/netcfg/binding_path.h"
 #include "module/netcfg/configuration_session.h"
 #include "module/order/build_im_order.h"
@@ -62,7 +63,7 @@ void DisablePathTo(INetCfgComponentBindings* bindings, INetCfgComponent* adapter
 }  // namespace
 
 bool ReadExcludedMacs(HKEY parameters, ExcludedMacs& list) {
-  return list.Read(parameters, u"ExcludedMacs", REG_MULTI_SZ, kExcludedMacsLimit) == ERROR_SUCCESS;
+  return list.Read(parameters, kExcludedMacsValue, REG_MULTI_SZ, kExcludedMacsLimit) == ERROR_SUCCESS;
 }
 
 bool IsExcluded(MultiStringView excludedMacs, std::u16string_view devNodeId) {
