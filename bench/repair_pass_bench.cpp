@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "bench/machines.h"
+#include "module/names.h"
 #include "module/notify/notify_object.h"
 #include "module/order/class_lookups.h"
 #include "module/repair/check_bind_loop.h"

@@ -5,6 +5,7 @@
 
 #include "module/install/versions.h"
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/netcfg/configuration_session.h"
 #include "platform/files.h"
 #include "platform/multi_string.h"
@@ -18,7 +19,6 @@ using namespace platform;
 
 namespace {
 
-constexpr char16_t kMiniportInf[] = u"ztl2000m.inf";
 constexpr std::u16string_view kInfFolder = u"Inf\\";
 constexpr DWORD kPathCapacity = 260;
 constexpr UINT kPathTail = 18;  // a backslash, the folder's name and the miniport INF's fit in
@@ -72,7 +72,7 @@ bool NeedsCopyInInfDirectory() {
          version.dwMajorVersion == 5 && version.dwMinorVersion == 0 && version.wServicePackMajor < 2;
 }
 
-// `infDirectory` has room for the miniport INF's name behind it.
+// `infDirectory` has room for the miniport INF's name after it.
 HRESULT CopyFromMedia(const char16_t* mediaRoot, char16_t* infDirectory) {
   TraceLine(u"Media root directory is %s.\n", mediaRoot);
   const TaskText source = JoinTaskText(mediaRoot, PathSeparator(mediaRoot), kMiniportInf);

@@ -1,6 +1,7 @@
 #include "module/install/registry_tree.h"
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/registry_key.h"
 #include "platform/text.h"
 
@@ -12,7 +13,6 @@ namespace {
 
 constexpr DWORD kNameCapacity = 260;  // characters
 constexpr DWORD kDataCapacity = 520;  // bytes
-constexpr char16_t kAdapters[] = u"Adapters";
 
 // One value as it was enumerated.
 struct Value {
@@ -51,28 +51,45 @@ bool StaysAsItIs(HKEY destination, const Value& source) {
 
 }  // namespace
 
-LSTATUS DeleteKey(HKEY parentKey, const char16_t* subkeyName) {
-  LogMessage(g_ModuleLog, SEV_INFO, "DeleteKey %S", subkeyName);
+LSTATUS DeleteTree(HKEY parent, const char16_t* name, DeletionReport report) {
+  report(DeletionStep::Start, name, ERROR_SUCCESS);
   UniqueKey key;
-  if (const LSTATUS rc = key.Open(parentKey, subkeyName, KEY_ALL_ACCESS); rc == ERROR_SUCCESS) {
-    char16_t name[kNameCapacity];
+  if (const LSTATUS rc = key.Open(parent, name, KEY_ALL_ACCESS); rc == ERROR_SUCCESS) {
+    char16_t subkey[kNameCapacity];
     LSTATUS enumerated = ERROR_SUCCESS;
     for (DWORD index = 0; enumerated == ERROR_SUCCESS;) {
       DWORD length = kNameCapacity;
-      enumerated = platform::RegEnumKeyExW(key.Get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
+      enumerated = platform::RegEnumKeyExW(key.Get(), index, subkey, &length, nullptr, nullptr, nullptr, nullptr);
       // Where a subkey went, the next one has taken its place.
-      if (enumerated == ERROR_SUCCESS && DeleteKey(key.Get(), name) != ERROR_SUCCESS) ++index;
+      if (enumerated == ERROR_SUCCESS && DeleteTree(key.Get(), subkey, report) != ERROR_SUCCESS) ++index;
     }
-    if (enumerated != ERROR_NO_MORE_ITEMS)
-      LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegEnumKey rc=%x", enumerated);
+    if (enumerated != ERROR_NO_MORE_ITEMS) report(DeletionStep::Enumerate, name, enumerated);
     key.Close();
   } else if (rc != ERROR_FILE_NOT_FOUND) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegOpenKeyEx rc=%x", rc);
+    report(DeletionStep::Open, name, rc);
   }
-  const LSTATUS rc = platform::RegDeleteKeyW(parentKey, subkeyName);
-  if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND)
-    LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegDeleteKey rc=%x", rc);
+  const LSTATUS rc = platform::RegDeleteKeyW(parent, name);
+  if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) report(DeletionStep::Delete, name, rc);
   return rc;
+}
+
+LSTATUS DeleteKey(HKEY parentKey, const char16_t* subkeyName) {
+  return DeleteTree(parentKey, subkeyName, [](DeletionStep step, const char16_t* name, LSTATUS rc) {
+    switch (step) {
+      case DeletionStep::Start:
+        LogMessage(g_ModuleLog, SEV_INFO, "DeleteKey %S", name);
+        break;
+      case DeletionStep::Open:
+        LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegOpenKeyEx rc=%x", rc);
+        break;
+      case DeletionStep::Enumerate:
+        LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegEnumKey rc=%x", rc);
+        break;
+      case DeletionStep::Delete:
+        LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegDeleteKey rc=%x", rc);
+        break;
+    }
+  });
 }
 
 void CopyRegTree(HKEY sourceParent, const char16_t* sourceSubkey, HKEY destinationParent,
@@ -98,20 +115,6 @@ void CopyRegTree(HKEY sourceParent, const char16_t* sourceSubkey, HKEY destinati
       CopyRegTree(source.Get(), subkey.Name(), destination.Get(), subkey.Name(), overwrite);
   if (subkey.Code() != ERROR_NO_MORE_ITEMS)
     LogMessage(g_ModuleLog, SEV_ERROR, "CopyRegTree: RegEnumKey rc=%x", subkey.Code());
-}
-
-void RestoreZtlParams() {
-  TraceLine(u"--> RestoreZtlParams\n");
-  CopyRegTree(HKEY_LOCAL_MACHINE, kSavedParametersKey, HKEY_LOCAL_MACHINE, kLiveParametersKey, 0);
-  DeleteKey(HKEY_LOCAL_MACHINE, kSavedParametersKey);
-  UniqueKey key;
-  platform::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProductKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                            nullptr, key.Receive(), nullptr);
-  key.Close();
-  // A saved copy that could not be deleted is still worth its values.
-  CopyRegTree(HKEY_LOCAL_MACHINE, kSavedParametersKey, HKEY_LOCAL_MACHINE, kLiveParametersKey, 0);
-  if (key.Open(HKEY_LOCAL_MACHINE, kServiceKey, KEY_ALL_ACCESS) == ERROR_SUCCESS)
-    platform::RegDeleteValueW(key.Get(), u"DeleteFlag");
 }
 
 }  // namespace ztl

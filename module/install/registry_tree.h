@@ -1,4 +1,4 @@
-// Registry trees: deleting and copying them, and the driver's parameters that survive a removal of the component.
+// Copying and deleting registry trees.
 #pragma once
 
 #include "platform/registry.h"
@@ -6,13 +6,16 @@
 
 namespace ztl {
 
-inline constexpr char16_t kServiceKey[] = u"System\\CurrentControlSet\\Services\\ZTL";
-inline constexpr char16_t kLiveParametersKey[] = u"System\\CurrentControlSet\\Services\\ZTL\\Parameters";
-inline constexpr char16_t kProductKey[] = u"Software\\Quillmark\\ZTL";
-inline constexpr char16_t kSavedParametersKey[] = u"Software\\Quillmark\\ZTL\\Parameters";
+// What the deletion of a tree reports of each of its keys: its start, and every call that failed. A key that is not
+// there is no failure.
+enum class DeletionStep { Start, Open, Enumerate, Delete };
+using DeletionReport = void (*)(DeletionStep step, const char16_t* name, platform::LSTATUS rc);
 
-// Deletes the key with everything below it. The system error code of its own deletion: 2 when there is no such key.
-// What cannot be deleted stays, with the keys above it; the rest goes.
+// Deletes the key with everything below it. What cannot be deleted stays, with the keys above it; the rest goes.
+// Returns the system error code of the key's own deletion: ERROR_FILE_NOT_FOUND when there is no such key.
+platform::LSTATUS DeleteTree(platform::HKEY parent, const char16_t* name, DeletionReport report);
+
+// The same with the reports in the log.
 platform::LSTATUS DeleteKey(platform::HKEY parentKey, const char16_t* subkeyName);
 
 // Copies the values and subkeys of one key into another, which is made when it is missing. Without `overwrite` a
@@ -20,8 +23,5 @@ platform::LSTATUS DeleteKey(platform::HKEY parentKey, const char16_t* subkeyName
 // is deleted. Failures are logged and passed over.
 void CopyRegTree(platform::HKEY sourceParent, const char16_t* sourceSubkey, platform::HKEY destinationParent,
                  const char16_t* destinationSubkey, platform::DWORD overwrite);
-
-// Puts the saved parameters back into the driver's own, where those lack them, and throws the saved copy away.
-void RestoreZtlParams();
 
 }  // namespace ztl

@@ -1,6 +1,7 @@
 #include "module/install/reinstall_ztl.h"
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/netcfg/configuration_session.h"
 #include "platform/netcfg.h"
 

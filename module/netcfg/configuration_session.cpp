@@ -1,6 +1,7 @@
 #include "module/netcfg/configuration_session.h"
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/com.h"
 #include "platform/com_ptr.h"
 #include "platform/standard_output.h"
@@ -12,7 +13,6 @@ using namespace platform;
 namespace {
 
 constexpr DWORD kLockTimeout = 15000;  // milliseconds
-constexpr char16_t kClientDescription[] = u"ZTL Installation Notify Object";
 
 void ReportHolder(const char16_t* holder) {
   char16_t text[kStandardOutputCapacity];

@@ -2,9 +2,10 @@
 
 #include <string_view>
 
-#include "module/install/driver_channel.h"
 #include "module/install/reinstall_ztl.h"
+#include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/notify/com_object.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"

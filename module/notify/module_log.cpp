@@ -1,12 +1,16 @@
 #include "module/notify/module_log.h"
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/system_info.h"
 
 namespace ztl {
+
+using namespace platform;
+
 namespace {
 
-constexpr platform::UINT kWindowsDirectoryCapacity = 244;
+constexpr UINT kWindowsDirectoryCapacity = 244;
 constexpr std::uint32_t kSizeLimitKB = 1000;
 
 }  // namespace
@@ -17,8 +21,8 @@ void OpenModuleLog() {
   if (platform::GetWindowsDirectoryA(windows, kWindowsDirectoryCapacity) >= kWindowsDirectoryCapacity)
     windows[0] = '\0';
   char directory[kWindowsDirectoryCapacity + 8];
-  Format(directory, "%s\\temp", static_cast<const char*>(windows));
-  OpenLogMaster(g_ModuleLog, "ztlinst.log", directory, kSizeLimitKB, LOG_MODE_CIRCULAR, kNoPopup, "ztli64x");
+  Format(directory, "%s\\%s", static_cast<const char*>(windows), kLogFolder);
+  OpenLogMaster(g_ModuleLog, kLogFile, directory, kSizeLimitKB, LOG_MODE_CIRCULAR, kNoPopup, kLogTag);
 }
 
 void CloseModuleLog() { g_ModuleLog.available = 0; }

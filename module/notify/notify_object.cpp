@@ -2,10 +2,11 @@
 
 #include <string_view>
 
-#include "module/install/driver_channel.h"
+#include "module/install/control_device.h"
 #include "module/install/miniport_inf.h"
-#include "module/install/registry_tree.h"
+#include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/order/order_im.h"
 #include "module/repair/check_bind_loop.h"
 #include "module/repair/excluded_macs.h"
@@ -145,14 +146,14 @@ HRESULT CSampleFilter::ApplyPropertyChanges() {
   UniqueKey component;
   const HRESULT opened = m_pComponent ? m_pComponent->OpenParamKey(component.Receive()) : E_POINTER;
   if (Succeeded(opened))
-    SetParameter(component.Get(), u"Param1", m_szParam1);
+    SetParameter(component.Get(), kParam1Value, m_szParam1);
   else
     LogMessage(g_ModuleLog, SEV_ERROR, "ApplyRegistryChange OpenParamKey rc=%x", opened);
   component.Close();
 
   UniqueKey adapter;
   const HRESULT hr = OpenAdapterKey(adapter);
-  if (hr == S_OK) SetParameter(adapter.Get(), u"BundleId", m_szBundleId);
+  if (hr == S_OK) SetParameter(adapter.Get(), kBundleIdValue, m_szBundleId);
   return Failed(hr) ? hr : S_OK;
 }
 
@@ -171,7 +172,7 @@ HRESULT HrOpenAdapterParamsKey(const GUID* adapterGuid, HKEY* adapterKey, HKEY* 
   char16_t subKey[64];
   // Without a name, the path would be that of all adapters' common key.
   const LSTATUS rc =
-      platform::StringFromGUID2(*adapterGuid, guid, kAdapterGuidCapacity) == 0 || !Join(subKey, u"Adapters\\", guid)
+      platform::StringFromGUID2(*adapterGuid, guid, kAdapterGuidCapacity) == 0 || !Join(subKey, kAdapters, u"\\", guid)
           ? ERROR_INVALID_PARAMETER
           : platform::RegOpenKeyExW(*parametersKey, subKey, 0, KEY_ALL_ACCESS, adapterKey);
   const HRESULT hr = HresultFromError(rc);
@@ -190,10 +191,10 @@ HRESULT CSampleFilter::ApplyPnpChanges(INetCfgPnpReconfigCallback* pICallback) {
   // The bridge holds on to the adapters' bindings, so that a removal below it is complete only after a restart.
   if (m_ApplyAction == eActRemove && changed == 0 && m_pNetCfg) {
     ComPtr<INetCfgComponent> bridge;
-    if (m_pNetCfg->FindComponent(u"ms_bridge", bridge.Receive()) == S_OK) changed = 1;
+    if (m_pNetCfg->FindComponent(kBridgeComponent, bridge.Receive()) == S_OK) changed = 1;
   }
   if (pICallback != nullptr)
-    pICallback->SendPnpReconfig(NCRL_NDIS, u"ztl2000", lower, m_szBundleId,
+    pICallback->SendPnpReconfig(NCRL_NDIS, kReconfigName, lower, m_szBundleId,
                                 static_cast<DWORD>((std::u16string_view(m_szBundleId).size() + 1) * sizeof(char16_t)));
   TraceLine(u"--> ::ApplyPnpChanges exit\n");
   return changed != 0 ? NETCFG_S_REBOOT : S_OK;

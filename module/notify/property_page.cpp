@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/notify/module.h"
 #include "module/notify/notify_object.h"
 #include "platform/com_ptr.h"
@@ -98,10 +99,10 @@ HRESULT CSampleFilter::CancelProperties() {
 void CSampleFilter::LoadPropertyValues() {
   UniqueKey component;
   if (m_pComponent && Succeeded(m_pComponent->OpenParamKey(component.Receive())))
-    ReadText(component.Get(), u"Param1", m_szParam1);
+    ReadText(component.Get(), kParam1Value, m_szParam1);
   component.Close();
   UniqueKey adapter;
-  if (OpenAdapterKey(adapter) == S_OK) ReadText(adapter.Get(), u"BundleId", m_szBundleId);
+  if (OpenAdapterKey(adapter) == S_OK) ReadText(adapter.Get(), kBundleIdValue, m_szBundleId);
 }
 
 std::intptr_t OnInitDialog(CSampleFilter* object, HWND hDlg) {

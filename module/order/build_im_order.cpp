@@ -1,6 +1,7 @@
 #include "module/order/build_im_order.h"
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/order/class_lookups.h"
 #include "platform/registry_key.h"
 

@@ -11,10 +11,6 @@
 
 namespace ztl {
 
-inline constexpr char16_t kParametersKey[] = u"SYSTEM\\CurrentControlSet\\Services\\ZTL\\Parameters";
-inline constexpr char16_t kImOrderValue[] = u"IMOrder";
-inline constexpr char16_t kOthers[] = u"Others";  // the entry that stands for the drivers that no other one names
-
 // Characters, terminators included; each list keeps one for its final NUL.
 inline constexpr std::size_t kImListCapacity = 256;
 inline constexpr std::size_t kDevIdListCapacity = 512;

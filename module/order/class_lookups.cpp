@@ -4,8 +4,9 @@
 #include <cstring>
 
 #include "module/log/log_facility.h"
-#include "platform/com.h"
+#include "module/names.h"
 #include "platform/registry_key.h"
+#include "platform/task_text.h"
 
 namespace ztl {
 
@@ -49,7 +50,7 @@ LSTATUS ReadFilterClasses(char16_t* buffer, DWORD* capacity) {
     return rc;
   DWORD type = REG_NONE;
   DWORD bytes = *capacity * 2;
-  const LSTATUS rc = platform::RegQueryValueExW(network.Get(), u"FilterClasses", nullptr, &type,
+  const LSTATUS rc = platform::RegQueryValueExW(network.Get(), kFilterClassesValue, nullptr, &type,
                                                 reinterpret_cast<BYTE*>(buffer), &bytes);
   if (rc != ERROR_SUCCESS || type != REG_MULTI_SZ) {
     LogMessage(g_ModuleLog, SEV_INFO, "No filter class!");
@@ -71,22 +72,19 @@ void LogMultiSz(const char16_t* label, MultiStringView list) {
   if (list.Empty()) return;
   std::size_t total = 0;
   for (const std::u16string_view entry : list) total += entry.size() + 1;
-  char16_t* const line = total < kSingleLineCharacters
-                             ? static_cast<char16_t*>(platform::CoTaskMemAlloc(total * sizeof(char16_t)))
-                             : nullptr;
-  if (line == nullptr) {
+  const TaskText line = total < kSingleLineCharacters ? AllocateTaskText(total) : nullptr;
+  if (!line) {
     LogMessage(g_ModuleLog, SEV_INFO, "%S", label);
     for (const std::u16string_view entry : list) LogMessage(g_ModuleLog, SEV_INFO, "  <%S>", entry.data());
     return;
   }
-  char16_t* end = line;
+  char16_t* end = line.get();
   for (const std::u16string_view entry : list) {
     end = std::copy(entry.begin(), entry.end(), end);
     *end++ = u',';
   }
   end[-1] = u'\0';
-  LogMessage(g_ModuleLog, SEV_INFO, "%S{%S}", label, static_cast<const char16_t*>(line));
-  platform::CoTaskMemFree(line);
+  LogMessage(g_ModuleLog, SEV_INFO, "%S{%S}", label, static_cast<const char16_t*>(line.get()));
 }
 
 LSTATUS GetFilterClass(const char16_t* serviceName, char16_t* buffer, DWORD* capacity) {
@@ -97,15 +95,15 @@ LSTATUS GetFilterClass(const char16_t* serviceName, char16_t* buffer, DWORD* cap
     return rc;
   UniqueKey ndi;
   StringValue service;
-  if (!FindComponent(netService.Get(), u"Service", serviceName, ndi, service)) {
+  if (!FindComponent(netService.Get(), kServiceValue, serviceName, ndi, service)) {
     LogMessage(g_ModuleLog, SEV_INFO, "%S has no filter class", serviceName);
     return ERROR_NOT_FOUND;
   }
   std::fill_n(buffer, *capacity, u'\0');
   DWORD type = REG_NONE;
   DWORD bytes = *capacity * 2;
-  if (platform::RegQueryValueExW(ndi.Get(), u"FilterClass", nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes) !=
-          ERROR_SUCCESS ||
+  if (platform::RegQueryValueExW(ndi.Get(), kFilterClassValue, nullptr, &type, reinterpret_cast<BYTE*>(buffer),
+                                 &bytes) != ERROR_SUCCESS ||
       type != REG_SZ)
     return ERROR_GEN_FAILURE;
   // The class, its terminator, and the NUL that makes it a one-entry list.
@@ -134,8 +132,8 @@ LSTATUS ReturnFilterClassIMs(std::u16string_view className, char16_t* buffer, DW
     StringValue filterClass;
     StringValue service;
     if (ndi.Open(netService.Get(), component.Path(), KEY_ALL_ACCESS) == ERROR_SUCCESS &&
-        filterClass.Read(ndi.Get(), u"FilterClass") == ERROR_SUCCESS && filterClass.Equals(className) &&
-        service.Read(ndi.Get(), u"Service") == ERROR_SUCCESS && !services.Append(service.View()))
+        filterClass.Read(ndi.Get(), kFilterClassValue) == ERROR_SUCCESS && filterClass.Equals(className) &&
+        service.Read(ndi.Get(), kServiceValue) == ERROR_SUCCESS && !services.Append(service.View()))
       return ERROR_INSUFFICIENT_BUFFER;
   }
   return ERROR_SUCCESS;
@@ -148,8 +146,8 @@ LSTATUS FindSvcFromDeviceId(std::u16string_view deviceId, char16_t* buffer, DWOR
     return rc;
   UniqueKey ndi;
   StringValue value;
-  if (!FindComponent(netService.Get(), u"FilterDeviceInfId", deviceId, ndi, value) ||
-      value.Read(ndi.Get(), u"Service") != ERROR_SUCCESS)
+  if (!FindComponent(netService.Get(), kFilterDeviceInfIdValue, deviceId, ndi, value) ||
+      value.Read(ndi.Get(), kServiceValue) != ERROR_SUCCESS)
     return ERROR_NOT_FOUND;
   return CopyText(value.View(), buffer, capacity);
 }
@@ -161,9 +159,9 @@ DWORD GetFilterDeviceInfId(char16_t* serviceName, char16_t* buffer, DWORD capaci
     return 0;
   UniqueKey ndi;
   StringValue value;
-  if (!FindComponent(netService.Get(), u"Service", serviceName, ndi, value)) return 0;
+  if (!FindComponent(netService.Get(), kServiceValue, serviceName, ndi, value)) return 0;
   std::copy_n(value.text, value.View().size(), serviceName);  // equal but for the letter case, so of the same length
-  if (value.Read(ndi.Get(), u"FilterDeviceInfId") != ERROR_SUCCESS ||
+  if (value.Read(ndi.Get(), kFilterDeviceInfIdValue) != ERROR_SUCCESS ||
       CopyText(value.View(), buffer, capacity) != ERROR_SUCCESS)
     return 0;
   return static_cast<DWORD>(value.View().size() + 1);
@@ -178,7 +176,7 @@ LSTATUS GetProto(char16_t (&list)[kTransportListCapacity]) {
     UniqueKey ndi;
     StringValue service;
     if (ndi.Open(netTrans.Get(), component.Path(), KEY_ALL_ACCESS) != ERROR_SUCCESS ||
-        service.Read(ndi.Get(), u"Service") != ERROR_SUCCESS || service.View().size() >= transports.Room())
+        service.Read(ndi.Get(), kServiceValue) != ERROR_SUCCESS || service.View().size() >= transports.Room())
       continue;
     LogMessage(g_ModuleLog, SEV_INFO, "NetTransport: %S", static_cast<const char16_t*>(service.text));
     transports.Append(service.View());
@@ -195,7 +193,7 @@ bool IsTopBinding(HKEY classKey, const char16_t* instanceName, MultiStringView t
     return false;
   }
   ValueBuffer<kUpperBindCapacity> upperBind;
-  if (upperBind.Read(linkage.Get(), u"UpperBind", REG_MULTI_SZ, kUpperBindLimit) != ERROR_SUCCESS) {
+  if (upperBind.Read(linkage.Get(), kUpperBindValue, REG_MULTI_SZ, kUpperBindLimit) != ERROR_SUCCESS) {
     LogMessage(g_ModuleLog, SEV_INFO, "No UpperBind: %S is a leaf", instanceName);
     return false;
   }
@@ -216,8 +214,8 @@ std::int32_t ReturnOrdinal(HKEY classKey, std::u16string_view instanceGuid, Mult
       continue;
     }
     StringValue value;
-    if (value.Read(key.Get(), u"NetCfgInstanceId") != ERROR_SUCCESS || !value.Equals(instanceGuid)) continue;
-    if (value.Read(key.Get(), u"MatchingDeviceId") != ERROR_SUCCESS) {
+    if (value.Read(key.Get(), kNetCfgInstanceIdValue) != ERROR_SUCCESS || !value.Equals(instanceGuid)) continue;
+    if (value.Read(key.Get(), kMatchingDeviceIdValue) != ERROR_SUCCESS) {
       LogMessage(g_ModuleLog, SEV_ERROR, "ReturnOrdinal: no MatchingDeviceId: %S", instance.Name());
       return -1;
     }
@@ -236,10 +234,10 @@ LSTATUS FindAdapterSvcFromGuid(HKEY classKey, std::u16string_view instanceGuid, 
     UniqueKey key;
     StringValue value;
     if (key.Open(classKey, instance.Name(), KEY_ALL_ACCESS) != ERROR_SUCCESS ||
-        value.Read(key.Get(), u"NetCfgInstanceId") != ERROR_SUCCESS || !value.Equals(instanceGuid) ||
+        value.Read(key.Get(), kNetCfgInstanceIdValue) != ERROR_SUCCESS || !value.Equals(instanceGuid) ||
         key.Open(classKey, instance.Path(), KEY_ALL_ACCESS) != ERROR_SUCCESS)
       continue;
-    if (value.Read(key.Get(), u"Service") != ERROR_SUCCESS) return ERROR_GEN_FAILURE;
+    if (value.Read(key.Get(), kServiceValue) != ERROR_SUCCESS) return ERROR_GEN_FAILURE;
     return CopyText(value.View(), buffer, capacity);
   }
   return ERROR_NOT_FOUND;
@@ -250,9 +248,9 @@ LSTATUS FindSvcFromGuid(HKEY classKey, std::u16string_view instanceGuid, char16_
     UniqueKey key;
     StringValue value;
     if (key.Open(classKey, instance.Name(), KEY_ALL_ACCESS) != ERROR_SUCCESS ||
-        value.Read(key.Get(), u"NetCfgInstanceId") != ERROR_SUCCESS || !value.Equals(instanceGuid))
+        value.Read(key.Get(), kNetCfgInstanceIdValue) != ERROR_SUCCESS || !value.Equals(instanceGuid))
       continue;
-    if (const LSTATUS rc = value.Read(key.Get(), u"MatchingDeviceId"); rc != ERROR_SUCCESS) return rc;
+    if (const LSTATUS rc = value.Read(key.Get(), kMatchingDeviceIdValue); rc != ERROR_SUCCESS) return rc;
     key.Close();
     const LSTATUS rc = FindSvcFromDeviceId(value.View(), buffer, capacity);
     if (rc != ERROR_NOT_FOUND) return rc;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "platform/registry_key.h"
 
 namespace ztl {
@@ -10,8 +11,6 @@ namespace ztl {
 using namespace platform;
 
 namespace {
-
-constexpr char16_t kFilterService[] = u"ZTL";
 
 constexpr std::size_t kOwnClassCapacity = 32;
 constexpr std::size_t kTopNameCapacity = 32;
@@ -23,7 +22,7 @@ constexpr std::size_t kMaxStackEntries = 16;
 using RootDevice = ValueBuffer<kRootDeviceCapacity>;
 using UpperBind = ValueBuffer<kUpperBindCapacity>;
 
-// Lengthens a list that was read without its final NULs so that its size covers them: the buffer holds zeros behind
+// Lengthens a list that was read without its final NULs so that its size covers them: the buffer holds zeros after
 // what was read. Both tests look at the list as it was read.
 template <std::size_t Capacity>
 void Complete(ValueBuffer<Capacity>& value, void (*logFix)()) {
@@ -48,7 +47,7 @@ void Rank(HKEY classKey, MultiStringView rootDevice, MultiStringView devIdList, 
     stack.ordinals[i] = i + 1 == stack.count ? -1 : ReturnOrdinal(classKey, stack.entries[i], devIdList);
 }
 
-// Exchanges the entry at `j` of the list in `text` with the one behind it, each with its own length.
+// Exchanges the entry at `j` of the list in `text` with the next one, each with its own length.
 void SwapEntries(char16_t* text, Stack& stack, std::size_t j) {
   const std::size_t upper = stack.entries[j].size() + 1;
   const std::size_t lower = stack.entries[j + 1].size() + 1;
@@ -72,8 +71,8 @@ bool Sort(char16_t* text, Stack& stack) {
   return swapped;
 }
 
-// The service that stands above a level: the driver at the upper entry's rank, or the upper entry's owner. Empty, with
-// the reason logged where it is worth a line, when there is none.
+// The service that stands above a level: the driver at the upper entry's rank, or the upper entry's owner. Empty when
+// there is none; an upper entry without an owner is logged.
 std::u16string_view ServiceAbove(HKEY classKey, const Stack& stack, std::size_t level, MultiStringView imList,
                                  char16_t (&buffer)[kServiceCapacity]) {
   std::int32_t ordinal = stack.ordinals[level - 1];
@@ -156,14 +155,14 @@ bool ImposeOrder(HKEY classKey, const char16_t* instanceName, MultiStringView im
     return false;
   }
   RootDevice rootDevice;
-  if (rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS) {
+  if (rootDevice.Read(linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS) {
     linkage.Close();
     LogMessage(g_ModuleLog, SEV_INFO, "No RootDevice: %S", instanceName);
     return false;
   }
   Complete(rootDevice, [] { LogMessage(g_ModuleLog, SEV_INFO, "Fix malformed RootDevice "); });
   UpperBind upperBind;
-  if (upperBind.Read(linkage.Get(), u"UpperBind", REG_MULTI_SZ, kUpperBindLimit) != ERROR_SUCCESS) {
+  if (upperBind.Read(linkage.Get(), kUpperBindValue, REG_MULTI_SZ, kUpperBindLimit) != ERROR_SUCCESS) {
     linkage.Close();
     LogMessage(g_ModuleLog, SEV_ERROR, "ImposeOrder: no UpperBind: %S", instanceName);
     return false;
@@ -204,14 +203,14 @@ LSTATUS SetOrder(HKEY classKey, const char16_t* rootDevice, DWORD rootBytes, con
       continue;
     }
     RootDevice stored;
-    if (stored.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS ||
+    if (stored.Read(linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, kRootDeviceLimit) != ERROR_SUCCESS ||
         !EqualNoCase(stored.text, first))
       continue;
     LogMessage(g_ModuleLog, SEV_INFO, "-%S", instance.Path());
-    if (const LSTATUS rc = SetExactValue(linkage.Get(), u"RootDevice", REG_MULTI_SZ, rootDevice, rootBytes);
+    if (const LSTATUS rc = SetExactValue(linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, rootDevice, rootBytes);
         rc != ERROR_SUCCESS)
       LogMessage(g_ModuleLog, SEV_ERROR, "SetOrder: set RootDevice rc=%u", rc);
-    const LSTATUS rc = SetExactValue(linkage.Get(), u"UpperBind", REG_MULTI_SZ, upperBind, upperBytes);
+    const LSTATUS rc = SetExactValue(linkage.Get(), kUpperBindValue, REG_MULTI_SZ, upperBind, upperBytes);
     if (rc != ERROR_SUCCESS) LogMessage(g_ModuleLog, SEV_ERROR, "SetOrder: set UpperBind rc=%u", rc);
     return rc;
   }
@@ -241,7 +240,7 @@ void OutputBindOrders(HKEY classKey, MultiStringView rootDevice, MultiStringView
     }
     last = entry;
   }
-  if (!upperBind.Contains(u"Tcpip") || last.empty() || !MultiStringView(record).Contains(kFilterService)) return;
+  if (!upperBind.Contains(kTcpipService) || last.empty() || !MultiStringView(record).Contains(kFilterService)) return;
   UniqueKey adapters;
   if (OpenBase(adapters, kAdaptersKey, KEY_ALL_ACCESS, "OutputBindOrders: open ZTL param adapters rc=%u") !=
       ERROR_SUCCESS)

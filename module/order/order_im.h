@@ -9,9 +9,6 @@
 
 namespace ztl {
 
-inline constexpr char16_t kAdaptersKey[] = u"SYSTEM\\CurrentControlSet\\Services\\ZTL\\Parameters\\Adapters";
-inline constexpr char16_t kRecordValue[] = u"IMOrder";
-
 // Sizes of name buffers in characters: a longer subkey name ends the search it is met in.
 inline constexpr std::size_t kAdapterNameCapacity = 64;   // the adapter keys
 inline constexpr std::size_t kSetOrderPathCapacity = 20;  // the instances, with the linkage suffix

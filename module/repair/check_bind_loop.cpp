@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/netcfg/binding_path.h"
 #include "module/order/class_lookups.h"
 
@@ -13,8 +14,6 @@ namespace ztl {
 using namespace platform;
 
 namespace {
-
-constexpr char16_t kMarkerKey[] = u"SYSTEM\\CurrentControlSet\\Services\\ZTL\\CheckBindLoop";
 
 // Bytes.
 constexpr DWORD kLoopUpperBindLimit = 516;
@@ -79,36 +78,37 @@ bool ReadBindLoop(HKEY classKey, InstanceEnumeration& instance, BindLoop& loop) 
   LogMessage(g_ModuleLog, SEV_INFO, "Card %S", instance.Name());
   UniqueKey key;
   if (key.Open(classKey, instance.Name(), KEY_READ) != ERROR_SUCCESS ||
-      !loop.filterInfId.Read(key.Get(), u"FilterInfId"))
+      !loop.filterInfId.Read(key.Get(), kFilterInfIdValue))
     return false;
   key.Close();
   LogMessage(g_ModuleLog, SEV_INFO, "-filterInfId %S", loop.filterInfId.Text());
   if (loop.linkage.Open(classKey, instance.Path(), KEY_READ) != ERROR_SUCCESS ||
-      loop.upperBind.Read(loop.linkage.Get(), u"UpperBind", REG_MULTI_SZ, kLoopUpperBindLimit) != ERROR_SUCCESS)
+      loop.upperBind.Read(loop.linkage.Get(), kUpperBindValue, REG_MULTI_SZ, kLoopUpperBindLimit) != ERROR_SUCCESS)
     return false;
   const char16_t* const upperBindTop = loop.upperBind.text;
   LogMessage(g_ModuleLog, SEV_INFO, "-upperbind %S", upperBindTop);
   UniqueKey services;
   return services.Open(HKEY_LOCAL_MACHINE, kNetServiceClassKey, KEY_READ) == ERROR_SUCCESS &&
          IsBindLoop(loop.filterInfId.Text(), upperBindTop, std::move(services)) &&
-         loop.rootDevice.Read(loop.linkage.Get(), u"RootDevice", REG_MULTI_SZ, kLoopRootDeviceLimit) == ERROR_SUCCESS &&
+         loop.rootDevice.Read(loop.linkage.Get(), kRootDeviceValue, REG_MULTI_SZ, kLoopRootDeviceLimit) ==
+             ERROR_SUCCESS &&
          FormReferenceName(loop);
 }
 
 bool IsBindLoop(const char16_t* filterInfId, const char16_t* upperBindTop, UniqueKey serviceClassKey) {
   const HKEY classKey = serviceClassKey.Get();
-  for (SubkeyEnumeration<256 + 4> component(classKey, u"\\Ndi"); component.Next();) {
+  for (SubkeyEnumeration<256 + 4> component(classKey, kComponentNdi); component.Next();) {
     UniqueKey key;
     if (key.Open(classKey, component.Name(), KEY_READ) != ERROR_SUCCESS) {
       LogMessage(g_ModuleLog, SEV_INFO, "Proto %S", component.Name());
       continue;
     }
     LongString value;
-    if (!value.Read(key.Get(), u"ComponentId")) continue;
+    if (!value.Read(key.Get(), kComponentIdValue)) continue;
     key.Close();
     LogMessage(g_ModuleLog, SEV_INFO, "  proto/id %S/%S", component.Name(), value.Text());
     if (!EqualNoCase(value.Text(), filterInfId) || key.Open(classKey, component.Path(), KEY_READ) != ERROR_SUCCESS ||
-        !value.Read(key.Get(), u"Service"))
+        !value.Read(key.Get(), kServiceValue))
       continue;
     LogMessage(g_ModuleLog, SEV_INFO, "-service %S", value.Text());
     if (!EqualNoCase(value.Text(), upperBindTop)) continue;
@@ -123,7 +123,7 @@ bool FindLinkedDevice(HKEY deviceClassesKey, const char16_t* referenceName, Long
     LogMessage(g_ModuleLog, SEV_INFO, "Device %S", link.Name());
     UniqueKey key;
     if (key.Open(deviceClassesKey, link.Name(), KEY_READ) != ERROR_SUCCESS ||
-        !device.Read(key.Get(), u"DeviceInstance"))
+        !device.Read(key.Get(), kDeviceInstanceValue))
       continue;
     key.Close();
     LogMessage(g_ModuleLog, SEV_INFO, "DeviceInstance %S", device.Text());

@@ -31,9 +31,6 @@ struct BindLoop {
 
 // Subkeys of the net adapter class, whatever their length, as the path of their linkage.
 using InstanceEnumeration = platform::SubkeyEnumeration<256 + 8>;
-inline constexpr char16_t kLanInterfacesKey[] =
-    u"SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{AD498944-762F-11D0-8DCB-00C04FC3358C}";
-inline constexpr char16_t kInstanceLinkage[] = u"\\Linkage";
 
 // Runs the pass. One runs at a time on the machine: a volatile marker key in the registry excludes the others.
 void CheckBindLoop();
@@ -45,14 +42,16 @@ std::int32_t FixBindLoop(bool fix);
 // Whether the instance that the enumeration stands at is a loop that can be repaired. Logs what it sees on the way.
 bool ReadBindLoop(platform::HKEY classKey, InstanceEnumeration& instance, BindLoop& loop);
 
-// Whether a component of the filter's id has the service that is bound directly above.
+// Whether a component of the filter's id has the service that is bound directly above. Takes the open service class key
+// over and closes it.
 bool IsBindLoop(const char16_t* filterInfId, const char16_t* upperBindTop, platform::UniqueKey serviceClassKey);
 
 // Finds the device whose interface link, a subkey of the open key of network interfaces, has the subkey
 // `referenceName`. False when there is none.
 bool FindLinkedDevice(platform::HKEY deviceClassesKey, const char16_t* referenceName, LongString& device);
 
-// Disables and enables again the filter's path to the device whose interface link has the subkey `referenceName`.
+// Disables and enables again the filter's path to the device whose interface link has the subkey `referenceName`. Takes
+// the open key of network interfaces over and closes it.
 void RebindRootDevice(const char16_t* filterInfId, const char16_t* referenceName, platform::UniqueKey deviceClassesKey);
 
 }  // namespace ztl

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "module/notify/class_id.h"
+#include "module/names.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
 

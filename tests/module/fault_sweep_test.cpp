@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 
+#include "module/names.h"
 #include "module/notify/module.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"

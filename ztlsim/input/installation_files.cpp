@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "module/install/miniport_inf.h"
+#include "module/names.h"
 #include "platform/system_info.h"
 #include "platform/text.h"
 #include "simulation/machine.h"
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 
 constexpr char16_t kMedia[] = u"C:\\Media";
 constexpr char16_t kInfDirectory[] = u"C:\\Windows\\Inf";
-constexpr char16_t kDriver[] = u"C:\\Windows\\System32\\drivers\\ztl2000.sys";
+constexpr char16_t kSystemDirectory[] = u"C:\\Windows\\System32\\";
 
 fs::path Real(const char16_t* path) { return simulation::Current().files.RealPath(path); }
 
@@ -82,7 +83,9 @@ std::optional<std::string> PlaceInstallationFiles(const InstallationFiles& files
   for (const std::string& inf : files.infFiles)
     if (const auto trouble = CopyInto(inf, Real(kInfDirectory) / fs::path(inf).filename())) return trouble;
   if (!files.driverFile.empty())
-    if (const auto trouble = CopyInto(files.driverFile, Real(kDriver))) return trouble;
+    if (const auto trouble =
+            CopyInto(files.driverFile, Real((kSystemDirectory + std::u16string(ztl::kDriverFile)).c_str())))
+      return trouble;
   if (files.mediaDirectory.empty()) return std::nullopt;
   const fs::path media = files.mediaDirectory;
   std::error_code ignored;

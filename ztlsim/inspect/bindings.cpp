@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "module/names.h"
 #include "module/netcfg/binding_path.h"
 #include "module/netcfg/configuration_session.h"
 #include "module/order/build_im_order.h"

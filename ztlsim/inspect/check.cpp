@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "module/names.h"
 #include "module/order/order_im.h"
 #include "module/repair/check_bind_loop.h"
 #include "module/repair/excluded_macs.h"

@@ -4,6 +4,7 @@
 
 #include "module/install/miniport_inf.h"
 #include "module/install/versions.h"
+#include "module/names.h"
 #include "platform/multi_string.h"
 #include "platform/system_info.h"
 #include "platform/task_text.h"

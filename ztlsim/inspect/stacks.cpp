@@ -4,6 +4,7 @@
 #include <map>
 #include <utility>
 
+#include "module/names.h"
 #include "module/order/order_im.h"
 #include "platform/registry_key.h"
 
@@ -104,7 +105,7 @@ void ReadOrder(MachineState& state) {
   state.configuredOrder = state.orderIsSet ? ToVector(order.List()) : std::vector<std::u16string>{u"Others"};
   char16_t ownClass[32];
   DWORD capacity = std::size(ownClass);
-  if (ztl::GetFilterClass(u"ZTL", ownClass, &capacity) != ERROR_SUCCESS) return;
+  if (ztl::GetFilterClass(ztl::kFilterService, ownClass, &capacity) != ERROR_SUCCESS) return;
   state.ownClass = ownClass;
   char16_t imList[ztl::kImListCapacity];
   char16_t devIdList[ztl::kDevIdListCapacity];

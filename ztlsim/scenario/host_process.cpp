@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "module/notify/class_id.h"
+#include "module/names.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
 #include "platform/task_text.h"
@@ -102,7 +102,7 @@ void CallNotifyObject(const CallOptions& options, Process& process, CallResults&
   const auto netCfg = ComPtr<INetCfg>::Attach(process.CreateTransaction());
   const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(process.CreatePnpReconfigCallback());
   ComPtr<INetCfgComponent> component;
-  netCfg->FindComponent(u"qro_ztl", component.Receive());
+  netCfg->FindComponent(ztl::kFilterComponent, component.Receive());
 
   auto call = [&results](const char* method, HRESULT hr) { results.emplace_back(method, hr); };
   ComPtr<INetCfgComponentControl> control;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/notify/module.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "module/install/versions.h"
+#include "module/names.h"
 #include "module/notify/module_log.h"
 #include "simulation/text_encoding.h"
 #include "tests/support/machine_test.h"

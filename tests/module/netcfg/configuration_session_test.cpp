@@ -2,6 +2,7 @@
 
 #include "module/install/reinstall_ztl.h"
 #include "module/log/log_facility.h"
+#include "module/names.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"
 #include "tests/support/machine_test.h"

@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "module/names.h"
 #include "module/notify/notify_object.h"
 #include "module/notify/registrar.h"
 #include "simulation/resources.h"

@@ -3,6 +3,7 @@
 #include <optional>
 #include <set>
 
+#include "module/names.h"
 #include "module/netcfg/binding_path.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"

@@ -1,5 +1,6 @@
-#include "module/install/driver_channel.h"
+#include "module/install/control_device.h"
 
+#include "module/install/saved_parameters.h"
 #include "module/notify/module_log.h"
 #include "tests/support/machine_test.h"
 
@@ -13,7 +14,7 @@ const std::u16string kService = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\
 const std::u16string kRunOnce = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
 const std::u16string kSaved = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillmark\\ZTL\\Parameters";
 
-class DriverChannelTest : public MachineTest {
+class ControlDeviceTest : public MachineTest {
  protected:
   void SetUp() override {
     machine_.registry.Create(kService).SetValue(u"Start", REG_DWORD, {3, 0, 0, 0});
@@ -27,7 +28,7 @@ class DriverChannelTest : public MachineTest {
   }
 };
 
-TEST_F(DriverChannelTest, TheVersionDecidesWhatIsSaved) {
+TEST_F(ControlDeviceTest, TheVersionDecidesWhatIsSaved) {
   struct Case {
     std::optional<std::array<DWORD, 4>> version;
     DWORD packed;
