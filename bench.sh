@@ -3,6 +3,6 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./setup.sh
-need "${build_packages[@]}"
+packages+=(libbenchmark-dev)
 build host ztl_bench
 exec build/host/bench/ztl_bench "$@"

@@ -6,18 +6,21 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./setup.sh
+packages+=(libgtest-dev python3)
 case "${1:-}" in
   "") preset=host ;;
   --debug) preset=host-debug ;;
-  --windows) preset=windows ;;
+  --windows)
+    preset=windows
+    packages+=(g++-mingw-w64-x86-64 mingw-w64-tools googletest wine wine64)
+    ;;
   *)
     echo "usage: ./test.sh [--debug | --windows]" >&2
     exit 2
     ;;
 esac
-need "${build_packages[@]}"
+build "$preset" all ztl_tests
 if [ "$preset" = windows ]; then
-  need g++-mingw-w64-x86-64 mingw-w64-tools googletest wine wine64
   WINEPREFIX=$(mktemp -d)
   export WINEPREFIX WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
   # The property page's test has a screen of its own.
@@ -35,5 +38,4 @@ if [ "$preset" = windows ]; then
   # No window manager: Wine draws the frames itself.
   wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1
 fi
-build "$preset"
 ctest --preset "$preset" --parallel 2

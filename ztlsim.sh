@@ -5,7 +5,6 @@ here=$(cd "$(dirname "$0")" && pwd)
 caller=$PWD
 cd "$here"
 . ./setup.sh
-need "${build_packages[@]}"
 build host ztlsim
 cd "$caller"
 if [ $# -eq 0 ]; then

@@ -1,11 +1,12 @@
 # The archive for Windows users: cmake --workflow --preset windows-package
 configure_file(LICENSE LICENSE.txt @ONLY NEWLINE_STYLE CRLF)
 configure_file(docs/windows.txt README.txt @ONLY NEWLINE_STYLE CRLF)
-install(TARGETS ztli64x ztlsim RUNTIME DESTINATION . LIBRARY DESTINATION .)
-if(BUILD_TESTING)
+install(TARGETS ztlsim RUNTIME DESTINATION .)
+if(TARGET ztl_windows_tests)
   install(TARGETS ztl_windows_tests RUNTIME DESTINATION .)
 endif()
-install(FILES $<TARGET_FILE:ztli64x>.debug ${ztl_registration_script} ${PROJECT_BINARY_DIR}/LICENSE.txt
+# The DLL as it is: installing it as a target would strip it again, and strip puts the time in.
+install(FILES $<TARGET_FILE:ztli64x> $<TARGET_FILE:ztli64x>.debug ${ztl_registration_script} ${PROJECT_BINARY_DIR}/LICENSE.txt
   ${PROJECT_BINARY_DIR}/README.txt DESTINATION .)
 install(DIRECTORY samples DESTINATION .)
 set(CPACK_GENERATOR ZIP)

@@ -1,4 +1,5 @@
-# Cross-compiles for 64-bit Windows with Debian's MinGW-w64 (win32 threads: no runtime library beside the product).
+# Cross-compiles for 64-bit Windows with Debian's MinGW-w64. Its POSIX threads are for std::thread and are linked
+# statically, like the rest of the runtime: no library stands beside the product.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)

@@ -31,6 +31,10 @@ def main():
         samples = sorted(f"samples/{path.relative_to(arguments.samples)}"
                          for path in arguments.samples.rglob("*") if path.is_file())
         assert found == sorted(FILES + samples), found
+        dll = (unpacked / "ztli64x.dll").read_bytes()
+        assert dll == pathlib.Path(arguments.build, "ztli64x.dll").read_bytes()
+        header = int.from_bytes(dll[0x3C:0x40], "little")
+        assert dll[header + 8:header + 12] == bytes(4), "the DLL has the time of its build in it"
         # The build's own files are out of reach: the machine's root is no drive.
         (unpacked / "run.cmd").write_text(
             "@echo off\r\n"
