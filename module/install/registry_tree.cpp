@@ -100,18 +100,4 @@ void CopyRegTree(HKEY sourceParent, const char16_t* sourceSubkey, HKEY destinati
     LogMessage(g_ModuleLog, SEV_ERROR, "CopyRegTree: RegEnumKey rc=%x", subkey.Code());
 }
 
-void RestoreZtlParams() {
-  TraceLine(u"--> RestoreZtlParams\n");
-  CopyRegTree(HKEY_LOCAL_MACHINE, kSavedParametersKey, HKEY_LOCAL_MACHINE, kLiveParametersKey, 0);
-  DeleteKey(HKEY_LOCAL_MACHINE, kSavedParametersKey);
-  UniqueKey key;
-  platform::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProductKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                            nullptr, key.Receive(), nullptr);
-  key.Close();
-  // A saved copy that could not be deleted is still worth its values.
-  CopyRegTree(HKEY_LOCAL_MACHINE, kSavedParametersKey, HKEY_LOCAL_MACHINE, kLiveParametersKey, 0);
-  if (key.Open(HKEY_LOCAL_MACHINE, kServiceKey, KEY_ALL_ACCESS) == ERROR_SUCCESS)
-    platform::RegDeleteValueW(key.Get(), kDeleteFlagValue);
-}
-
 }  // namespace ztl

@@ -1,4 +1,4 @@
-// Registry trees: deleting and copying them, and the driver's parameters that survive a removal of the component.
+// Copying and deleting registry trees.
 #pragma once
 
 #include "platform/registry.h"
@@ -15,8 +15,5 @@ platform::LSTATUS DeleteKey(platform::HKEY parentKey, const char16_t* subkeyName
 // is deleted. Failures are logged and passed over.
 void CopyRegTree(platform::HKEY sourceParent, const char16_t* sourceSubkey, platform::HKEY destinationParent,
                  const char16_t* destinationSubkey, platform::DWORD overwrite);
-
-// Puts the saved parameters back into the driver's own, where those lack them, and throws the saved copy away.
-void RestoreZtlParams();
 
 }  // namespace ztl

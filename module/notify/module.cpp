@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "module/install/driver_channel.h"
 #include "module/install/reinstall_ztl.h"
+#include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/notify/com_object.h"

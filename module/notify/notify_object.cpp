@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "module/install/driver_channel.h"
+#include "module/install/control_device.h"
 #include "module/install/miniport_inf.h"
-#include "module/install/registry_tree.h"
+#include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/order/order_im.h"

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "module/install/driver_channel.h"
+#include "module/install/control_device.h"
 #include "module/log/format.h"
 #include "platform/text.h"
 #include "ztlsim/report/report.h"

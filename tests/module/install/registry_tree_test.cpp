@@ -4,6 +4,7 @@
 #include <random>
 
 #include "module/log/log_facility.h"
+#include "module/install/saved_parameters.h"
 #include "module/notify/module_log.h"
 #include "tests/support/machine_test.h"
 #include "tests/support/random_registry.h"

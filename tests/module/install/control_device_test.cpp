@@ -1,5 +1,6 @@
-#include "module/install/driver_channel.h"
+#include "module/install/control_device.h"
 
+#include "module/install/saved_parameters.h"
 #include "module/notify/module_log.h"
 #include "tests/support/machine_test.h"
 
@@ -13,7 +14,7 @@ const std::u16string kService = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\
 const std::u16string kRunOnce = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
 const std::u16string kSaved = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillmark\\ZTL\\Parameters";
 
-class DriverChannelTest : public MachineTest {
+class ControlDeviceTest : public MachineTest {
  protected:
   void SetUp() override {
     machine_.registry.Create(kService).SetValue(u"Start", REG_DWORD, {3, 0, 0, 0});
@@ -27,7 +28,7 @@ class DriverChannelTest : public MachineTest {
   }
 };
 
-TEST_F(DriverChannelTest, TheVersionDecidesWhatIsSaved) {
+TEST_F(ControlDeviceTest, TheVersionDecidesWhatIsSaved) {
   struct Case {
     std::optional<std::array<DWORD, 4>> version;
     DWORD packed;
@@ -57,7 +58,7 @@ TEST_F(DriverChannelTest, TheVersionDecidesWhatIsSaved) {
   }
 }
 
-TEST_F(DriverChannelTest, TheDriverIsAskedInThisOrder) {
+TEST_F(ControlDeviceTest, TheDriverIsAskedInThisOrder) {
   machine_.driver.version = {{3, 10, 0, 1}};
   machine_.driver.failures = {{ztl::IOCTL_ZTL_DESTROY_SYMLINK_KEY, 1167}};
   ztl::PrepareZtlForUnload();
@@ -75,7 +76,7 @@ TEST_F(DriverChannelTest, TheDriverIsAskedInThisOrder) {
 }
 
 // The driver goes away in the middle: its parameters are copied in its place.
-TEST_F(DriverChannelTest, WithoutTheDriverTheParametersAreCopied) {
+TEST_F(ControlDeviceTest, WithoutTheDriverTheParametersAreCopied) {
   machine_.driver.version = {{3, 10, 0, 1}};
   machine_.registry.Create(kService + u"\\Parameters\\Adapters");
   machine_.registry.Find(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion")->DeleteSubkey(u"RunOnce");
@@ -89,7 +90,7 @@ TEST_F(DriverChannelTest, WithoutTheDriverTheParametersAreCopied) {
   EXPECT_EQ(machine_.registry.Find(kSaved)->FindSubkey(u"Adapters"), nullptr);
 }
 
-TEST_F(DriverChannelTest, FailedRequestsAndClosesAreTold) {
+TEST_F(ControlDeviceTest, FailedRequestsAndClosesAreTold) {
   machine_.driver.version = {{3, 10, 0, 1}};
   machine_.faults = {{.operation = Operation::DeviceIoControl, .times = 9, .code = 31},
                      {.operation = Operation::CloseHandle, .times = 9, .code = 6}};
@@ -104,7 +105,7 @@ TEST_F(DriverChannelTest, FailedRequestsAndClosesAreTold) {
   EXPECT_EQ(log.back(), "--> UnlinkZtlParamKeySaveZtlParams close err = 00000006");
 }
 
-TEST_F(DriverChannelTest, InstancesAreCounted) {
+TEST_F(ControlDeviceTest, InstancesAreCounted) {
   EXPECT_EQ(ztl::EnumCount(), 0u);
   auto& devices = machine_.registry.Create(kService + u"\\Enum");
   EXPECT_EQ(ztl::EnumCount(), 0u);

@@ -1,14 +1,15 @@
-// The control channel to the running filter driver, and what the module does before it is unregistered.
+// The running filter driver's control device, and what the system counts of the driver's devices.
 //
-// Each operation opens the driver's control device, sends one request and closes it. Where the device cannot be opened
-// the driver is taken for not running.
+// Each operation opens the device, sends one request and closes it. Where the device cannot be opened, the driver is
+// taken for not running.
 #pragma once
 
-#include "platform/registry.h"
+#include "platform/device.h"
 #include "platform/types.h"
 
 namespace ztl {
 
+// Control codes.
 constexpr platform::DWORD IOCTL_ZTL_DESTROY_SYMLINK_KEY = 0x222010;
 constexpr platform::DWORD IOCTL_ZTL_UNLINK_PARAMS_SAVE = 0x222014;
 constexpr platform::DWORD IOCTL_ZTL_RUNNING_VERSION = 0x222018;
@@ -18,22 +19,26 @@ struct ZTL_VERSION_REPLY {
 };
 static_assert(sizeof(ZTL_VERSION_REPLY) == 16);
 
+// The key `name` below the key `keyPath` of HKEY_LOCAL_MACHINE, as the kernel calls it. Empty when it does not fit.
+struct KernelPath {
+  KernelPath(const char16_t* keyPath, const char16_t* name);
+
+  char16_t text[260];
+  platform::DWORD bytes;  // without the terminator
+};
+
+// INVALID_HANDLE_VALUE, with the thread's last error set, on failure. The caller closes the handle.
+platform::HANDLE OpenControlDevice();
+
+// Sends a request about a key. The driver may write its answer over the path. 0 or the system error code.
+platform::DWORD SendPath(platform::HANDLE device, platform::DWORD code, KernelPath& path);
+
 // The running driver's packed version (install/versions.h). 0 when it cannot be had.
 platform::DWORD ZtlRunningVersion();
 
 // Asks the driver to destroy the registry link `linkName` below `keyPath`. 0, also when the driver is not running, or
 // the system error code of the request. `root` is HKEY_LOCAL_MACHINE.
 platform::DWORD DestroySymLinkKey(platform::HKEY root, const char16_t* keyPath, const char16_t* linkName);
-
-// Has the driver's parameters saved, by the running driver, else by copying them. 0 or the system error code of the
-// request.
-platform::DWORD UnlinkZtlParamKeySaveZtlParams();
-
-// Removes the pending start-up command and has the parameters saved.
-void FixupRegistry();
-
-// Disables the service's start. With a running driver of version 3.10.0 or later, runs FixupRegistry.
-void PrepareZtlForUnload();
 
 // The number of device instances that the system counts for the driver's service; 0 when it cannot be read.
 platform::DWORD EnumCount();
