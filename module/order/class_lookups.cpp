@@ -5,8 +5,8 @@
 
 #include "module/log/log_facility.h"
 #include "module/names.h"
-#include "platform/com.h"
 #include "platform/registry_key.h"
+#include "platform/task_text.h"
 
 namespace ztl {
 
@@ -72,22 +72,19 @@ void LogMultiSz(const char16_t* label, MultiStringView list) {
   if (list.Empty()) return;
   std::size_t total = 0;
   for (const std::u16string_view entry : list) total += entry.size() + 1;
-  char16_t* const line = total < kSingleLineCharacters
-                             ? static_cast<char16_t*>(platform::CoTaskMemAlloc(total * sizeof(char16_t)))
-                             : nullptr;
-  if (line == nullptr) {
+  const TaskText line = total < kSingleLineCharacters ? AllocateTaskText(total) : nullptr;
+  if (!line) {
     LogMessage(g_ModuleLog, SEV_INFO, "%S", label);
     for (const std::u16string_view entry : list) LogMessage(g_ModuleLog, SEV_INFO, "  <%S>", entry.data());
     return;
   }
-  char16_t* end = line;
+  char16_t* end = line.get();
   for (const std::u16string_view entry : list) {
     end = std::copy(entry.begin(), entry.end(), end);
     *end++ = u',';
   }
   end[-1] = u'\0';
-  LogMessage(g_ModuleLog, SEV_INFO, "%S{%S}", label, static_cast<const char16_t*>(line));
-  platform::CoTaskMemFree(line);
+  LogMessage(g_ModuleLog, SEV_INFO, "%S{%S}", label, static_cast<const char16_t*>(line.get()));
 }
 
 LSTATUS GetFilterClass(const char16_t* serviceName, char16_t* buffer, DWORD* capacity) {

@@ -1,17 +1,15 @@
 #include "module/repair/excluded_macs.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/netcfg/binding_path.h"
 #include "module/netcfg/configuration_session.h"
-#include "module/order/build_im_order.h"
-#include "platform/com.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg.h"
 #include "platform/system_info.h"
+#include "platform/task_text.h"
 
 namespace ztl {
 
@@ -19,45 +17,20 @@ using namespace platform;
 
 namespace {
 
-// A text that the engine handed out.
-class TaskText {
- public:
-  TaskText() = default;
-  ~TaskText() { platform::CoTaskMemFree(text_); }
-  TaskText(const TaskText&) = delete;
-  TaskText& operator=(const TaskText&) = delete;
-
-  char16_t** Receive() { return &text_; }
-  const char16_t* Get() const { return text_; }
-
- private:
-  char16_t* text_ = nullptr;
-};
-
-// "component->adapter" in task memory; null when there is none to be had.
-char16_t* AllocateToken(std::u16string_view componentId, std::u16string_view devNodeId) {
-  auto* const token =
-      static_cast<char16_t*>(platform::CoTaskMemAlloc((componentId.size() + devNodeId.size() + 3) * sizeof(char16_t)));
-  if (token == nullptr) return nullptr;
-  char16_t* end = token;
-  for (const std::u16string_view part : {componentId, std::u16string_view(kTokenArrow), devNodeId})
-    end = std::copy(part.begin(), part.end(), end);
-  *end = u'\0';
-  return token;
-}
-
 void DisablePathTo(INetCfgComponentBindings* bindings, INetCfgComponent* adapter, const char16_t* componentId,
                    MultiStringView excludedMacs) {
   if (bindings->IsBoundTo(adapter) != S_OK) return;
-  TaskText devNodeId;
-  if (Failed(adapter->GetPnpDevNodeId(devNodeId.Receive())) || devNodeId.Get() == nullptr) return;
-  if (!IsExcluded(excludedMacs, devNodeId.Get())) return;
-  LogMessage(g_ModuleLog, SEV_INFO, "%S in ExcludedMacs", devNodeId.Get());
-  char16_t* const token = AllocateToken(componentId, devNodeId.Get());
-  if (token == nullptr) return;
-  LogMessage(g_ModuleLog, SEV_INFO, "disabling %S", static_cast<const char16_t*>(token));
-  EnableBindingPath(componentId, token, false);
-  platform::CoTaskMemFree(token);
+  char16_t* received = nullptr;
+  const HRESULT hr = adapter->GetPnpDevNodeId(&received);
+  const TaskText devNodeId(received);
+  if (Failed(hr) || !devNodeId || !IsExcluded(excludedMacs, devNodeId.get())) return;
+  const char16_t* const id = devNodeId.get();
+  LogMessage(g_ModuleLog, SEV_INFO, "%S in ExcludedMacs", id);
+  const TaskText token = JoinTaskText(componentId, kTokenArrow, id);
+  if (!token) return;
+  const char16_t* const text = token.get();
+  LogMessage(g_ModuleLog, SEV_INFO, "disabling %S", text);
+  EnableBindingPath(componentId, text, false);
 }
 
 }  // namespace
