@@ -51,28 +51,45 @@ bool StaysAsItIs(HKEY destination, const Value& source) {
 
 }  // namespace
 
-LSTATUS DeleteKey(HKEY parentKey, const char16_t* subkeyName) {
-  LogMessage(g_ModuleLog, SEV_INFO, "DeleteKey %S", subkeyName);
+LSTATUS DeleteTree(HKEY parent, const char16_t* name, DeletionReport report) {
+  report(DeletionStep::Start, name, ERROR_SUCCESS);
   UniqueKey key;
-  if (const LSTATUS rc = key.Open(parentKey, subkeyName, KEY_ALL_ACCESS); rc == ERROR_SUCCESS) {
-    char16_t name[kNameCapacity];
+  if (const LSTATUS rc = key.Open(parent, name, KEY_ALL_ACCESS); rc == ERROR_SUCCESS) {
+    char16_t subkey[kNameCapacity];
     LSTATUS enumerated = ERROR_SUCCESS;
     for (DWORD index = 0; enumerated == ERROR_SUCCESS;) {
       DWORD length = kNameCapacity;
-      enumerated = platform::RegEnumKeyExW(key.Get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
+      enumerated = platform::RegEnumKeyExW(key.Get(), index, subkey, &length, nullptr, nullptr, nullptr, nullptr);
       // Where a subkey went, the next one has taken its place.
-      if (enumerated == ERROR_SUCCESS && DeleteKey(key.Get(), name) != ERROR_SUCCESS) ++index;
+      if (enumerated == ERROR_SUCCESS && DeleteTree(key.Get(), subkey, report) != ERROR_SUCCESS) ++index;
     }
-    if (enumerated != ERROR_NO_MORE_ITEMS)
-      LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegEnumKey rc=%x", enumerated);
+    if (enumerated != ERROR_NO_MORE_ITEMS) report(DeletionStep::Enumerate, name, enumerated);
     key.Close();
   } else if (rc != ERROR_FILE_NOT_FOUND) {
-    LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegOpenKeyEx rc=%x", rc);
+    report(DeletionStep::Open, name, rc);
   }
-  const LSTATUS rc = platform::RegDeleteKeyW(parentKey, subkeyName);
-  if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND)
-    LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegDeleteKey rc=%x", rc);
+  const LSTATUS rc = platform::RegDeleteKeyW(parent, name);
+  if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) report(DeletionStep::Delete, name, rc);
   return rc;
+}
+
+LSTATUS DeleteKey(HKEY parentKey, const char16_t* subkeyName) {
+  return DeleteTree(parentKey, subkeyName, [](DeletionStep step, const char16_t* name, LSTATUS rc) {
+    switch (step) {
+      case DeletionStep::Start:
+        LogMessage(g_ModuleLog, SEV_INFO, "DeleteKey %S", name);
+        break;
+      case DeletionStep::Open:
+        LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegOpenKeyEx rc=%x", rc);
+        break;
+      case DeletionStep::Enumerate:
+        LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegEnumKey rc=%x", rc);
+        break;
+      case DeletionStep::Delete:
+        LogMessage(g_ModuleLog, SEV_ERROR, "DeleteKey: RegDeleteKey rc=%x", rc);
+        break;
+    }
+  });
 }
 
 void CopyRegTree(HKEY sourceParent, const char16_t* sourceSubkey, HKEY destinationParent,

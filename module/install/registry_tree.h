@@ -6,8 +6,16 @@
 
 namespace ztl {
 
-// Deletes the key with everything below it. The system error code of its own deletion: 2 when there is no such key.
-// What cannot be deleted stays, with the keys above it; the rest goes.
+// What the deletion of a tree reports of each of its keys: its start, and every call that failed. A key that is not
+// there is no failure.
+enum class DeletionStep { Start, Open, Enumerate, Delete };
+using DeletionReport = void (*)(DeletionStep step, const char16_t* name, platform::LSTATUS rc);
+
+// Deletes the key with everything below it. What cannot be deleted stays, with the keys above it; the rest goes.
+// Returns the system error code of the key's own deletion: ERROR_FILE_NOT_FOUND when there is no such key.
+platform::LSTATUS DeleteTree(platform::HKEY parent, const char16_t* name, DeletionReport report);
+
+// The same with the reports in the log.
 platform::LSTATUS DeleteKey(platform::HKEY parentKey, const char16_t* subkeyName);
 
 // Copies the values and subkeys of one key into another, which is made when it is missing. Without `overwrite` a

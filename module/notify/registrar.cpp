@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "module/install/registry_tree.h"
 #include "platform/registry_key.h"
 #include "platform/text.h"
 
@@ -15,8 +16,7 @@ using namespace platform;
 namespace {
 
 constexpr std::size_t kWordCapacity = 600;  // characters: a path and what stands around it
-constexpr std::size_t kNameCapacity = 256;
-constexpr int kMaxDepth = 32;  // of nested keys
+constexpr int kMaxDepth = 32;               // of nested keys
 
 constexpr std::size_t kMaxKeys = 64;  // of a script
 
@@ -34,23 +34,6 @@ struct Word {
     return text[0] != u'\0';
   }
 };
-
-// Deletes the key with everything below it that can be deleted. The result of its own deletion.
-LSTATUS DeleteTree(HKEY parent, const char16_t* name) {
-  UniqueKey key;
-  if (key.Open(parent, name, KEY_ALL_ACCESS) == ERROR_SUCCESS) {
-    char16_t subkey[kNameCapacity];
-    for (DWORD index = 0;;) {
-      DWORD length = kNameCapacity;
-      if (platform::RegEnumKeyExW(key.Get(), index, subkey, &length, nullptr, nullptr, nullptr, nullptr) !=
-          ERROR_SUCCESS)
-        break;
-      if (DeleteTree(key.Get(), subkey) != ERROR_SUCCESS) ++index;
-    }
-    key.Close();
-  }
-  return platform::RegDeleteKeyW(parent, name);
-}
 
 // The keys of a script that a registration has made, by their numbers in the script.
 using MadeKeys = std::bitset<kMaxKeys>;
@@ -79,7 +62,7 @@ class Script {
   }
 
  private:
-  // Moves on to the next word. At the end of the script, and behind a word that cannot be read, it is empty.
+  // Moves on to the next word. At the end of the script, and after a word that cannot be read, it is empty.
   void Next() {
     word_.text[0] = u'\0';
     word_.quoted = false;
@@ -142,7 +125,7 @@ class Script {
     return !name.IsName() || !word_.Is(u"=") ? E_FAIL : Text(parent, name.text);
   }
 
-  // What stands behind the name of a value, which is stored below `parent`.
+  // Reads what follows the name of a value, and stores it below `parent`.
   HRESULT Text(HKEY parent, const char16_t* name) {
     Next();
     if (!word_.Is(u"s")) return E_FAIL;
@@ -168,7 +151,8 @@ class Script {
     UniqueKey key;
     HRESULT hr = S_OK;
     if (forceRemove && (mode_ == Mode::Register || (mode_ == Mode::Unregister && parent != nullptr)))
-      if (const LSTATUS rc = DeleteTree(parent, name.text); rc != ERROR_FILE_NOT_FOUND) hr = HresultFromError(rc);
+      if (const LSTATUS rc = DeleteTree(parent, name.text, [](auto...) {}); rc != ERROR_FILE_NOT_FOUND)
+        hr = HresultFromError(rc);
     if (mode_ == Mode::Register && !Failed(hr)) {
       DWORD disposition = 0;
       hr = HresultFromError(platform::RegCreateKeyExW(parent, name.text, 0, nullptr, REG_OPTION_NON_VOLATILE,
