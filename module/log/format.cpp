@@ -4,7 +4,12 @@
 #include <cstring>
 #include <string>
 
+#include "platform/unicode.h"
+
 namespace ztl {
+
+using namespace platform;
+
 namespace {
 
 // Appends to a buffer and stops for good at the first character that does not fit whole.
@@ -51,51 +56,14 @@ class Output {
   bool full_ = false;
 };
 
-// Reads one character before `end` and moves past it; anything malformed is U+FFFD. An 8-bit unit that starts no
-// character of UTF-8 counts by itself.
-char32_t NextCharacter(const char16_t*& text, const char16_t* end) {
-  const char16_t first = *text++;
-  if ((first & 0xF800) != 0xD800) return first;
-  if ((first & 0xFC00) == 0xDC00 || text == end || (*text & 0xFC00) != 0xDC00) return 0xFFFD;
-  return 0x10000 + ((char32_t{first} & 0x3FF) << 10) + (*text++ & 0x3FF);
-}
-
-char32_t NextCharacter(const char*& text, const char* end) {
-  const auto first = static_cast<unsigned char>(*text++);
-  if (first < 0x80) return first;
-  const int more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  if (first < 0xC2 || first > 0xF4) return 0xFFFD;
-  char32_t character = first & (0x3Fu >> more);
-  const char* at = text;
-  for (int i = 0; i < more; ++i, ++at) {
-    if (at == end || (static_cast<unsigned char>(*at) & 0xC0) != 0x80) return 0xFFFD;
-    character = (character << 6) | (static_cast<unsigned char>(*at) & 0x3F);
-  }
-  const char32_t smallest[] = {0, 0x80, 0x800, 0x10000};
-  if (character < smallest[more] || character > 0x10FFFF || (character & 0xFFFFF800) == 0xD800) return 0xFFFD;
-  text = at;
+// Reads one character before `end` and moves past it; anything malformed is U+FFFD. A unit that starts no character
+// counts by itself.
+template <class Char>
+char32_t NextCharacter(const Char*& text, const Char* end) {
+  const Char* const start = text;
+  char32_t character;
+  if (!Decode(text, end, character)) text = start + 1;
   return character;
-}
-
-std::size_t Encode(char32_t character, char16_t* out) {
-  if (character < 0x10000) {
-    out[0] = static_cast<char16_t>(character);
-    return 1;
-  }
-  out[0] = static_cast<char16_t>(0xD7C0 + (character >> 10));
-  out[1] = static_cast<char16_t>(0xDC00 + (character & 0x3FF));
-  return 2;
-}
-
-std::size_t Encode(char32_t character, char* out) {
-  if (character < 0x80) {
-    out[0] = static_cast<char>(character);
-    return 1;
-  }
-  const std::size_t length = character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
-  for (std::size_t i = length - 1; i > 0; --i, character >>= 6) out[i] = static_cast<char>(0x80 | (character & 0x3F));
-  out[0] = static_cast<char>((0xF00u >> length) | character);
-  return length;
 }
 
 template <class Char, class Source>
@@ -109,7 +77,7 @@ void AppendText(Output<Char>& output, const Conversion& conversion, const Source
     output.Append(text, length);
   } else {
     for (const Source* const end = text + length; text != end && !output.Full();) {
-      Char encoded[4];
+      Char encoded[4 / sizeof(Char)];
       output.Append(encoded, Encode(NextCharacter(text, end), encoded));
     }
   }
