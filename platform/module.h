@@ -10,7 +10,7 @@ using HINSTANCE = HINSTANCE__*;
 struct HRSRC__;
 using HRSRC = HRSRC__*;
 
-// Process events that a module's entry is told of (winnt.h).
+// Process events that a module's entry is called with (winnt.h).
 constexpr DWORD DLL_PROCESS_DETACH = 0;
 constexpr DWORD DLL_PROCESS_ATTACH = 1;
 

@@ -65,7 +65,7 @@ class MultiStringView {
 // Appends entries to a caller's buffer of at least one character. One character is always kept for the final NUL, and
 // the list is properly ended after every step.
 //
-// An empty entry takes its character like any other: readers end at it, and what is appended behind it stays unseen.
+// An empty entry takes its character like any other: readers end at it, and what is appended after it stays unseen.
 class MultiStringBuilder {
  public:
   MultiStringBuilder(char16_t* buffer, std::size_t capacity) : cursor_(buffer), remaining_(capacity) { *cursor_ = 0; }

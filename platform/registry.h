@@ -46,19 +46,22 @@ inline const HKEY HKEY_USERS = PredefinedKey(0x80000003u);
 inline const HKEY HKEY_CURRENT_CONFIG = PredefinedKey(0x80000005u);
 
 // Opens the key at `subKey` (a path of any number of levels below `key`; null or empty: `key` itself once more).
-// 2 when a level is missing, 5 when an access right of `access` is refused, 161 when the path starts with a backslash.
-// `*result` is closed with RegCloseKey by the caller; it is null after a failure.
+// ERROR_FILE_NOT_FOUND when a level is missing, ERROR_ACCESS_DENIED when an access right of `access` is refused,
+// ERROR_BAD_PATHNAME when the path starts with a backslash. `*result` is closed with RegCloseKey by the caller; it is
+// null after a failure.
 LSTATUS RegOpenKeyExW(HKEY key, const char16_t* subKey, DWORD options, DWORD access, HKEY* result);
 // The same with the largest access that the caller is allowed.
 LSTATUS RegOpenKeyW(HKEY key, const char16_t* subKey, HKEY* result);
 
 // Creates the key at `subKey` with every missing level above it, or opens it. `options` is REG_OPTION_VOLATILE or 0;
-// 1021 for a lasting key below a volatile one. `*disposition` (may be null) tells a created key from an opened one.
+// ERROR_CHILD_MUST_BE_VOLATILE for a lasting key below a volatile one. `*disposition` (may be null) becomes
+// REG_CREATED_NEW_KEY or REG_OPENED_EXISTING_KEY.
 LSTATUS RegCreateKeyExW(HKEY key, const char16_t* subKey, DWORD reserved, char16_t* className, DWORD options,
                         DWORD access, void* securityAttributes, HKEY* result, DWORD* disposition);
 
 // The name of the subkey at `index`. `*nameLength` is the buffer's capacity in characters with the terminator (in) and
-// the name's length without it (out). 234 when the name does not fit (nothing is stored), 259 past the last subkey.
+// the name's length without it (out). ERROR_MORE_DATA when the name does not fit (nothing is stored),
+// ERROR_NO_MORE_ITEMS past the last subkey.
 // `reserved`, `className`, `classLength` and `lastWriteTime` may be null.
 LSTATUS RegEnumKeyExW(HKEY key, DWORD index, char16_t* name, DWORD* nameLength, DWORD* reserved, char16_t* className,
                       DWORD* classLength, void* lastWriteTime);
@@ -68,17 +71,18 @@ LSTATUS RegEnumValueW(HKEY key, DWORD index, char16_t* name, DWORD* nameLength, 
                       BYTE* data, DWORD* dataBytes);
 
 // Type and data of the value `name` (null or empty: the default value). `*dataBytes` is the buffer's size (in) and the
-// size of the stored data (out). A null `data` asks for the size alone; 234 when the data is larger than the buffer.
+// size of the stored data (out). A null `data` asks for the size alone; ERROR_MORE_DATA when the data is larger than
+// the buffer.
 // Text that is stored without a terminator gets one when the buffer has room for it; `*dataBytes` does not count it.
 LSTATUS RegQueryValueExW(HKEY key, const char16_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* dataBytes);
 
 // Writes `dataBytes` bytes of `data`. Windows completes text: when the last character of a text type is not a NUL and
-// the character behind `data` is one, that NUL is stored too. A caller that passes text without its terminator must
-// therefore own the character behind it, and decides with it what is stored.
+// the character after `data` is one, that NUL is stored too. A caller that passes text without its terminator must
+// therefore own the character after it, and decides with it what is stored.
 LSTATUS RegSetValueExW(HKEY key, const char16_t* name, DWORD reserved, DWORD type, const BYTE* data, DWORD dataBytes);
 
-LSTATUS RegDeleteValueW(HKEY key, const char16_t* name);  // 2 when there is no such value
-LSTATUS RegDeleteKeyW(HKEY key, const char16_t* subKey);  // 5 when the key has subkeys
-LSTATUS RegCloseKey(HKEY key);                            // 6 for anything but an open key
+LSTATUS RegDeleteValueW(HKEY key, const char16_t* name);  // ERROR_FILE_NOT_FOUND when there is no such value
+LSTATUS RegDeleteKeyW(HKEY key, const char16_t* subKey);  // ERROR_ACCESS_DENIED when the key has subkeys
+LSTATUS RegCloseKey(HKEY key);                            // ERROR_INVALID_HANDLE for anything but an open key
 
 }  // namespace platform

@@ -40,7 +40,7 @@ class UniqueKey {
   HKEY key_ = nullptr;
 };
 
-// A value of a fixed size, zeroed before it is read. A limit below the buffer's size leaves NULs behind what was read.
+// A value of a fixed size, zeroed before it is read. A limit below the buffer's size leaves NULs after what was read.
 template <std::size_t Capacity>
 struct ValueBuffer {
   char16_t text[Capacity] = {};
@@ -76,7 +76,7 @@ struct StringValue : ValueBuffer<64> {
   bool Equals(std::u16string_view other) const { return EqualNoCase(text, other); }
 };
 
-// Writes exactly `bytes` bytes, at most 1,024. Windows would store a NUL behind unterminated text with it, so something
+// Writes exactly `bytes` bytes, at most 1,024. Windows would store a NUL after unterminated text with it, so something
 // else stands there.
 inline LSTATUS SetExactValue(HKEY key, const char16_t* name, DWORD type, const void* data, DWORD bytes) {
   BYTE copy[1024 + sizeof(char16_t)];

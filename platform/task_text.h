@@ -23,7 +23,7 @@ inline TaskText AllocateTaskText(std::size_t characters) {
   return TaskText(static_cast<char16_t*>(platform::CoTaskMemAlloc(characters * sizeof(char16_t))));
 }
 
-// The parts, one behind the other, and a terminator, in memory that they fill exactly. Null on failure.
+// The parts, one after the other, and a terminator, in memory that they fill exactly. Null on failure.
 template <class... Parts>
 TaskText JoinTaskText(const Parts&... parts) {
   const std::u16string_view views[] = {std::u16string_view(parts)...};

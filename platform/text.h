@@ -29,7 +29,7 @@ constexpr bool EqualNoCase(const char16_t* a, std::u16string_view b) {
   return *a == u'\0';
 }
 
-// Writes the parts, one behind the other, and a NUL. False, with an empty buffer, when they don't fit: a name is never
+// Writes the parts, one after the other, and a NUL. False, with an empty buffer, when they don't fit: a name is never
 // cut into another name.
 template <std::size_t Capacity, class... Parts>
 bool Join(char16_t (&buffer)[Capacity], const Parts&... parts) {

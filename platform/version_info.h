@@ -27,15 +27,15 @@ DWORD GetFileVersionInfoSizeW(const char16_t* path, DWORD* unused);
 // Reads up to `bytes` bytes of the block; zero on failure.
 BOOL GetFileVersionInfoW(const char16_t* path, DWORD unused, DWORD bytes, void* block);
 // Finds an entry of a block that was read: `value` then points into the block. For the root entry "\", the fixed file
-// information, `length` is counted in bytes. Zero when there is no such entry. The block is believed: what it says of
-// its lengths may reach beyond its end.
+// information, `length` is counted in bytes. Zero when there is no such entry. The lengths in the block are not
+// checked: the value may reach beyond the end of the block.
 BOOL VerQueryValueW(const void* block, const char16_t* entry, void** value, UINT* length);
 
 using HGLOBAL = void*;
 constexpr UINT GMEM_MOVEABLE = 2;
 
 HGLOBAL GlobalAlloc(UINT flags, std::size_t bytes);  // null on failure
-void* GlobalLock(HGLOBAL memory);                    // where it lies until it is unlocked; null on failure
+void* GlobalLock(HGLOBAL memory);                    // its address until it is unlocked; null on failure
 BOOL GlobalUnlock(HGLOBAL memory);                   // zero once nothing locks it any more
 HGLOBAL GlobalFree(HGLOBAL memory);                  // null on success
 

@@ -72,7 +72,7 @@ bool NeedsCopyInInfDirectory() {
          version.dwMajorVersion == 5 && version.dwMinorVersion == 0 && version.wServicePackMajor < 2;
 }
 
-// `infDirectory` has room for the miniport INF's name behind it.
+// `infDirectory` has room for the miniport INF's name after it.
 HRESULT CopyFromMedia(const char16_t* mediaRoot, char16_t* infDirectory) {
   TraceLine(u"Media root directory is %s.\n", mediaRoot);
   const TaskText source = JoinTaskText(mediaRoot, PathSeparator(mediaRoot), kMiniportInf);

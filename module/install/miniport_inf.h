@@ -1,4 +1,4 @@
-// Installing the miniport's INF from the package that the filter was installed from.
+// Installs the miniport's INF from the package that the filter was installed from.
 //
 // The package's directory is recorded in the filter's own INF as the system has stored it, so that one is found first,
 // among all INF files of the Windows directory. Texts that are handed out are freed with CoTaskMemFree by the receiver.
@@ -20,11 +20,12 @@ constexpr int RankOf(platform::DWORD installed, platform::DWORD installedBuild, 
 // first step that failed.
 platform::HRESULT HrCopyMiniportInf();
 
-// The full path of the INF in `infDirectory` that fits the installed driver best, into `*infPath`: 0, or a COM failure
-// code, 0x80070002 when no INF is the filter's. After 0x80070008 a path may have been found all the same.
+// The full path of the INF in `infDirectory` that fits the installed driver best, into `*infPath`. Returns 0 or a COM
+// failure code: that of ERROR_FILE_NOT_FOUND when no INF is the filter's. After that of ERROR_NOT_ENOUGH_MEMORY a path
+// may have been found all the same.
 platform::HRESULT HrGetProtocolInf(const char16_t* infDirectory, char16_t** infPath);
 
-// Keeps in a multi-string of file names, in a buffer of `capacity` characters, those that begin with "oem" and, behind
+// Keeps in a multi-string of file names, in a buffer of `capacity` characters, those that begin with "oem" and, after
 // them, those that begin with "zt". Returns `list`; it is unchanged when memory runs out.
 char16_t* OptFileSearch(char16_t* list, platform::DWORD capacity);
 
@@ -35,8 +36,8 @@ platform::HRESULT HrGetPnpID(const char16_t* infPath, char16_t** pnpId);
 // Whether an INF's component id is the filter's.
 bool IsFilterInf(const char16_t* infPath);
 
-// Field `fieldIndex` of the first line of a section, or of its line with the key when `key` is not null. 0, the COM
-// failure code of the call that failed, or 0x80070008.
+// Field `fieldIndex` of the first line of a section, or of its line with the key when `key` is not null. Returns 0,
+// the COM failure code of the call that failed, or that of ERROR_NOT_ENOUGH_MEMORY.
 platform::HRESULT HrGetKeyValue(platform::HINF inf, const char16_t* section, const char16_t* key,
                                 platform::DWORD fieldIndex, char16_t** value);
 

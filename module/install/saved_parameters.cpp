@@ -63,7 +63,7 @@ void RestoreZtlParams() {
   platform::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProductKey, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
                             nullptr, key.Receive(), nullptr);
   key.Close();
-  // A saved copy that could not be deleted is still worth its values.
+  // Where the saved copy could not be deleted, the values that it still has are copied again.
   CopyRegTree(HKEY_LOCAL_MACHINE, kSavedParametersKey, HKEY_LOCAL_MACHINE, kLiveParametersKey, 0);
   if (key.Open(HKEY_LOCAL_MACHINE, kServiceKey, KEY_ALL_ACCESS) == ERROR_SUCCESS)
     platform::RegDeleteValueW(key.Get(), kDeleteFlagValue);

@@ -23,7 +23,7 @@ platform::DWORD ParseVersion(std::u16string_view text, platform::DWORD* build);
 // stays as it is.
 platform::DWORD GetFileVersion(const char16_t* directory, const char16_t* fileName, platform::DWORD* build);
 
-// The packed version of the INF's "DriverVer", behind its date and comma; 0 when there is none. `build` is as for
+// The packed version of the INF's "DriverVer", after its date and comma; 0 when there is none. `build` is as for
 // ParseVersion. Of the value, 259 characters are read.
 platform::DWORD GetInfVersion(const char16_t* infPath, platform::DWORD* build);
 

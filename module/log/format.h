@@ -40,7 +40,7 @@ struct Conversion {
   char type = 0;  // 0: not understood
 };
 
-// Reads the conversion behind a '%' and leaves `format` behind it.
+// Reads the conversion that follows a '%' and moves `format` past it.
 template <class Char>
 constexpr Conversion ReadConversion(const Char*& format) {
   Conversion conversion;
@@ -104,6 +104,7 @@ class CheckedFormat {
 
 // Formats into `buffer` of `capacity` characters, at least 2, and ends it with a NUL. Returns the length without it.
 // Text that does not fit is cut at a character's boundary, and still ends in its line feed when the format ends in one.
+// `arguments` has an entry for each conversion of the format, in its order; CheckedFormat holds callers to that.
 std::size_t FormatText(char* buffer, std::size_t capacity, const char* format, const FormatArgument* arguments);
 std::size_t FormatText(char16_t* buffer, std::size_t capacity, const char16_t* format, const FormatArgument* arguments);
 

@@ -48,6 +48,7 @@ void EnforceCircular(const LogFacility& log);
 // Copies the log to its backup while holding the file; 1 when done (also when a read error cut it short), 0 on failure.
 int CopyLogFile(const char* sourcePath, const char* destinationPath);
 
+// What the templates below call. `arguments` has an entry for each conversion of the format, in its order.
 void LogMessageArguments(const LogFacility& log, platform::DWORD MsgType, const char* format,
                          const FormatArgument* arguments);
 void TraceLineArguments(const char16_t* format, const FormatArgument* arguments);

@@ -11,8 +11,8 @@
 
 namespace ztl {
 
-// Opens a session on a thread that has initialized COM for it. Waits up to 15 seconds for the write lock; 0x8004A024
-// (NETCFG_E_NO_WRITE_LOCK) when another client kept it. After a failure `*session` is untouched and COM has been
+// Opens a session on a thread that has initialized COM for it. Waits up to 15 seconds for the write lock;
+// NETCFG_E_NO_WRITE_LOCK when another client kept it. After a failure `*session` is untouched and COM has been
 // uninitialized once; after any other result the caller closes the session with HrReleaseINetCfg.
 platform::HRESULT HrGetINetCfg(platform::INetCfg** session);
 

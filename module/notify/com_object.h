@@ -15,7 +15,7 @@
 
 namespace ztl {
 
-// What keeps the module loaded: its live instances, and the locks that the server was told to hold.
+// What keeps the module loaded: its live instances, and the locks of LockServer.
 inline std::atomic<std::int32_t> g_moduleLocks{0};
 
 class ComObjectRoot {

@@ -24,7 +24,8 @@ platform::HRESULT DllCanUnloadNow();
 // and IClassFactory.
 platform::HRESULT DllGetClassObject(platform::REFCLSID rclsid, platform::REFIID riid, void** ppv);
 
-// Runs the registration script. Its failure; 0x8007007A when the module's path is longer than 259 characters.
+// Runs the registration script. Returns its failure, or that of ERROR_INSUFFICIENT_BUFFER when the module's path is
+// longer than 259 characters.
 platform::HRESULT DllRegisterServer();
 
 // Prepares the driver for its unload and removes what was registered. Always S_OK.
@@ -37,7 +38,7 @@ platform::DWORD ReInstallZtl(void* window, void* instance, char* commandLine, in
 
 }  // extern "C"
 
-// The module's instance handle, as its attach told it.
+// The module's instance handle, known since its attach.
 platform::HINSTANCE ModuleInstance();
 
 }  // namespace ztl

@@ -5,9 +5,12 @@
 #include "platform/system_info.h"
 
 namespace ztl {
+
+using namespace platform;
+
 namespace {
 
-constexpr platform::UINT kWindowsDirectoryCapacity = 244;
+constexpr UINT kWindowsDirectoryCapacity = 244;
 constexpr std::uint32_t kSizeLimitKB = 1000;
 
 }  // namespace

@@ -1,5 +1,5 @@
 // CSampleFilter, the notify object of the filter component: created by the network configuration engine for one
-// configuration transaction, told what is going on, asked to apply it, and released.
+// configuration transaction, called at each step of it, and released at its end.
 //
 // It does little work itself; it decides when the passes over the machine's configuration run.
 #pragma once
@@ -65,8 +65,10 @@ class CSampleFilter : public ComObjectRoot,
 
   // INetCfgComponentPropertyUi
   platform::HRESULT QueryPropertyUi(platform::IUnknown* pUnkReserved) override;
-  // The failure to ask the context for its adapter; the context is stored all the same.
+  // Returns the failure to ask the context for its adapter; the context is stored all the same.
   platform::HRESULT SetContext(platform::IUnknown* pUnkReserved) override;
+  // `*pahpspPrivate` becomes an array of `*pcPages` page handles in task memory, which the engine frees with
+  // CoTaskMemFree; null, with no page, when there is no memory. E_POINTER when one of the three pointers is null.
   platform::HRESULT MergePropPages(platform::DWORD* pdwDefPages, platform::BYTE** pahpspPrivate,
                                    platform::UINT* pcPages, platform::HWND hwndParent,
                                    const char16_t** pszStartPage) override;

@@ -1,9 +1,10 @@
 // Lookups over the network class keys of the registry: filter classes, intermediate drivers, transports, and the owner,
 // kind and rank of an adapter instance.
 //
-// Every lookup reads the registry afresh and keeps nothing. Results are system error codes: 0; 1168 when nothing
-// matches; 122 when the result does not fit; 31 when the match lacks the wanted value; a base key's own code when that
-// key does not open. Capacities are in characters, at least 1. Names are compared by the whole string, without case.
+// Every lookup reads the registry afresh and keeps nothing. Results are system error codes: 0; ERROR_NOT_FOUND
+// when nothing matches; ERROR_INSUFFICIENT_BUFFER when the result does not fit; ERROR_GEN_FAILURE when the match lacks
+// the wanted value; a base key's own code when that key does not open. Capacities are in characters, at least 1. Names
+// are compared by the whole string, without case.
 #pragma once
 
 #include <string_view>
@@ -38,8 +39,8 @@ platform::LSTATUS GetFilterClass(const char16_t* serviceName, char16_t* buffer, 
 
 bool IsFilterClass(std::u16string_view name);
 
-// The service names of a filter class's components, as a multi-string in enumeration order. After 122 the buffer holds
-// nothing of use.
+// The service names of a filter class's components, as a multi-string in enumeration order. After
+// ERROR_INSUFFICIENT_BUFFER the buffer holds nothing of use.
 platform::LSTATUS ReturnFilterClassIMs(std::u16string_view className, char16_t* buffer, platform::DWORD capacity);
 
 // The service of the component whose "FilterDeviceInfId" is `deviceId`.

@@ -22,7 +22,7 @@ constexpr std::size_t kMaxStackEntries = 16;
 using RootDevice = ValueBuffer<kRootDeviceCapacity>;
 using UpperBind = ValueBuffer<kUpperBindCapacity>;
 
-// Lengthens a list that was read without its final NULs so that its size covers them: the buffer holds zeros behind
+// Lengthens a list that was read without its final NULs so that its size covers them: the buffer holds zeros after
 // what was read. Both tests look at the list as it was read.
 template <std::size_t Capacity>
 void Complete(ValueBuffer<Capacity>& value, void (*logFix)()) {
@@ -47,7 +47,7 @@ void Rank(HKEY classKey, MultiStringView rootDevice, MultiStringView devIdList, 
     stack.ordinals[i] = i + 1 == stack.count ? -1 : ReturnOrdinal(classKey, stack.entries[i], devIdList);
 }
 
-// Exchanges the entry at `j` of the list in `text` with the one behind it, each with its own length.
+// Exchanges the entry at `j` of the list in `text` with the next one, each with its own length.
 void SwapEntries(char16_t* text, Stack& stack, std::size_t j) {
   const std::size_t upper = stack.entries[j].size() + 1;
   const std::size_t lower = stack.entries[j + 1].size() + 1;
@@ -71,8 +71,8 @@ bool Sort(char16_t* text, Stack& stack) {
   return swapped;
 }
 
-// The service that stands above a level: the driver at the upper entry's rank, or the upper entry's owner. Empty, with
-// the reason logged where it is worth a line, when there is none.
+// The service that stands above a level: the driver at the upper entry's rank, or the upper entry's owner. Empty when
+// there is none; an upper entry without an owner is logged.
 std::u16string_view ServiceAbove(HKEY classKey, const Stack& stack, std::size_t level, MultiStringView imList,
                                  char16_t (&buffer)[kServiceCapacity]) {
   std::int32_t ordinal = stack.ordinals[level - 1];

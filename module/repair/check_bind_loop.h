@@ -42,14 +42,16 @@ std::int32_t FixBindLoop(bool fix);
 // Whether the instance that the enumeration stands at is a loop that can be repaired. Logs what it sees on the way.
 bool ReadBindLoop(platform::HKEY classKey, InstanceEnumeration& instance, BindLoop& loop);
 
-// Whether a component of the filter's id has the service that is bound directly above.
+// Whether a component of the filter's id has the service that is bound directly above. Takes the open service class key
+// over and closes it.
 bool IsBindLoop(const char16_t* filterInfId, const char16_t* upperBindTop, platform::UniqueKey serviceClassKey);
 
 // Finds the device whose interface link, a subkey of the open key of network interfaces, has the subkey
 // `referenceName`. False when there is none.
 bool FindLinkedDevice(platform::HKEY deviceClassesKey, const char16_t* referenceName, LongString& device);
 
-// Disables and enables again the filter's path to the device whose interface link has the subkey `referenceName`.
+// Disables and enables again the filter's path to the device whose interface link has the subkey `referenceName`. Takes
+// the open key of network interfaces over and closes it.
 void RebindRootDevice(const char16_t* filterInfId, const char16_t* referenceName, platform::UniqueKey deviceClassesKey);
 
 }  // namespace ztl

@@ -24,7 +24,7 @@ bool ReadExcludedMacs(platform::HKEY parameters, ExcludedMacs& list);
 // Whether an entry excludes the adapter: it begins the adapter's id, or the id begins it.
 bool IsExcluded(platform::MultiStringView excludedMacs, std::u16string_view devNodeId);
 
-// Runs the pass. 0 when it ran or found nothing to do, 50 (ERROR_NOT_SUPPORTED) from Windows 6.0 on, GetVersionExW's
+// Runs the pass. 0 when it ran or found nothing to do, ERROR_NOT_SUPPORTED from Windows 6.0 on, GetVersionExW's
 // error code when the version cannot be read.
 platform::LSTATUS UnBindZTLFromExcludedMacs();
 

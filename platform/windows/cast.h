@@ -1,6 +1,6 @@
 // Casts at the boundary: the operating system's types and ours are the same bits under two names.
 //
-// Included behind the boundary's headers: <windows.h> defines names that they declare as macros.
+// Included after the boundary's headers: <windows.h> defines names that they declare as macros.
 #pragma once
 
 #include "platform/types.h"
