@@ -10,9 +10,6 @@
 #include <utility>
 
 #include "module/names.h"
-#include "module/order/build_im_order.h"
-#include "module/order/class_lookups.h"
-#include "module/order/order_im.h"
 
 namespace ztl_bench {
 

@@ -9,7 +9,6 @@
 #include "bench/machines.h"
 #include "module/names.h"
 #include "module/notify/notify_object.h"
-#include "module/order/class_lookups.h"
 #include "module/repair/check_bind_loop.h"
 
 namespace ztl_bench {

@@ -33,7 +33,7 @@ platform::HANDLE OpenControlDevice();
 // Sends a request about a key. The driver may write its answer over the path. 0 or the system error code.
 platform::DWORD SendPath(platform::HANDLE device, platform::DWORD code, KernelPath& path);
 
-// The running driver's packed version (install/versions.h). 0 when it cannot be had.
+// The running driver's packed version (install/versions.h); 0 when it does not run or does not answer.
 platform::DWORD ZtlRunningVersion();
 
 // Asks the driver to destroy the registry link `linkName` below `keyPath`. 0, also when the driver is not running, or

@@ -7,7 +7,6 @@
 #include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/netcfg/binding_path.h"
-#include "module/order/class_lookups.h"
 
 namespace ztl {
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "module/install/registry_tree.h"
+#include "module/install/saved_parameters.h"
 #include "module/names.h"
 #include "tests/support/built_file.h"
 // The public headers come last: they define some of the boundary's names as macros.

@@ -4,9 +4,6 @@
 
 #include "module/names.h"
 #include "module/netcfg/binding_path.h"
-#include "module/netcfg/configuration_session.h"
-#include "module/order/build_im_order.h"
-#include "module/order/class_lookups.h"
 #include "module/repair/check_bind_loop.h"
 #include "module/repair/excluded_macs.h"
 #include "platform/com_ptr.h"
