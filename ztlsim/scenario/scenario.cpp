@@ -51,8 +51,8 @@ std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput
 // module as it is loaded and unloaded; in the others only the log is open.
 class SimulatedProcess final : public Process {
  public:
-  SimulatedProcess(Scenario scenario, bool asProcess, std::vector<ShownPage>& pages)
-      : pages_(pages), entersModule_(asProcess || (!IsTransaction(scenario) && scenario != Scenario::Reinstall)) {
+  SimulatedProcess(ModuleUse use, bool asProcess, std::vector<ShownPage>& pages)
+      : pages_(pages), entersModule_(asProcess || use == ModuleUse::Life) {
     auto create = [this](IUnknown* outer, REFIID riid, void** object) {
       return CreateByClassObject(outer, riid, object);
     };
@@ -134,19 +134,19 @@ bool ScenarioResult::Failed() const {
   return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
 }
 
-ScenarioResult RunScenario(const CallOptions& options, bool asProcess) {
+ScenarioResult RunScenario(const Scenario& scenario, const CallOptions& options, bool asProcess) {
   simulation::Machine& machine = simulation::Current();
   ScenarioResult result;
   result.before = ReadMachineState();
   result.bindingsBefore = ReadBindings();
-  if (options.scenario == Scenario::Install) result.inf = SearchInfFiles();
+  if (scenario.searchesInf) result.inf = SearchInfFiles();
   const std::unique_ptr<simulation::Registry> registryBefore = machine.registry.Copy();
   machine.debugOutput.clear();  // of what went before
   {
     const LogCapture capture(machine, result.log);
-    SimulatedProcess process(options.scenario, asProcess, result.pages);
+    SimulatedProcess process(scenario.use, asProcess, result.pages);
     machine.engine.recordRequests = result.asProcess = asProcess;
-    result.results = MakeCalls(options, process);
+    result.results = scenario.calls(options, process);
     machine.engine.recordRequests = false;
   }
   result.engineRequests = machine.engine.requests;
