@@ -327,11 +327,13 @@ class Checker {
     UniqueKey classKey;
     if (classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_ALL_ACCESS) != ERROR_SUCCESS) return;
     const auto first = std::ssize(findings_);
-    for (const AdapterStack& stack : before_.stacks) {
+    for (const StackPair& pair : PairStacks(before_.stacks, after_.stacks)) {
+      if (!pair.before) continue;
+      const AdapterStack& stack = *pair.before;
       const std::u16string linkage = LinkagePath(stack.top);
       for (std::size_t level = 0; level < stack.entries.size(); ++level) Entry(classKey.Get(), stack, level);
       if (!stack.entries.empty())
-        Compare(stack, linkage);
+        Compare(pair, linkage);
       else if (!Unreadable(linkage))
         Add(FindingKind::MissingRootDevice, linkage, u"RootDevice", "A transport is bound above, but there is no stack",
             "A pass leaves the instance out, and its adapter has no record");
@@ -342,10 +344,10 @@ class Checker {
   }
 
   // Compares the stack with what a pass makes of it, and with the record that it writes.
-  void Compare(const AdapterStack& stack, const std::u16string& linkage) {
-    const AdapterStack* const now = FindStack(after_.stacks, stack);
+  void Compare(const StackPair& pair, const std::u16string& linkage) {
+    const AdapterStack& stack = *pair.before;
     const Names names = NamesOf(stack);
-    const Names sorted = now != nullptr ? NamesOf(*now) : Names();
+    const Names sorted = pair.after ? NamesOf(*pair.after) : Names();
     const Names& record = written_[simulation::UpperCase(stack.Adapter())];
     const bool hasKey = !created_.contains(FullPath(ztl::kAdaptersKey) + u'\\' + stack.Adapter());
     if (sorted != names)

@@ -10,8 +10,8 @@ std::string FormatFindings(const std::vector<Finding>& findings) {
   for (const Finding& finding : findings) {
     std::u16string place = finding.key;
     if (finding.value) place += u", " + *finding.value;
-    text +=
-        Printable(Utf16ToUtf8(place) + ": " + finding.text + ". " + finding.consequence + ". [" + FindingName(finding.kind) + "]");
+    text += Printable(Utf16ToUtf8(place) + ": " + finding.text + ". " + finding.consequence + ". [" +
+                      FindingName(finding.kind) + "]");
     text += "\n";
   }
   if (findings.empty()) return "No findings.\n";

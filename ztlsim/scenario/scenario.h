@@ -26,6 +26,7 @@ struct ScenarioResult {
   CallResults results;
   MachineState before;
   MachineState after;
+  std::vector<StackPair> stacks;
   BindingState bindingsBefore;
   BindingState bindingsAfter;
   std::vector<RegistryChange> changes;
