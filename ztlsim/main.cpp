@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "module/version.h"
-#include "simulation/host.h"
 #include "simulation/machine.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
@@ -19,12 +18,12 @@
 #include "ztlsim/inspect/check.h"
 #include "ztlsim/report/report.h"
 #include "ztlsim/scenario/scenario.h"
+#include "ztlsim/terminal.h"
 #include "ztlsim/text_encoding.h"
 
 namespace {
 
 using namespace ztlsim;
-namespace host = simulation::host;
 
 enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2, kFindings = 3 };
 
@@ -88,7 +87,7 @@ int Run(const Options& options, simulation::Machine& machine) {
       status = Complain(*error, kMethodFailed);
   for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
   const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)
-                                         : FormatRun(options.scenario, result, host::OutputIsTerminal()));
+                                         : FormatRun(options.scenario, result, OutputIsTerminal()));
   if (printed != kSuccess) status = printed;
   return result.Failed() ? kMethodFailed : status;
 }
@@ -164,7 +163,7 @@ int Main(int argc, char** argv) {
       }
   if (!options.out.empty() && options.out == options.changes)
     return Complain("--out and --changes name the same file", kBadInput);
-  host::WriteOutputAsUtf8();
+  WriteOutputAsUtf8();
   simulation::Machine machine;
   const simulation::CurrentMachine current(machine);
   const auto version = ParseWindowsVersion(options.os);
