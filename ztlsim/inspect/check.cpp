@@ -116,7 +116,7 @@ class Checker {
            const std::string& text, const std::string& consequence) {
     if (seen_.emplace(kind, key, text).second) findings_.push_back({kind, key, value, text, consequence});
   }
-  // Whether a value that is not read, in the key or below it, has been told as the cause already.
+  // Whether a value that is not read, in the key or below it, has been reported as the cause already.
   bool Unreadable(const std::u16string& key) const {
     return std::any_of(findings_.begin(), findings_.end(), [&](const Finding& finding) {
       return finding.kind == FindingKind::UnreadableValue && (finding.key + u'\\').starts_with(key + u'\\');
@@ -140,7 +140,7 @@ class Checker {
         {ztl::kNetServiceClassKey, "No driver is known: a pass ends at once"},
         {ztl::kNetTransClassKey, "No transport is known: a pass deletes the adapter records and ends"},
         {ztl::kParametersKey, "The order is taken as \"Others\" alone, and no adapter record is written"}};
-    std::u16string missing = u" ";  // what is below a missing key is not told
+    std::u16string missing = u" ";  // what is below a missing key is not reported
     for (const auto& [path, consequence] : kNeeded)
       if (Contains(before_.missingKeys, kMachine + path) && !std::u16string_view(path).starts_with(missing))
         Add(FindingKind::MissingKey, kMachine + (missing = path), std::nullopt, "The key is missing", consequence);
@@ -361,7 +361,7 @@ class Checker {
               "the adapter's record will disagree with the stack");
     else
       return;
-    told_.insert(simulation::UpperCase(stack.Adapter()));
+    reported_.insert(simulation::UpperCase(stack.Adapter()));
   }
 
   void Entry(HKEY classKey, const AdapterStack& stack, std::size_t level) {
@@ -379,7 +379,7 @@ class Checker {
     char16_t service[64];
     const LSTATUS rc = ztl::FindSvcFromGuid(classKey, entry.guid, service, std::size(service));
     if (rc != ERROR_NOT_FOUND) {
-      told_.insert(simulation::UpperCase(stack.Adapter()));
+      reported_.insert(simulation::UpperCase(stack.Adapter()));
       Add(FindingKind::UnownedInstance, instance, std::nullopt,
           rc == ERROR_FILE_NOT_FOUND ? "It stands in a stack, but has no MatchingDeviceId"
                                      : "It stands in a stack, but its Ndi key has no Service",
@@ -420,7 +420,7 @@ class Checker {
               "A pass cannot write its record: create the key");
         continue;
       }
-      if (told_.contains(simulation::UpperCase(LastName(change.key)))) continue;
+      if (reported_.contains(simulation::UpperCase(LastName(change.key)))) continue;
       if (!change.before)
         Add(FindingKind::MissingRecord, change.key, *change.name, "The adapter has no record of its stack",
             "A pass writes " + after);
@@ -443,7 +443,7 @@ class Checker {
   std::map<std::u16string, Names> written_;  // the records after a pass, by the upper-cased adapter
   std::vector<RegistryChange> records_;      // the adapter records that a pass changes
   std::set<std::u16string> created_;         // keys that were made for the pass
-  std::set<std::u16string> told_;            // adapters, upper-cased, whose record changes for a cause that was told
+  std::set<std::u16string> reported_;  // adapters, upper-cased, whose record changes for a cause that was reported
   bool noAdaptersKey_ = false;
   std::vector<Finding> findings_;
   std::set<std::tuple<FindingKind, std::u16string, std::string>> seen_;

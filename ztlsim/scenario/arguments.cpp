@@ -62,7 +62,7 @@ std::optional<PathNotice> ParsePathNotice(const std::string& text) {
                                                 : E_FAIL};
 }
 
-// In hexadecimal behind 0x.
+// In hexadecimal after 0x.
 std::optional<DWORD> ParseFlag(const std::string& text) {
   const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
   DWORD flag = 0;

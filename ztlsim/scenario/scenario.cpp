@@ -28,7 +28,7 @@ class SimulatedProcess final : public Process {
     simulation::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (asProcess) {
       simulation::Current().comClasses.back().create = create;
-      simulation::Current().comClasses.back().letGo = [this] { LetGo(); };
+      simulation::Current().comClasses.back().unloadUnused = [this] { UnloadIfUnused(); };
     }
     if (!entersModule_) ztl::OpenModuleLog();
   }
@@ -83,7 +83,7 @@ class SimulatedProcess final : public Process {
                                               reinterpret_cast<void**>(factory.Receive()));
     return Failed(hr) ? hr : factory->CreateInstance(outer, riid, object);
   }
-  void LetGo() {
+  void UnloadIfUnused() {
     if (ztl::DllCanUnloadNow() == S_OK) Unload(loadedByCom_);
   }
 
