@@ -29,7 +29,7 @@ void CoUninitialize() {
     machine.comInitializations.erase(thread);
   }
   for (simulation::ComClass& comClass : machine.comClasses)
-    if (std::exchange(comClass.used, false) && comClass.letGo) comClass.letGo();
+    if (std::exchange(comClass.used, false) && comClass.unloadUnused) comClass.unloadUnused();
 }
 
 HRESULT CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID riid, void** object) {

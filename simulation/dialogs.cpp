@@ -96,7 +96,7 @@ class Sheet final : public Window {
   bool applyEnabled = false;
 };
 
-// Reads on as zeros behind the end, and remembers that it did.
+// Reads on as zeros after the end, and remembers that it did.
 class TemplateReader {
  public:
   explicit TemplateReader(std::span<const BYTE> bytes) : bytes_(bytes) {}

@@ -59,7 +59,7 @@ class Dialogs {
   std::size_t Pages() const { return pages_.size(); }      // likewise
 
   HWND Add(std::unique_ptr<Window> window);
-  Window* Find(HWND handle);  // null, with the last error 1400, when there is no such window
+  Window* Find(HWND handle);  // null, with the last error ERROR_INVALID_WINDOW_HANDLE, when there is no such window
   std::vector<Window*> Children(HWND parent) const;
   LRESULT Send(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);  // 0 when there is no such window
   void Destroy(HWND handle);                                              // with its children

@@ -1,4 +1,4 @@
-// The simulated filter driver behind its control device.
+// The simulated filter driver with its control device.
 #pragma once
 
 #include <array>

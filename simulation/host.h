@@ -19,7 +19,4 @@ bool TryLock(int file, platform::LONG bytes);  // from the current position; err
 int Unlock(int file, platform::LONG bytes);
 int MakeDirectory(const std::filesystem::path& path);
 
-bool OutputIsTerminal();   // standard output is one, and shows colour
-void WriteOutputAsUtf8();  // standard output takes UTF-8 from here on
-
 }  // namespace simulation::host

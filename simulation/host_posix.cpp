@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <limits>
 
 #include "platform/files.h"
@@ -102,7 +100,7 @@ int Read(int file, void* buffer, UINT bytes) {
   char* out = text;
   for (const char* in = text; in != end; ++in)
     if (!(*in == '\r' && in + 1 != end && in[1] == '\n')) *out++ = *in;
-  // A carriage return at the end of the block belongs to the line feed behind it, if one follows.
+  // A carriage return at the end of the block belongs to the line feed after it, if one follows.
   char next;
   if (out != text && out[-1] == '\r' && end == text + count && ::read(file, &next, 1) == 1) {
     if (next == '\n')
@@ -141,13 +139,5 @@ bool TryLock(int file, LONG bytes) {
 int Unlock(int file, LONG bytes) { return Lock(file, F_UNLCK, bytes) ? 0 : Failed(); }
 
 int MakeDirectory(const std::filesystem::path& path) { return ::mkdir(path.c_str(), 0777) == 0 ? 0 : Failed(); }
-
-bool OutputIsTerminal() {
-  const char* const terminal = std::getenv("TERM");
-  return ::isatty(STDOUT_FILENO) == 1 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0 &&
-         std::getenv("NO_COLOR") == nullptr;
-}
-
-void WriteOutputAsUtf8() {}
 
 }  // namespace simulation::host

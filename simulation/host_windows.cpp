@@ -6,7 +6,6 @@
 #include <io.h>
 #include <sys/locking.h>
 #include <sys/stat.h>
-#include <windows.h>
 
 namespace simulation::host {
 
@@ -35,15 +34,5 @@ bool TryLock(int file, platform::LONG bytes) {
 int Unlock(int file, platform::LONG bytes) { return ::_locking(file, _LK_UNLCK, bytes); }
 
 int MakeDirectory(const std::filesystem::path& path) { return ::_wmkdir(path.c_str()); }
-
-// A console shows colour once it is told to understand the escape sequences.
-bool OutputIsTerminal() {
-  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
-  ::DWORD mode = 0;
-  return ::GetConsoleMode(output, &mode) != 0 &&
-         ::SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
-}
-
-void WriteOutputAsUtf8() { ::SetConsoleOutputCP(CP_UTF8); }
 
 }  // namespace simulation::host

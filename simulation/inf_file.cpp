@@ -141,7 +141,7 @@ class InfFile::Parser {
     }
   }
 
-  // Backslashes with nothing but white space or a comment behind them go on at the next line's text; others are text.
+  // Backslashes with nothing but white space or a comment after them go on at the next line's text; others are text.
   void ReadBackslashes() {
     const std::size_t start = at_;
     while (!AtEndOfLine() && (text_[at_] == u'\\' || IsSpace(text_[at_]))) ++at_;
@@ -177,7 +177,7 @@ class InfFile::Parser {
   bool isVersion_ = false;  // the section is [Version]
   Line line_ = {};
   std::size_t fieldStart_ = 0;
-  std::size_t kept_ = 0;  // the field's end in text_ without white space behind it
+  std::size_t kept_ = 0;  // the field's end in text_ without white space after it
 };
 
 LSTATUS InfFile::Read(std::string_view bytes, UINT& errorLine, bool untilSignature) {

@@ -26,7 +26,7 @@ class InfFile {
   };
 
   // Adds a text's lines. ERROR_SUCCESS, or the code of the first syntax error; then `errorLine` is its line, counted
-  // from 1, and what stood before it is kept. With `untilSignature` nothing behind the signature is read.
+  // from 1, and what stood before it is kept. With `untilSignature` nothing after the signature is read.
   LSTATUS Read(std::string_view bytes, UINT& errorLine, bool untilSignature = false);
 
   // Whether [Version] holds the signature of an INF of today's style.
@@ -39,7 +39,7 @@ class InfFile {
 
  private:
   struct Line {
-    std::size_t firstField;  // its text; the next one's is behind it
+    std::size_t firstField;  // its text; the next one's is after it
     UINT fields;             // with the key
     bool hasKey;
   };
@@ -52,7 +52,7 @@ class InfFile {
   std::optional<std::u16string_view> Key(const Line& line) const;
   std::u16string Substituted(std::u16string_view text) const;
 
-  std::u16string text_;                 // of all fields, one behind the other
+  std::u16string text_;                 // of all fields, one after the other
   std::vector<std::size_t> fieldEnds_;  // in text_
   std::vector<Section> sections_;
   std::unordered_map<std::u16string, UINT> sectionIndices_;  // by upper-cased name

@@ -55,7 +55,7 @@ struct WindowsVersion {
 struct ComClass {
   CLSID clsid;
   std::function<HRESULT(IUnknown* outer, REFIID riid, void** object)> create;
-  std::function<void()> letGo = nullptr;  // called when COM ends on a thread, if it has made an object since
+  std::function<void()> unloadUnused = nullptr;  // called when COM ends on a thread, if it has made an object since
   bool used = false;
 };
 

@@ -10,105 +10,42 @@ namespace simulation {
 
 using namespace platform;
 
+// clang-format off
+// Every operation, once. X takes its name.
+#define ZTL_OPERATIONS(X)                                                                                             \
+  /* registry */                                                                                                      \
+  X(RegOpenKeyExW) X(RegOpenKeyW) X(RegCreateKeyExW) X(RegEnumKeyExW) X(RegEnumValueW) X(RegQueryValueExW)            \
+  X(RegSetValueExW) X(RegDeleteValueW) X(RegDeleteKeyW) X(RegCloseKey)                                                \
+  /* files */                                                                                                         \
+  X(_open) X(_creat) X(_close) X(_filelength) X(_lseek) X(_read) X(_write) X(_locking) X(_mkdir)                      \
+  /* clock, debugger, system */                                                                                       \
+  X(time) X(localtime) X(strftime) X(OutputDebugStringA) X(MessageBoxA) X(WriteStandardOutput)                        \
+  X(GetWindowsDirectoryA) X(GetVersionExW) X(GetLastError) X(GetCurrentProcessId) X(GetCommandLineW)                  \
+  X(DisableThreadLibraryCalls) X(GetModuleFileNameW) X(FindResourceW)                                                 \
+  /* driver */                                                                                                        \
+  X(CreateFileW) X(DeviceIoControl) X(CloseHandle)                                                                    \
+  /* setup files, versions */                                                                                         \
+  X(SetupGetInfFileListW) X(SetupOpenInfFileW) X(SetupCloseInfFile) X(SetupFindFirstLineW) X(SetupGetStringFieldW)    \
+  X(SetupCopyOEMInfW) X(GetPrivateProfileStringW) X(GetFileVersionInfoSizeW) X(GetFileVersionInfoW)                   \
+  X(VerQueryValueW) X(GlobalAlloc) X(GlobalLock) X(GlobalUnlock) X(GlobalFree) X(GetSystemWindowsDirectoryW)          \
+  X(GetSystemDirectoryW) X(CopyFileW)                                                                                 \
+  /* dialogs */                                                                                                       \
+  X(CreatePropertySheetPageW) X(GetParent) X(GetDlgItem) X(SendMessageW) X(SetWindowTextW) X(GetWindowTextW)          \
+  X(GetWindowLongPtrW) X(SetWindowLongPtrW)                                                                           \
+  /* COM runtime */                                                                                                   \
+  X(CoInitializeEx) X(CoUninitialize) X(CoCreateInstance) X(CoFreeUnusedLibraries) X(CoTaskMemAlloc)                  \
+  X(CoTaskMemFree) X(StringFromGUID2)                                                                                 \
+  /* engine */                                                                                                        \
+  X(QueryInterface) X(AcquireWriteLock) X(ReleaseWriteLock) X(Initialize) X(Uninitialize) X(Apply) X(FindComponent)   \
+  X(QueryNetCfgClass) X(EnumComponents) X(Install) X(Next) X(Reset) X(GetPnpDevNodeId) X(OpenParamKey) X(IsBoundTo)   \
+  X(EnumBindingPaths) X(IsEnabled) X(Enable) X(GetPathToken) X(SendPnpReconfig) X(GetDeviceGuid)
+// clang-format on
+
 enum class Operation : std::uint8_t {
-  // registry
-  RegOpenKeyExW,
-  RegOpenKeyW,
-  RegCreateKeyExW,
-  RegEnumKeyExW,
-  RegEnumValueW,
-  RegQueryValueExW,
-  RegSetValueExW,
-  RegDeleteValueW,
-  RegDeleteKeyW,
-  RegCloseKey,
-  // files
-  _open,
-  _creat,
-  _close,
-  _filelength,
-  _lseek,
-  _read,
-  _write,
-  _locking,
-  _mkdir,
-  // clock, debugger, system
-  time,
-  localtime,
-  strftime,
-  OutputDebugStringA,
-  MessageBoxA,
-  WriteStandardOutput,
-  GetWindowsDirectoryA,
-  GetVersionExW,
-  GetLastError,
-  GetCurrentProcessId,
-  GetCommandLineW,
-  DisableThreadLibraryCalls,
-  GetModuleFileNameW,
-  FindResourceW,
-  // driver
-  CreateFileW,
-  DeviceIoControl,
-  CloseHandle,
-  // setup files, versions
-  SetupGetInfFileListW,
-  SetupOpenInfFileW,
-  SetupCloseInfFile,
-  SetupFindFirstLineW,
-  SetupGetStringFieldW,
-  SetupCopyOEMInfW,
-  GetPrivateProfileStringW,
-  GetFileVersionInfoSizeW,
-  GetFileVersionInfoW,
-  VerQueryValueW,
-  GlobalAlloc,
-  GlobalLock,
-  GlobalUnlock,
-  GlobalFree,
-  GetSystemWindowsDirectoryW,
-  GetSystemDirectoryW,
-  CopyFileW,
-  // dialogs
-  CreatePropertySheetPageW,
-  GetParent,
-  GetDlgItem,
-  SendMessageW,
-  SetWindowTextW,
-  GetWindowTextW,
-  GetWindowLongPtrW,
-  SetWindowLongPtrW,
-  // COM runtime
-  CoInitializeEx,
-  CoUninitialize,
-  CoCreateInstance,
-  CoFreeUnusedLibraries,
-  CoTaskMemAlloc,
-  CoTaskMemFree,
-  StringFromGUID2,
-  // engine
-  QueryInterface,
-  AcquireWriteLock,
-  ReleaseWriteLock,
-  Initialize,
-  Uninitialize,
-  Apply,
-  FindComponent,
-  QueryNetCfgClass,
-  EnumComponents,
-  Install,
-  Next,
-  Reset,
-  GetPnpDevNodeId,
-  OpenParamKey,
-  IsBoundTo,
-  EnumBindingPaths,
-  IsEnabled,
-  Enable,
-  GetPathToken,
-  SendPnpReconfig,
-  GetDeviceGuid,
-  Count
+#define ZTL_ENUMERATOR(name) name,
+  ZTL_OPERATIONS(ZTL_ENUMERATOR)
+#undef ZTL_ENUMERATOR
+      Count
 };
 
 const char* OperationName(Operation operation);

@@ -304,8 +304,8 @@ const Registry::Handle* Registry::FindHandle(HKEY key) const {
   return HandleValue(slot, handles_[slot].generation) == key ? &handles_[slot] : nullptr;
 }
 
-// The key behind `key` when that was opened with the rights `access`. `create` tells what to do for a predefined root
-// that has no key yet: create it, or find an empty key that is part of no tree.
+// The key that `key` stands for when that was opened with the rights `access`. `create` tells what to do for a
+// predefined root that has no key yet: create it, or find an empty key that is part of no tree.
 LSTATUS Registry::Resolve(HKEY key, DWORD access, bool create, RegistryKey** found) {
   if (const Handle* const handle = FindHandle(key)) {
     if (handle->key->deleted) return ERROR_KEY_DELETED;
@@ -441,7 +441,7 @@ LSTATUS Registry::SetValue(HKEY key, const char16_t* name, DWORD type, const BYT
   if (!data && dataBytes) return ERROR_NOACCESS;
   RegistryKey* at;
   if (const LSTATUS status = Resolve(key, KEY_SET_VALUE, true, &at)) return status;
-  // The character behind the data is looked at only when the last one of the data is no terminator.
+  // The character after the data is looked at only when the last one of the data is no terminator.
   const BYTE* const behind = data + dataBytes / 2 * 2;
   if (IsText(type) && dataBytes >= 2 && CharacterAt(behind - 2) && !CharacterAt(behind)) dataBytes += 2;
   at->SetValue(name ? name : u"", type, std::vector<BYTE>(data, data + dataBytes));

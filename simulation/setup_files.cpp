@@ -21,8 +21,8 @@ namespace {
 constexpr DWORD SPOST_NONE = 0;
 constexpr DWORD SP_COPY_NOOVERWRITE = 8;
 
-// What is stored beside an INF begins with this; the system's own stored forms do not, and are passed over.
-constexpr std::u16string_view kStoredForm = u"\xFEFF; ZTL stored setup information\r\n";
+// What is stored beside an INF begins with this; the system's own installed INFs do not, and are passed over.
+constexpr std::u16string_view kInstalledInfMark = u"\xFEFF; ZTL stored setup information\r\n";
 
 BOOL Fail(LSTATUS code) {
   simulation::Current().lastError = static_cast<DWORD>(code);
@@ -45,8 +45,8 @@ std::string Bytes(std::u16string_view text) {
   return bytes;
 }
 
-// Hands out a text the way SetupAPI does. False, with the last error set, when it does not fit.
-bool Give(std::u16string_view value, char16_t* text, DWORD capacity, DWORD* size) {
+// Copies a text out the way SetupAPI does. False, with the last error set, when it does not fit.
+bool CopyOut(std::u16string_view value, char16_t* text, DWORD capacity, DWORD* size) {
   const std::size_t needed = value.size() + 1;
   if (size != nullptr) *size = static_cast<DWORD>(needed);
   if (text == nullptr) return true;
@@ -60,9 +60,9 @@ bool HasExtension(std::u16string_view name, std::u16string_view extension) {
          simulation::UpperCase(name.substr(name.size() - extension.size())) == extension;
 }
 
-// The real file of the stored form beside an INF. It is looked for in this letter case alone: a search for every INF of
-// a large directory would take long.
-fs::path StoredFormPath(fs::path inf) { return inf.replace_extension(".PNF"); }
+// The real file of the installed INF beside an INF. It is looked for in this letter case alone: a search for every INF
+// of a large directory would take long.
+fs::path InstalledInfPath(fs::path inf) { return inf.replace_extension(".PNF"); }
 
 // Reads an INF for its contents. ERROR_SUCCESS, or why it is none.
 LSTATUS Load(std::string_view bytes, InfFile& inf, UINT& errorLine) {
@@ -119,9 +119,9 @@ std::u16string OemName(const fs::path& directory, std::string_view bytes, bool& 
   return simulation::Utf8ToUtf16("oem" + std::to_string(number) + ".inf");
 }
 
-// The stored form that tells where an INF came from.
-std::string StoredForm(std::u16string_view mediaLocation) {
-  std::u16string text(kStoredForm);
+// The installed INF that records where an INF came from.
+std::string InstalledInf(std::u16string_view mediaLocation) {
+  std::u16string text(kInstalledInfMark);
   text += u"[InfSourcePathInfo]\r\nOriginalInfSourcePath = \"";
   for (const char16_t c : mediaLocation) text.append(c == u'"' || c == u'%' ? 2 : 1, c);
   return Bytes(text + u"\"\r\n");
@@ -149,7 +149,7 @@ BOOL SetupGetInfFileListW(const char16_t* directory, DWORD style, char16_t* list
   std::sort(names.begin(), names.end());
   std::u16string text;
   for (const auto& name : names) text.append(name.second).push_back(u'\0');
-  return Give(text, list, capacity, size) ? 1 : 0;
+  return CopyOut(text, list, capacity, size) ? 1 : 0;
 }
 
 HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD style, UINT* errorLine) {
@@ -172,8 +172,8 @@ HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD sty
     return fail(rc);
   }
   if (infClass != nullptr && !IsOfClass(*inf, infClass)) return fail(ERROR_CLASS_MISMATCH);
-  const auto stored = simulation::ReadFile(StoredFormPath(real), rc);
-  if (stored && stored->starts_with(Bytes(kStoredForm))) inf->Read(*stored, line);
+  const auto stored = simulation::ReadFile(InstalledInfPath(real), rc);
+  if (stored && stored->starts_with(Bytes(kInstalledInfMark))) inf->Read(*stored, line);
   InfFile* const handle = inf.get();
   const std::lock_guard lock(machine.mutex);
   machine.openInfs.emplace(handle, std::move(inf));
@@ -203,7 +203,7 @@ BOOL SetupGetStringFieldW(const INFCONTEXT* line, DWORD field, char16_t* text, D
   return WithInf(line->CurrentInf, [=](const InfFile& file) {
     const std::optional<std::u16string> value = file.Field({line->Section, line->Line}, field);
     if (!value) return Fail(ERROR_INVALID_PARAMETER);
-    return Give(*value, text, capacity, size) ? 1 : 0;
+    return CopyOut(*value, text, capacity, size) ? 1 : 0;
   });
 }
 
@@ -230,11 +230,11 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
     const std::u16string_view place(source);
     const std::u16string_view media =
         mediaLocation != nullptr ? mediaLocation : place.substr(0, place.find_last_of(u"\\/"));
-    const fs::path stored = StoredFormPath(files.RealPath(path.c_str()));
-    // The stored form comes first: an INF without one would have lost where it came from.
+    const fs::path stored = InstalledInfPath(files.RealPath(path.c_str()));
+    // The installed INF comes first: an INF without one would have lost where it came from.
     if (mediaType == SPOST_NONE) {
       fs::remove(stored, error);
-    } else if (simulation::WriteFileWhole(stored, StoredForm(media))) {
+    } else if (simulation::WriteFileWhole(stored, InstalledInf(media))) {
       return Fail(ERROR_ACCESS_DENIED);
     }
     if (!isThere && simulation::WriteFileWhole(files.RealPath(path.c_str()), *bytes)) {
@@ -242,7 +242,7 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
       return Fail(ERROR_ACCESS_DENIED);
     }
   }
-  if (!Give(path, destination, capacity, size)) return 0;
+  if (!CopyOut(path, destination, capacity, size)) return 0;
   if (component != nullptr && destination != nullptr) *component = destination + directory.size() + 1;
   return isThere && (copyStyle & SP_COPY_NOOVERWRITE) != 0 ? Fail(ERROR_FILE_EXISTS) : 1;
 }

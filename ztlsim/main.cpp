@@ -6,29 +6,26 @@
 #include <iterator>
 #include <map>
 #include <new>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "module/version.h"
-#include "simulation/host.h"
 #include "simulation/machine.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/input/registry_export.h"
 #include "ztlsim/inspect/check.h"
 #include "ztlsim/report/report.h"
-#include "ztlsim/scenario/arguments.h"
 #include "ztlsim/scenario/scenario.h"
+#include "ztlsim/terminal.h"
 #include "ztlsim/text_encoding.h"
 
 namespace {
 
 using namespace ztlsim;
-namespace host = simulation::host;
 
 enum ExitStatus { kSuccess = 0, kMethodFailed = 1, kBadInput = 2, kFindings = 3 };
-
-const std::map<std::string, Scenario> kScenariosByName(std::begin(kScenarios), std::end(kScenarios));
 
 struct Options {
   std::string scenario;
@@ -47,22 +44,15 @@ struct Options {
   bool json = false;
 };
 
-// The options that only one scenario takes.
-struct CallOption {
-  const char* name;
-  const char* scenario;
-  const char* typeName;
-  const char* description;
-};
-constexpr CallOption kCallOptions[] = {
-    {"--path", "notify", "TOKEN=on|off|error", "tell of a binding path in this state"},
-    {"--change", "notify", "FLAG", "the change flag of what is told"},
-    {"--adapter", "properties", "GUID", "of this adapter's connection"},
-    {"--param1", "properties", "TEXT", "type this as the first parameter"},
-    {"--bundle-id", "properties", "TEXT", "type this as the bundle identifier"},
-    {"--page", "properties", "ok|cancel|apply", "press this button; ok when not given"},
-    {"--again", "properties", "", "open the page a second time, and cancel it"},
-};
+// As a list in a sentence: "install, upgrade or load".
+std::string ScenarioNames() {
+  std::string names;
+  for (const Scenario& scenario : kScenarios) {
+    const bool isLast = &scenario == std::end(kScenarios) - 1;
+    names += (names.empty() ? "" : isLast ? " or " : ", ") + std::string(scenario.name);
+  }
+  return names;
+}
 
 int Complain(const std::string& message, int status) {
   std::fprintf(stderr, "ztlsim: %s\n", message.c_str());
@@ -86,7 +76,7 @@ int Run(const Options& options, simulation::Machine& machine) {
     if (std::filesystem::create_directories(windows, error); error)
       return Complain(windows.string() + ": " + error.message(), kBadInput);
     if (const auto trouble = PlaceInstallationFiles(options.files)) return Complain(*trouble, kBadInput);
-    result = RunScenario(options.calls, options.process);
+    result = RunScenario(*FindScenario(options.scenario), options.calls, options.process);
   }
   int status = kSuccess;
   if (!options.out.empty())
@@ -97,7 +87,7 @@ int Run(const Options& options, simulation::Machine& machine) {
       status = Complain(*error, kMethodFailed);
   for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
   const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)
-                                         : FormatRun(options.scenario, result, host::OutputIsTerminal()));
+                                         : FormatRun(options.scenario, result, OutputIsTerminal()));
   if (printed != kSuccess) status = printed;
   return result.Failed() ? kMethodFailed : status;
 }
@@ -123,10 +113,9 @@ int Main(int argc, char** argv) {
       app.add_subcommand("check", "What is wrong with the machine, and what will happen because of it");
   addMachine(check);
   CLI::App* const run = app.add_subcommand("run", "Run a scenario and show what it changes");
-  run->add_option("SCENARIO", options.scenario,
-                  "install, upgrade, remove, notify, properties, reinstall, register, unregister or load")
-      ->required()
-      ->check(CLI::IsMember(kScenariosByName));
+  std::set<std::string> scenarioNames;
+  for (const Scenario& scenario : kScenarios) scenarioNames.insert(scenario.name);
+  run->add_option("SCENARIO", options.scenario, ScenarioNames())->required()->check(CLI::IsMember(scenarioNames));
   addMachine(run);
   run->add_option("--os", options.os, "Windows version; 10.0 when not given")->type_name("MAJOR.MINOR[.SP]");
   run->add_option("--root", options.root, "Directory that stands for drive C: and is kept")->type_name("DIR");
@@ -144,13 +133,14 @@ int Main(int argc, char** argv) {
       ->type_name("DIR");
   run->add_option("--inf", options.files.infFiles, "INF files to put into the INF directory")->type_name("FILE");
   run->add_option("--driver-file", options.files.driverFile, "The installed driver's file")->type_name("FILE");
-  for (const CallOption& option : kCallOptions) {
-    const bool isFlag = *option.typeName == '\0', isRepeatable = option.name == std::string("--path");
-    CLI::Option* const added = run->add_option(option.name, options.callOptions[option.name],
-                                               std::string(option.scenario) + ": " + option.description);
-    added->type_name(option.typeName)->allow_extra_args(false);
-    added->expected(isFlag ? 0 : 1, isFlag ? 0 : isRepeatable ? CLI::detail::expected_max_vector_size : 1);
-  }
+  for (const Scenario& scenario : kScenarios)
+    for (const CallOption& option : scenario.options) {
+      const bool isFlag = *option.typeName == '\0';
+      CLI::Option* const added = run->add_option(option.name, options.callOptions[option.name],
+                                                 std::string(scenario.name) + ": " + option.description);
+      added->type_name(option.typeName)->allow_extra_args(false);
+      added->expected(isFlag ? 0 : 1, isFlag ? 0 : option.isRepeatable ? CLI::detail::expected_max_vector_size : 1);
+    }
   run->add_flag("--process", options.process,
                 "Load the module, ask it for its class object and unload it, as a process of its own does");
   try {
@@ -163,17 +153,17 @@ int Main(int argc, char** argv) {
     if (option->count() > 0 && option->get_expected_max() > 0 && option->get_type_size() > 0 &&
         option->results().front().empty() && option->get_type_name() != "TEXT")
       return Complain(option->get_name() + ": an empty name", kBadInput);
-  if (run->parsed()) options.calls.scenario = kScenariosByName.at(options.scenario);
-  for (const CallOption& option : kCallOptions)
-    for (const std::string& text : options.callOptions[option.name]) {
-      if (options.scenario != option.scenario)
-        return Complain(std::string(option.name) + ": only the scenario " + option.scenario + " takes it", kBadInput);
-      if (const auto expected = ReadCallOption(option.name, text, options.calls))
-        return Complain(option.name + (" " + text) + ": expected " + *expected, kBadInput);
-    }
+  for (const Scenario& scenario : kScenarios)
+    for (const CallOption& option : scenario.options)
+      for (const std::string& text : options.callOptions[option.name]) {
+        if (options.scenario != scenario.name)
+          return Complain(std::string(option.name) + ": only the scenario " + scenario.name + " takes it", kBadInput);
+        if (const auto expected = option.read(text, options.calls))
+          return Complain(option.name + (" " + text) + ": expected " + *expected, kBadInput);
+      }
   if (!options.out.empty() && options.out == options.changes)
     return Complain("--out and --changes name the same file", kBadInput);
-  host::WriteOutputAsUtf8();
+  WriteOutputAsUtf8();
   simulation::Machine machine;
   const simulation::CurrentMachine current(machine);
   const auto version = ParseWindowsVersion(options.os);

@@ -23,7 +23,7 @@ namespace {
 constexpr char16_t kNotifyingComponent[] = u"qro_ztl";
 constexpr CLSID kNotifyClass{0x5B1E7C42, 0x93D0, 0x4F6A, {0x8E, 0x25, 0xC0, 0x7A, 0x1D, 0x39, 0xB4, 0xE8}};
 
-// Where the components of a device class have their instance keys, and whether a device stands behind them.
+// Where the components of a device class have their instance keys, and whether they have a device.
 struct ComponentClass {
   GUID guid;
   const char16_t* key;

@@ -46,12 +46,11 @@ struct Engine {
   std::atomic<std::int64_t> objects{0};   // objects that have not been released
 
   // How things stand; for the engine itself.
-  std::u16string lockHolder;  // the description of the process's own first holder
-  int lockHolders = 0;        // its sessions that hold the write lock
-  int unloading = 0;          // sessions that are giving back their notify object
-  std::uint64_t changes = 0;  // made to the stacks by Apply
-  std::map<std::u16string, std::u16string>
-      lastStacks;  // virtual adapters that left a stack, and its bottom, upper-cased
+  std::u16string lockHolder;                            // the description of the process's own first holder
+  int lockHolders = 0;                                  // its sessions that hold the write lock
+  int unloading = 0;                                    // sessions that are giving back their notify object
+  std::uint64_t changes = 0;                            // made to the stacks by Apply
+  std::map<std::u16string, std::u16string> lastStacks;  // as StackLinkage::TakeOut writes it
 };
 
 // Each gives an object with one reference, which the caller releases; none outlives the current machine.

@@ -1,6 +1,8 @@
 // The adapter stacks as the registry's linkage describes them, and how an intermediate driver's virtual adapter is
 // taken out of a stack or put on top of it.
 //
+// The engine has a reader of its own on purpose: it must not lean on the module or the tool that it is to check.
+//
 // A stack is known by its bottom, the adapter that the "RootDevice" lists of all its instances end with. Texts compare
 // as registry names do.
 #pragma once
@@ -60,11 +62,12 @@ class StackLinkage {
   // Both write the registry and bring this object up to date. A failure is that of the first write that failed.
   //
   // Takes every virtual adapter of the filter out of the stack. Who stood above is bound to who stands below; the
-  // stack's own virtual adapters of the filter stay, bound to nothing.
+  // stack's own virtual adapters of the filter stay, bound to nothing. `lastStacks` gets an entry for each that leaves:
+  // its name and the stack's bottom, both upper-cased.
   LSTATUS TakeOut(const FilterDriver& filter, std::u16string_view bottom,
                   std::map<std::u16string, std::u16string>& lastStacks);
   // Puts a virtual adapter of the filter that stands in no stack on top: the first that left this stack, else the first
-  // of all, else a new one. 2 when the bottom is not there any more.
+  // of all, else a new one. ERROR_FILE_NOT_FOUND when the bottom is not there any more.
   LSTATUS PutOnTop(const FilterDriver& filter, std::u16string_view bottom,
                    const std::map<std::u16string, std::u16string>& lastStacks);
 

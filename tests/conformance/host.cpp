@@ -6,7 +6,7 @@
 #include "tests/conformance/real_registry.h"
 #include "tests/conformance/real_sheet.h"
 #include "tests/conformance/write_lines.h"
-#include "ztlsim/scenario/arguments.h"
+#include "ztlsim/scenario/scenarios.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
 
@@ -117,20 +117,18 @@ Json Run(const std::string& scenario, std::map<std::string, std::string>& option
   engine.start(Utf8ToUtf16(options["--lock-held"]).c_str(), options["--second-lock"] != "refuse");
   Json report;
   RealProcess process(engine);
-  for (const auto& [name, known] : ztlsim::kScenarios) {
-    if (name != scenario) continue;
-    ztlsim::CallOptions calls{};
-    calls.scenario = known;
-    for (const auto& [option, text] : options)
-      if (ztlsim::ReadCallOption(option, text, calls)) Complain("cannot use the option", option);
-    report["result"] = Json::object();
-    for (const auto& [method, hr] : ztlsim::MakeCalls(calls, process)) {
-      char text[16];
-      std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(hr));
-      report["result"][method] = text;
-    }
+  const ztlsim::Scenario* const known = ztlsim::FindScenario(scenario);
+  if (known == nullptr) Complain("no scenario", scenario);
+  ztlsim::CallOptions calls;
+  for (const ztlsim::CallOption& option : known->options)
+    if (const auto given = options.find(option.name); given != options.end() && option.read(given->second, calls))
+      Complain("cannot use the option", option.name);
+  report["result"] = Json::object();
+  for (const auto& [method, hr] : known->calls(calls, process)) {
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(hr));
+    report["result"][method] = text;
   }
-  if (report.is_null()) Complain("no scenario", scenario);
   const Json& pages = process.ShownPages();
   report["page"] = pages.empty() ? Json(nullptr) : pages[0];
   if (pages.size() > 1) report["page"]["again"] = pages[1]["opened"];

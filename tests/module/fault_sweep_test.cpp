@@ -19,6 +19,7 @@
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/scenario/host_process.h"
 #include "ztlsim/scenario/registry_changes.h"
+#include "ztlsim/scenario/scenarios.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztl_test {
@@ -26,7 +27,6 @@ namespace {
 
 using namespace platform;
 using simulation::Operation;
-using ztlsim::Scenario;
 
 // How often the same kind of call fails: the same operation on the same name, or one without a name.
 constexpr int kFailuresPerKind = 2, kFailuresWithoutName = 6;
@@ -34,7 +34,7 @@ constexpr int kFailuresPerKind = 2, kFailuresWithoutName = 6;
 struct SweptRun {
   std::string name;
   const char* sample;
-  ztlsim::CallOptions calls;
+  const char* scenario;
   DWORD windows = 10;
   bool driver = false, package = false;
 };
@@ -103,12 +103,17 @@ class FaultSweepTest : public MachineTest {
             kind += unit < 0x80 ? static_cast<char>(unit) : '?';
         kinds->push_back(kind);
       };
+    const ztlsim::Scenario& scenario = *ztlsim::FindScenario(run.scenario);
+    ztlsim::CallOptions options;
+    if (scenario.name == std::string("notify")) options.paths = {{u"qro_ztl->x", S_OK}};
+    options.adapter = GUID{0x635699C6, 0xF3BE, 0x4629, {0xBC, 0xED, 0x47, 0xAB, 0x3C, 0x5D, 0x1A, 0xEE}};
+    options.page.texts = {{ztl::kParam1Control, u"one"}};
     machine.faults = std::move(faults);
     const std::uint64_t before = machine.Calls();
     Outcome outcome;
     {
-      SweptProcess process(ztlsim::IsTransaction(run.calls.scenario));
-      outcome.results = ztlsim::MakeCalls(run.calls, process);
+      SweptProcess process(scenario.use == ztlsim::ModuleUse::Transaction);
+      outcome.results = scenario.calls(options, process);
     }
     outcome.calls = machine.Calls() - before;
     machine.faults.clear();
@@ -156,27 +161,18 @@ std::u16string ExportText(const std::string& bytes) {
 }
 
 TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
-  const GUID adapter{0x635699C6, 0xF3BE, 0x4629, {0xBC, 0xED, 0x47, 0xAB, 0x3C, 0x5D, 0x1A, 0xEE}};
-  const auto of = [&adapter](Scenario scenario) {
-    ztlsim::CallOptions calls{};
-    calls.scenario = scenario;
-    if (scenario == Scenario::Notify) calls.paths = {{u"qro_ztl->x", S_OK}};
-    if (scenario == Scenario::Properties) calls.adapter = adapter;
-    if (scenario == Scenario::Properties) calls.page.texts = {{ztl::kParam1Control, u"one"}};
-    return calls;
-  };
-  const SweptRun runs[] = {{"upgrade", "loop", of(Scenario::Upgrade)},
-                           {"upgrade with exclusions", "windows-5.2", of(Scenario::Upgrade), 5},
-                           {"install a package", "saved-parameters", of(Scenario::Install), 10, false, true},
-                           {"remove, with a driver", "saved-parameters", of(Scenario::Remove), 10, true},
-                           {"upgrade that reorders", "laptop", of(Scenario::Upgrade)},
-                           {"notify", "loop", of(Scenario::Notify)},
-                           {"properties", "laptop", of(Scenario::Properties)},
-                           {"reinstall", "saved-parameters", of(Scenario::Reinstall)},
-                           {"register", "loop", of(Scenario::Register)},
-                           {"unregister, with a driver", "saved-parameters", of(Scenario::Unregister), 10, true},
-                           {"unregister", "saved-parameters", of(Scenario::Unregister)},
-                           {"load", "loop", of(Scenario::Load)}};
+  const SweptRun runs[] = {{"upgrade", "loop", "upgrade"},
+                           {"upgrade with exclusions", "windows-5.2", "upgrade", 5},
+                           {"install a package", "saved-parameters", "install", 10, false, true},
+                           {"remove, with a driver", "saved-parameters", "remove", 10, true},
+                           {"upgrade that reorders", "laptop", "upgrade"},
+                           {"notify", "loop", "notify"},
+                           {"properties", "laptop", "properties"},
+                           {"reinstall", "saved-parameters", "reinstall"},
+                           {"register", "loop", "register"},
+                           {"unregister, with a driver", "saved-parameters", "unregister", 10, true},
+                           {"unregister", "saved-parameters", "unregister"},
+                           {"load", "loop", "load"}};
   std::ostringstream found;
   int faults = 0;
   for (const SweptRun& run : runs) {

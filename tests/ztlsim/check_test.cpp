@@ -112,7 +112,7 @@ TEST_F(Check, FindsEachFaultOnceAndChangesNothing) {
     EXPECT_EQ(Dump(machine_.registry.Root()), before);
     std::string found;
     for (const Finding& finding : findings)
-      found += (found.empty() ? "" : "; ") + finding.kind + " " +
+      found += (found.empty() ? "" : "; ") + std::string(FindingName(finding.kind)) + " " +
                Utf16ToUtf8(finding.value.value_or(finding.key.substr(finding.key.rfind(u'\\') + 1)));
     EXPECT_EQ(found, c.found) << FormatFindings(findings);
     if (!findings.empty())
@@ -121,12 +121,19 @@ TEST_F(Check, FindsEachFaultOnceAndChangesNothing) {
 }
 
 TEST_F(Check, PrintsALineAFinding) {
-  const std::vector<Finding> findings = {{"a", u"K\\\u00e9\n", u"v", "T", "C \x1b"},
-                                         {"b", u"k", std::nullopt, "T", "C"}};
-  EXPECT_EQ(FormatFindings(findings), "K\\\u00e9\\x0a, v: T. C \\x1b. [a]\nk: T. C. [b]\n2 findings\n");
+  const std::vector<Finding> findings = {{FindingKind::BindLoop, u"K\\\u00e9\n", u"v", "T", "C \x1b"},
+                                         {FindingKind::MissingKey, u"k", std::nullopt, "T", "C"}};
+  EXPECT_EQ(FormatFindings(findings),
+            "K\\\u00e9\\x0a, v: T. C \\x1b. [bind-loop]\nk: T. C. [missing-key]\n2 findings\n");
   EXPECT_EQ(FormatFindings({}), "No findings.\n");
   const auto json = nlohmann::json::parse(FormatFindingsAsJson(findings))["findings"];
-  EXPECT_EQ(json[1].dump(), R"({"consequence":"C","key":"k","kind":"b","text":"T","value":null})");
+  EXPECT_EQ(json[1].dump(), R"({"consequence":"C","key":"k","kind":"missing-key","text":"T","value":null})");
+}
+
+TEST_F(Check, EveryKindStandsInTheGuide) {
+  std::string rows = "| kind | what is wrong |\n|---|---|\n";
+  for (const FindingRow& row : kFindingKinds) rows += "| `" + std::string(row.name) + "` | " + row.what + " |\n";
+  EXPECT_NE(ReadFile(ZTL_SOURCE_DIR "/docs/ztlsim.md").find(rows + "\n"), std::string::npos) << rows;
 }
 
 }  // namespace

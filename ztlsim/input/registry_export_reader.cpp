@@ -124,7 +124,7 @@ class Parser {
   }
 
  private:
-  // The unit at `index`; 0 behind the end. A NUL in the file fits nowhere, so nothing has to tell the two apart but
+  // The unit at `index`; 0 after the end. A NUL in the file fits nowhere, so nothing has to tell the two apart but
   // the messages.
   char16_t At(std::size_t index) const { return index < text_.size() ? text_[index] : u'\0'; }
   bool AtLineBreak() const { return At(pos_) == u'\n' || At(pos_) == u'\r'; }
@@ -204,7 +204,7 @@ class Parser {
     if (key_ != nullptr && key_->values.size() < kMaxShrunk) key_->values.shrink_to_fit();
     key_ = nullptr;
     const std::size_t end = LineEnd();
-    std::size_t close = pos_;  // the first bracket behind which the line may end, else the last one
+    std::size_t close = pos_;  // the first bracket after which the line may end, else the last one
     for (std::size_t i = pos_; i < end; ++i) {
       if (At(i) != u']') continue;
       close = i;
@@ -271,7 +271,7 @@ class Parser {
     return true;
   }
 
-  // What stands behind the =, into data_. `expected` says what may stand behind it.
+  // What stands after the =, into data_. `expected` says what may stand after it.
   bool Data(DWORD& type, std::string_view& expected) {
     data_.clear();
     if (At(pos_) == u'"') {
@@ -353,7 +353,7 @@ class Parser {
       expected = "a byte of one or two hexadecimal digits";
       if (!SkipContinuation()) return false;
       int byte = HexDigit(At(pos_));
-      if (byte < 0) return true;  // no data, or a comma behind the last byte
+      if (byte < 0) return true;  // no data, or a comma after the last byte
       const int second = HexDigit(At(++pos_));
       if (second >= 0) {
         byte = byte << 4 | second;
@@ -366,7 +366,7 @@ class Parser {
     return true;
   }
 
-  // Passes blanks and, behind a backslash, the rest of the line with any empty lines and comments below it.
+  // Passes blanks and, after a backslash, the rest of the line with any empty lines and comments below it.
   bool SkipContinuation() {
     SkipBlanks();
     while (Accept(u'\\')) {

@@ -75,7 +75,7 @@ void RegistryMerger::DeleteKey(const Path& path) {
     key = parent->deleted ? nullptr : FindSubkey(*parent, name);
     if (key == nullptr) return;
   }
-  Settle(*key);
+  Flush(*key);
   if (Subkeys* const many = ManySubkeys(*parent)) parent->subkeys.push_back(many->extract(key->upperName).mapped());
   parent->DeleteSubkey(path.back());
 }
@@ -100,7 +100,7 @@ void RegistryMerger::DeleteValue(RegistryKey& key, const std::u16string& name) {
   }
 }
 
-void RegistryMerger::Settle(RegistryKey& top) {
+void RegistryMerger::Flush(RegistryKey& top) {
   if (manySubkeys_.empty() && manyValues_.empty()) return;
   std::vector<RegistryKey*> pending{&top};
   while (!pending.empty()) {

@@ -19,7 +19,7 @@ class RegistryMerger {
   using Path = std::vector<std::u16string_view>;  // a name for each level, from the hive on; never empty
 
   explicit RegistryMerger(simulation::Registry& registry) : root_(registry.Root()) {}
-  ~RegistryMerger() { Settle(root_); }
+  ~RegistryMerger() { Flush(root_); }
   RegistryMerger(const RegistryMerger&) = delete;
   RegistryMerger& operator=(const RegistryMerger&) = delete;
 
@@ -37,7 +37,7 @@ class RegistryMerger {
   Subkeys* ManySubkeys(simulation::RegistryKey& key);  // null while they are few
   Places* ManyValues(simulation::RegistryKey& key);    // null while they are few
   simulation::RegistryKey* FindSubkey(simulation::RegistryKey& key, std::u16string_view name);
-  void Settle(simulation::RegistryKey& top);  // gives it and all below it their usual form
+  void Flush(simulation::RegistryKey& top);  // gives it and all below it their usual form
 
   simulation::RegistryKey& root_;
   // By upper-cased name: the subkeys, which the key itself is without for now, and where in the key the values are.

@@ -25,7 +25,6 @@ using namespace platform;
 
 namespace {
 
-constexpr char kUnreadable[] = "unreadable-value";
 const std::u16string kMachine = u"HKEY_LOCAL_MACHINE\\";
 
 enum class Place { Instance, InstanceLinkage, InstanceNdi, Network, ServiceNdi, TransportNdi, Parameters };
@@ -114,14 +113,14 @@ class Checker {
   }
 
  private:
-  void Add(const char* kind, const std::u16string& key, const std::optional<std::u16string>& value,
+  void Add(FindingKind kind, const std::u16string& key, const std::optional<std::u16string>& value,
            const std::string& text, const std::string& consequence) {
     if (seen_.emplace(kind, key, text).second) findings_.push_back({kind, key, value, text, consequence});
   }
-  // Whether a value that is not read, in the key or below it, has been told as the cause already.
+  // Whether a value that is not read, in the key or below it, has been reported as the cause already.
   bool Unreadable(const std::u16string& key) const {
     return std::any_of(findings_.begin(), findings_.end(), [&](const Finding& finding) {
-      return finding.kind == kUnreadable && (finding.key + u'\\').starts_with(key + u'\\');
+      return finding.kind == FindingKind::UnreadableValue && (finding.key + u'\\').starts_with(key + u'\\');
     });
   }
 
@@ -142,10 +141,10 @@ class Checker {
         {ztl::kNetServiceClassKey, "No driver is known: a pass ends at once"},
         {ztl::kNetTransClassKey, "No transport is known: a pass deletes the adapter records and ends"},
         {ztl::kParametersKey, "The order is taken as \"Others\" alone, and no adapter record is written"}};
-    std::u16string missing = u" ";  // what is below a missing key is not told
+    std::u16string missing = u" ";  // what is below a missing key is not reported
     for (const auto& [path, consequence] : kNeeded)
       if (Contains(before_.missingKeys, kMachine + path) && !std::u16string_view(path).starts_with(missing))
-        Add("missing-key", kMachine + (missing = path), std::nullopt, "The key is missing", consequence);
+        Add(FindingKind::MissingKey, kMachine + (missing = path), std::nullopt, "The key is missing", consequence);
     KeyNames<ztl::kSetOrderPathCapacity>(ztl::kNetAdapterClassKey, ztl::kLinkageSuffix);
     KeyNames<ztl::kComponentNameCapacity>(ztl::kNetServiceClassKey, ztl::kNdiSuffix);
     KeyNames<ztl::kComponentNameCapacity>(ztl::kNetTransClassKey, ztl::kNdiSuffix);
@@ -164,7 +163,7 @@ class Checker {
     if (names.Code() == ERROR_MORE_DATA && std::any_of(hidden.begin(), hidden.end(), [suffix](const auto& subkey) {
           return suffix.empty() || subkey->FindSubkey(suffix.substr(1)) != nullptr;
         }))
-      Add("long-key-name", FullPath(path + (u'\\' + hidden.front()->name)), std::nullopt,
+      Add(FindingKind::LongKeyName, FullPath(path + (u'\\' + hidden.front()->name)), std::nullopt,
           "The name of this key is longer than the " + std::to_string(Capacity - 1 - suffix.size()) +
               " characters that searches take in",
           "Searches end here: neither this key nor those behind it are found");
@@ -183,7 +182,8 @@ class Checker {
     const std::u16string services = FullPath(ztl::kNetServiceClassKey);
     if (before_.ownClass.empty() && !Unreadable(services) &&
         !Contains(before_.missingKeys, kMachine + ztl::kNetServiceClassKey))
-      Add("no-filter-class", services, std::nullopt, "No component of the service ZTL has a filter class that is read",
+      Add(FindingKind::NoFilterClass, services, std::nullopt,
+          "No component of the service ZTL has a filter class that is read",
           "A pass ends at once: nothing is sorted, and no adapter record is changed");
   }
 
@@ -207,7 +207,7 @@ class Checker {
         continue;
       }
       const std::string size = std::to_string(value->data.size()) + " bytes";
-      Add(kUnreadable, fullPath, rule.name,
+      Add(FindingKind::UnreadableValue, fullPath, rule.name,
           value->type != rule.type ? "It is of type " + TypeName(value->type) + ", and read as " + TypeName(rule.type)
           : value->data.size() > rule.limit
               ? "It has " + size + ", and at most " + std::to_string(rule.limit) + " are read"
@@ -222,7 +222,7 @@ class Checker {
     std::size_t needed = 1;
     for (const std::u16string& entry : ListOf(value)) needed += entry.size() + 1;
     auto add = [&](const std::string& text, const char* consequence) {
-      Add("malformed-multi-string", key, value.name, text, consequence);
+      Add(FindingKind::MalformedMultiString, key, value.name, text, consequence);
     };
     const std::span data(value.data.data(), characters * 2);
     const auto behind = data.subspan(std::min(needed, characters) * 2);
@@ -250,7 +250,7 @@ class Checker {
         Unknown(entry);
     }
   }
-  void AddOrder(const char* kind, const std::u16string& entry, const std::string& text,
+  void AddOrder(FindingKind kind, const std::u16string& entry, const std::string& text,
                 const std::string& consequence) {
     Add(kind, FullPath(ztl::kParametersKey), ztl::kImOrderValue, "The entry " + Quote(entry) + " " + text, consequence);
   }
@@ -259,7 +259,7 @@ class Checker {
   bool ClassDrivers(const std::u16string& entry, const std::u16string& className) {
     char16_t services[ztl::kClassServicesCapacity] = {};
     if (ztl::ReturnFilterClassIMs(className, services, ztl::kClassServicesCapacity) != ERROR_SUCCESS) {
-      AddOrder("order-entry-does-not-fit", entry,
+      AddOrder(FindingKind::OrderEntryDoesNotFit, entry,
                "stands for the class " + Quote(className) + ", whose drivers' names fill more than " +
                    std::to_string(ztl::kClassServicesCapacity - 1) + " characters",
                "The order ends before this entry: the drivers of this one and those behind it are not moved");
@@ -267,7 +267,7 @@ class Checker {
     }
     const MultiStringView drivers(services);
     if (drivers.Empty() && entry == className)
-      AddOrder("class-without-drivers", entry, "is a filter class that no installed driver belongs to",
+      AddOrder(FindingKind::ClassWithoutDrivers, entry, "is a filter class that no installed driver belongs to",
                "It has no effect until such a driver is installed");
     Names own;
     for (const std::u16string_view driver : drivers)
@@ -279,7 +279,7 @@ class Checker {
   void Fit(const std::u16string& entry, Names drivers) {
     std::erase_if(drivers, [this](const std::u16string& driver) { return Contains(before_.imList, driver); });
     if (!drivers.empty())
-      AddOrder("order-entry-does-not-fit", entry,
+      AddOrder(FindingKind::OrderEntryDoesNotFit, entry,
                "stands for drivers that the order has no room for: " + Chain(drivers),
                "They are not moved, and none moves past them: shorten the order to " +
                    std::to_string(ztl::kImListCapacity - 1) + " characters of services and " +
@@ -291,13 +291,13 @@ class Checker {
     char16_t ownClass[ztl::kClassListCapacity];
     DWORD capacity = ztl::kClassListCapacity;
     if (ztl::ReturnFilterClassIMs(entry, services, ztl::kClassServicesCapacity) != ERROR_SUCCESS || *services != 0)
-      AddOrder("order-entry-unknown", entry, "is a class of drivers that FilterClasses does not list",
+      AddOrder(FindingKind::OrderEntryUnknown, entry, "is a class of drivers that FilterClasses does not list",
                "A pass passes over it: add the class to FilterClasses");
     else if (ztl::GetFilterClass(entry.c_str(), ownClass, &capacity) == ERROR_NOT_FOUND)
-      AddOrder("order-entry-unknown", entry, "names no filter class and no installed driver",
+      AddOrder(FindingKind::OrderEntryUnknown, entry, "names no filter class and no installed driver",
                "A pass passes over it: correct or remove it");
     else if (!Unreadable(FullPath(ztl::kNetServiceClassKey)))
-      AddOrder("order-entry-unknown", entry, "names a driver without FilterDeviceInfId",
+      AddOrder(FindingKind::OrderEntryUnknown, entry, "names a driver without FilterDeviceInfId",
                "The driver is not moved, and none moves past it");
   }
 
@@ -328,13 +328,15 @@ class Checker {
     UniqueKey classKey;
     if (classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_ALL_ACCESS) != ERROR_SUCCESS) return;
     const auto first = std::ssize(findings_);
-    for (const AdapterStack& stack : before_.stacks) {
+    for (const StackPair& pair : PairStacks(before_.stacks, after_.stacks)) {
+      if (!pair.before) continue;
+      const AdapterStack& stack = *pair.before;
       const std::u16string linkage = LinkagePath(stack.top);
       for (std::size_t level = 0; level < stack.entries.size(); ++level) Entry(classKey.Get(), stack, level);
       if (!stack.entries.empty())
-        Compare(stack, linkage);
+        Compare(pair, linkage);
       else if (!Unreadable(linkage))
-        Add("missing-root-device", linkage, u"RootDevice", "A transport is bound above, but there is no stack",
+        Add(FindingKind::MissingRootDevice, linkage, u"RootDevice", "A transport is bound above, but there is no stack",
             "A pass leaves the instance out, and its adapter has no record");
     }
     std::stable_sort(findings_.begin() + first, findings_.end(), [](const Finding& a, const Finding& b) {
@@ -343,31 +345,31 @@ class Checker {
   }
 
   // Compares the stack with what a pass makes of it, and with the record that it writes.
-  void Compare(const AdapterStack& stack, const std::u16string& linkage) {
-    const AdapterStack* const now = FindStack(after_.stacks, stack);
+  void Compare(const StackPair& pair, const std::u16string& linkage) {
+    const AdapterStack& stack = *pair.before;
     const Names names = NamesOf(stack);
-    const Names sorted = now != nullptr ? NamesOf(*now) : Names();
+    const Names sorted = pair.after ? NamesOf(*pair.after) : Names();
     const Names& record = written_[simulation::UpperCase(stack.Adapter())];
     const bool hasKey = !created_.contains(FullPath(ztl::kAdaptersKey) + u'\\' + stack.Adapter());
     if (sorted != names)
-      Add("stack-out-of-order", linkage, u"RootDevice", "The stack is out of order: " + Chain(names),
+      Add(FindingKind::StackOutOfOrder, linkage, u"RootDevice", "The stack is out of order: " + Chain(names),
           "A pass changes it to " + Chain(sorted) +
               (hasKey && record == sorted ? ", and the adapter's record with it" : ""));
     else if (record != names && std::is_permutation(record.begin(), record.end(), names.begin(), names.end()))
-      Add("stack-not-stored", linkage, u"RootDevice", "The stack is out of order: " + Chain(names),
+      Add(FindingKind::StackNotStored, linkage, u"RootDevice", "The stack is out of order: " + Chain(names),
           "A pass cannot store " + Chain(record) +
               ", because no search finds an instance whose RootDevice begins with the new top; "
               "the adapter's record will disagree with the stack");
     else
       return;
-    told_.insert(simulation::UpperCase(stack.Adapter()));
+    reported_.insert(simulation::UpperCase(stack.Adapter()));
   }
 
   void Entry(HKEY classKey, const AdapterStack& stack, std::size_t level) {
     const StackEntry& entry = stack.entries[level];
     const bool last = level + 1 == stack.entries.size();
     if (entry.instance.empty()) {
-      Add("missing-instance", LinkagePath(stack.top), u"RootDevice",
+      Add(FindingKind::MissingInstance, LinkagePath(stack.top), u"RootDevice",
           "The stack " + Chain(NamesOf(stack)) + " names " + Quote(entry.guid) + ", and there is no such instance",
           !last ? "A pass leaves that entry where it stands and moves no driver past it"
                 : "A pass that sorts the stack cannot store what is bound to that adapter");
@@ -378,28 +380,29 @@ class Checker {
     char16_t service[64];
     const LSTATUS rc = ztl::FindSvcFromGuid(classKey, entry.guid, service, std::size(service));
     if (rc != ERROR_NOT_FOUND) {
-      told_.insert(simulation::UpperCase(stack.Adapter()));
-      Add("unowned-instance", instance, std::nullopt,
+      reported_.insert(simulation::UpperCase(stack.Adapter()));
+      Add(FindingKind::UnownedInstance, instance, std::nullopt,
           rc == ERROR_FILE_NOT_FOUND ? "It stands in a stack, but has no MatchingDeviceId"
                                      : "It stands in a stack, but its Ndi key has no Service",
           std::string(last ? "The" : "A pass moves no driver past it, and the") +
               " adapter of its stack has no record");
     } else if (!last) {
-      Add("unowned-instance", instance, std::nullopt, "It stands in a stack, but belongs to no installed driver",
+      Add(FindingKind::UnownedInstance, instance, std::nullopt,
+          "It stands in a stack, but belongs to no installed driver",
           "A pass moves no driver past it, and cannot rewrite what stands below it");
     }
   }
 
   void Bindings() {
     for (const BindLoopInstance& loop : bindings_.loops)
-      Add("bind-loop", LinkagePath(loop.instance), u"UpperBind",
+      Add(FindingKind::BindLoop, LinkagePath(loop.instance), u"UpperBind",
           Quote(loop.service) + " is bound directly above its own virtual adapter " + Quote(loop.description),
           loop.repairable ? "The next transaction disables and enables again its binding path to the adapter underneath"
                           : "The next transaction finds it and cannot repair it: no interface link of the adapter "
                             "underneath leads to a binding path of the driver");
     for (const ExcludedEntry& excluded : bindings_.excluded)
       if (excluded.adapters.empty())
-        Add("excluded-entry-unmatched", FullPath(ztl::kParametersKey), u"ExcludedMacs",
+        Add(FindingKind::ExcludedEntryUnmatched, FullPath(ztl::kParametersKey), u"ExcludedMacs",
             "The entry " + Quote(excluded.entry) + " matches the DeviceInstanceID of no adapter",
             "It excludes nothing: correct or remove it");
   }
@@ -410,22 +413,23 @@ class Checker {
       const std::string after = change.after ? Chain(ListOf(*change.after)) : "";
       if (created_.contains(change.key)) {
         if (noAdaptersKey_)
-          Add("missing-key", FullPath(ztl::kAdaptersKey), std::nullopt, "The key is missing",
+          Add(FindingKind::MissingKey, FullPath(ztl::kAdaptersKey), std::nullopt, "The key is missing",
               "No adapter record is written");
         else
-          Add("record-without-key", change.key, std::nullopt, "The adapter of the stack " + after + " has no key here",
+          Add(FindingKind::RecordWithoutKey, change.key, std::nullopt,
+              "The adapter of the stack " + after + " has no key here",
               "A pass cannot write its record: create the key");
         continue;
       }
-      if (told_.contains(simulation::UpperCase(LastName(change.key)))) continue;
+      if (reported_.contains(simulation::UpperCase(LastName(change.key)))) continue;
       if (!change.before)
-        Add("missing-record", change.key, *change.name, "The adapter has no record of its stack",
+        Add(FindingKind::MissingRecord, change.key, *change.name, "The adapter has no record of its stack",
             "A pass writes " + after);
       else if (!change.after)
-        Add("stale-record", change.key, *change.name, "It says " + before + ", but no stack leads to a record here",
-            "A pass deletes it");
+        Add(FindingKind::StaleRecord, change.key, *change.name,
+            "It says " + before + ", but no stack leads to a record here", "A pass deletes it");
       else
-        Add("stale-record", change.key, *change.name,
+        Add(FindingKind::StaleRecord, change.key, *change.name,
             before == after ? "It is not stored as a pass stores it" : "It says " + before + ", which is not the stack",
             "A pass changes it to " + after);
     }
@@ -440,10 +444,10 @@ class Checker {
   std::map<std::u16string, Names> written_;  // the records after a pass, by the upper-cased adapter
   std::vector<RegistryChange> records_;      // the adapter records that a pass changes
   std::set<std::u16string> created_;         // keys that were made for the pass
-  std::set<std::u16string> told_;            // adapters, upper-cased, whose record changes for a cause that was told
+  std::set<std::u16string> reported_;  // adapters, upper-cased, whose record changes for a cause that was reported
   bool noAdaptersKey_ = false;
   std::vector<Finding> findings_;
-  std::set<std::tuple<std::string, std::u16string, std::string>> seen_;
+  std::set<std::tuple<FindingKind, std::u16string, std::string>> seen_;
 };
 
 }  // namespace

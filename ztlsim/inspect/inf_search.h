@@ -24,7 +24,7 @@ struct InfCandidate {
 
 struct InfSearch {
   std::optional<FileVersion> driver;     // the installed one's
-  std::vector<InfCandidate> candidates;  // in the order of the search, also those behind one that ends it
+  std::vector<InfCandidate> candidates;  // in the order of the search, also those after one that ends it
   std::optional<std::u16string> chosen;
   std::optional<std::u16string> mediaRoot;
 };

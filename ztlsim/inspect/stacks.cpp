@@ -125,6 +125,36 @@ std::vector<std::u16string> MissingKeys() {
   return missing;
 }
 
+// The stack of `after` over the same physical adapter as `stack`; null when there is none.
+const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const AdapterStack& stack) {
+  // Sorting exchanges the entries above the physical adapter, so the same stack is the one with the same entries.
+  auto sameEntries = [](const AdapterStack& a, const AdapterStack& b) {
+    return std::is_permutation(a.entries.begin(), a.entries.end(), b.entries.begin(), b.entries.end(),
+                               [](const auto& x, const auto& y) { return EqualNoCase(x.guid, y.guid); });
+  };
+  const AdapterStack* sameTop = nullptr;
+  const AdapterStack* sameAdapter = nullptr;  // entries have left or joined it
+  for (const AdapterStack& candidate : after) {
+    const bool same = !stack.entries.empty() && EqualNoCase(candidate.Adapter(), stack.Adapter());
+    if (same && sameEntries(candidate, stack)) return &candidate;
+    if (same && sameAdapter == nullptr) sameAdapter = &candidate;
+    if (candidate.top == stack.top) sameTop = &candidate;
+  }
+  return sameTop != nullptr ? sameTop : sameAdapter;
+}
+
+// Sets what has moved and changed between two stacks that have entries.
+void CompareEntries(StackPair& pair) {
+  const std::vector<StackEntry>& before = pair.before->entries;
+  const std::vector<StackEntry>& after = pair.after->entries;
+  for (std::size_t level = 0; level < after.size(); ++level) {
+    const std::size_t height = after.size() - level;
+    pair.moved.push_back(height > before.size() || before[before.size() - height].guid != after[level].guid);
+  }
+  pair.changed =
+      before.size() != after.size() || before.front().upperBind != after.front().upperBind || pair.HasMoved();
+}
+
 }  // namespace
 
 MachineState ReadMachineState(const MachineState* before) {
@@ -150,21 +180,19 @@ MachineState ReadMachineState(const MachineState* before) {
   return state;
 }
 
-const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const AdapterStack& stack) {
-  // Sorting exchanges the entries above the physical adapter, so the same stack is the one with the same entries.
-  auto sameEntries = [](const AdapterStack& a, const AdapterStack& b) {
-    return std::is_permutation(a.entries.begin(), a.entries.end(), b.entries.begin(), b.entries.end(),
-                               [](const auto& x, const auto& y) { return EqualNoCase(x.guid, y.guid); });
-  };
-  const AdapterStack* sameTop = nullptr;
-  const AdapterStack* sameAdapter = nullptr;  // entries have left or joined it
-  for (const AdapterStack& candidate : after) {
-    const bool same = !stack.entries.empty() && EqualNoCase(candidate.Adapter(), stack.Adapter());
-    if (same && sameEntries(candidate, stack)) return &candidate;
-    if (same && sameAdapter == nullptr) sameAdapter = &candidate;
-    if (candidate.top == stack.top) sameTop = &candidate;
+bool StackPair::HasMoved() const { return std::find(moved.begin(), moved.end(), true) != moved.end(); }
+
+std::vector<StackPair> PairStacks(const std::vector<AdapterStack>& before, const std::vector<AdapterStack>& after) {
+  std::vector<StackPair> pairs;
+  for (const AdapterStack& stack : before) {
+    StackPair& pair = pairs.emplace_back();
+    pair.before = stack;
+    if (const AdapterStack* const found = FindStack(after, stack)) pair.after = *found;
+    if (pair.after && !stack.entries.empty() && !pair.after->entries.empty()) CompareEntries(pair);
   }
-  return sameTop != nullptr ? sameTop : sameAdapter;
+  for (const AdapterStack& stack : after)
+    if (FindStack(before, stack) == nullptr) pairs.emplace_back().after = stack;
+  return pairs;
 }
 
 }  // namespace ztlsim

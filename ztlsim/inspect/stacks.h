@@ -1,6 +1,7 @@
 // What a machine's registry says about its adapter stacks, seen through the module's own lookups.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,20 @@ struct MachineState {
 // not open. What `before` (may be null) knows of the entries' owners is taken over: a transaction does not change them.
 MachineState ReadMachineState(const MachineState* before = nullptr);
 
-// The stack of `after` that the same physical adapter stands under as under `stack`; null when there is none.
-const AdapterStack* FindStack(const std::vector<AdapterStack>& after, const AdapterStack& stack);
+// One stack before and after a run.
+struct StackPair {
+  std::optional<AdapterStack> before;  // unset: no transport was bound to it
+  std::optional<AdapterStack> after;   // unset: no transport is bound to it any more
+  // Of each entry of `after`, where both have entries: it is new, or stands at another height above the physical
+  // adapter.
+  std::vector<bool> moved;
+  bool changed = false;  // an entry or what is bound to the top, where both have entries
+
+  bool HasMoved() const;  // any entry
+};
+
+// The stacks of `before` in their order, each with the stack of `after` over the same physical adapter; then the stacks
+// of `after` that are new.
+std::vector<StackPair> PairStacks(const std::vector<AdapterStack>& before, const std::vector<AdapterStack>& after);
 
 }  // namespace ztlsim

@@ -124,7 +124,7 @@ void RegistryExportWriter::Hex(BYTE byte) {
   line_ += kDigits[byte & 0xF];
 }
 
-// Windows' tool breaks the line behind the first comma that stands in column 77 or later.
+// Windows' tool breaks the line after the first comma that stands in column 77 or later.
 void RegistryExportWriter::Bytes(const std::vector<BYTE>& data) {
   constexpr std::size_t kBreakColumn = 77;
   for (std::size_t i = 0; i < data.size(); ++i) {

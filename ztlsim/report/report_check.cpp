@@ -10,8 +10,8 @@ std::string FormatFindings(const std::vector<Finding>& findings) {
   for (const Finding& finding : findings) {
     std::u16string place = finding.key;
     if (finding.value) place += u", " + *finding.value;
-    text +=
-        Printable(Utf16ToUtf8(place) + ": " + finding.text + ". " + finding.consequence + ". [" + finding.kind + "]");
+    text += Printable(Utf16ToUtf8(place) + ": " + finding.text + ". " + finding.consequence + ". [" +
+                      FindingName(finding.kind) + "]");
     text += "\n";
   }
   if (findings.empty()) return "No findings.\n";
@@ -22,7 +22,7 @@ std::string FormatFindingsAsJson(const std::vector<Finding>& findings) {
   using Json = nlohmann::ordered_json;
   Json list = Json::array();
   for (const Finding& finding : findings)
-    list.push_back({{"kind", finding.kind},
+    list.push_back({{"kind", FindingName(finding.kind)},
                     {"key", Utf16ToUtf8(finding.key)},
                     {"value", finding.value ? Json(Utf16ToUtf8(*finding.value)) : Json(nullptr)},
                     {"text", finding.text},

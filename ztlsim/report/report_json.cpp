@@ -18,10 +18,9 @@ Json List(const std::vector<std::u16string>& texts) {
   return list;
 }
 
-Json StackEntries(const AdapterStack* stack) {
+Json StackEntries(const AdapterStack& stack) {
   Json entries = Json::array();
-  if (stack == nullptr) return entries;
-  for (const StackEntry& entry : stack->entries)
+  for (const StackEntry& entry : stack.entries)
     entries.push_back({{"guid", Utf16ToUtf8(entry.guid)},
                        {"instance", Utf16ToUtf8(entry.instance)},
                        {"description", Utf16ToUtf8(entry.description)},
@@ -65,26 +64,24 @@ Json Order(const MachineState& state) {
           {"devid_list", List(state.devIdList)}};
 }
 
-Json Stacks(const MachineState& before, const MachineState* after) {
-  Json stacks = Json::array();
-  for (const AdapterStack& stack : before.stacks) {
-    Json item = {{"adapter", Utf16ToUtf8(stack.Adapter())}, {"top", Utf16ToUtf8(stack.top)}};
-    if (after == nullptr) {
-      item["entries"] = StackEntries(&stack);
-    } else {
-      item["before"] = StackEntries(&stack);
-      item["after"] = StackEntries(FindStack(after->stacks, stack));
-    }
-    stacks.push_back(std::move(item));
+Json Stacks(const std::vector<AdapterStack>& stacks) {
+  Json list = Json::array();
+  for (const AdapterStack& stack : stacks)
+    list.push_back(
+        {{"adapter", Utf16ToUtf8(stack.Adapter())}, {"top", Utf16ToUtf8(stack.top)}, {"entries", StackEntries(stack)}});
+  return list;
+}
+
+Json Stacks(const std::vector<StackPair>& pairs) {
+  Json list = Json::array();
+  for (const StackPair& pair : pairs) {
+    const AdapterStack& stack = pair.before ? *pair.before : *pair.after;
+    list.push_back({{"adapter", Utf16ToUtf8(stack.Adapter())},
+                    {"top", Utf16ToUtf8(stack.top)},
+                    {"before", pair.before ? StackEntries(*pair.before) : Json::array()},
+                    {"after", pair.after ? StackEntries(*pair.after) : Json::array()}});
   }
-  if (after != nullptr)
-    for (const AdapterStack& stack : after->stacks)
-      if (FindStack(before.stacks, stack) == nullptr)
-        stacks.push_back({{"adapter", Utf16ToUtf8(stack.Adapter())},
-                          {"top", Utf16ToUtf8(stack.top)},
-                          {"before", Json::array()},
-                          {"after", StackEntries(&stack)}});
-  return stacks;
+  return list;
 }
 
 Json Paths(const BindingState& bindings) {
@@ -169,7 +166,7 @@ std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& r
   Json object = {{"scenario", scenario},
                  {"result", results},
                  {"reboot_required", result.RebootRequired()},
-                 {"stacks", Stacks(result.before, &result.after)}};
+                 {"stacks", Stacks(result.stacks)}};
   object.update(Order(result.before));
   object["paths"] = {{"before", Paths(result.bindingsBefore)}, {"after", Paths(result.bindingsAfter)}};
   object["loops"] = {{"before", Loops(result.bindingsBefore)}, {"after", Loops(result.bindingsAfter)}};
@@ -202,7 +199,7 @@ std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& r
 
 std::string FormatStateAsJson(const MachineState& state, const BindingState& bindings) {
   Json object = Order(state);
-  object["stacks"] = Stacks(state, nullptr);
+  object["stacks"] = Stacks(state.stacks);
   object["paths"] = Paths(bindings);
   object["loops"] = Loops(bindings);
   object["excluded"] = Excluded(bindings);

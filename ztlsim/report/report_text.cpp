@@ -60,13 +60,6 @@ std::vector<std::string> Tree(const AdapterStack& stack) {
   return lines;
 }
 
-// Whether an entry has come, or stands at another height above the physical adapter.
-bool Moved(const AdapterStack& before, const AdapterStack& after, std::size_t level) {
-  const std::size_t height = after.entries.size() - level;
-  return height > before.entries.size() ||
-         before.entries[before.entries.size() - height].guid != after.entries[level].guid;
-}
-
 // The stack's heading: its physical adapter.
 std::string Heading(const AdapterStack& stack) {
   if (stack.entries.empty())
@@ -78,16 +71,16 @@ std::string OneLine(const AdapterStack& stack) {
   return EntryName(stack.entries.back()) + ": " + Join(stack.entries.front().upperBind, ", ") + "\n";
 }
 
-std::string SideBySide(const AdapterStack& before, const AdapterStack& after, bool colour) {
-  const std::vector<std::string> left = Tree(before);
-  const std::vector<std::string> right = Tree(after);
+std::string SideBySide(const StackPair& pair, bool colour) {
+  const std::vector<std::string> left = Tree(*pair.before);
+  const std::vector<std::string> right = Tree(*pair.after);
   std::size_t width = kColumnWidth;
   for (const std::string& line : left) width = std::max(width, Width(line) + 2);
   std::string text = "  " + Pad("before", width) + "after\n";
   for (std::size_t i = 0; i < std::max(left.size(), right.size()); ++i) {
     std::string line = "  " + Pad(i < left.size() ? left[i] : "", width);
     if (i < right.size()) {
-      const bool moved = i > 0 && Moved(before, after, i - 1);
+      const bool moved = i > 0 && pair.moved[i - 1];
       if (moved && colour) line += kYellow;
       line += right[i];
       if (moved) line += kMoved;
@@ -245,43 +238,42 @@ std::string FormatState(const MachineState& state, const BindingState& bindings)
 
 std::string FormatRun(const std::string& scenario, const ScenarioResult& result, bool colour) {
   std::string text = Order(result.before);
-  std::size_t moved = 0;
-  for (const AdapterStack& before : result.before.stacks) {
-    const AdapterStack* const after = FindStack(result.after.stacks, before);
-    if (before.entries.size() == 1 && after != nullptr && after->entries.size() == 1) {
-      text += OneLine(before);
+  std::size_t changed = 0, added = 0;
+  bool isMarked = false;
+  auto addTree = [&text](const AdapterStack& stack) {
+    for (const std::string& line : Tree(stack)) text += "  " + line + "\n";
+  };
+  for (const StackPair& pair : result.stacks) {
+    if (!pair.before) {
+      if (pair.after->entries.empty()) continue;
+      ++added;
+      text += Heading(*pair.after) + "  (no transport was bound to it before)\n";
+      addTree(*pair.after);
       continue;
     }
-    text += Heading(before);
-    if (before.entries.empty()) continue;
-    if (after == nullptr || after->entries.empty()) {
-      for (const std::string& line : Tree(before)) text += "  " + line + "\n";
+    if (pair.before->entries.size() == 1 && pair.after && pair.after->entries.size() == 1) {
+      text += OneLine(*pair.before);
+      continue;
+    }
+    text += Heading(*pair.before);
+    if (pair.before->entries.empty()) continue;
+    if (!pair.after || pair.after->entries.empty()) {
+      addTree(*pair.before);
       text += "  after: no transport is bound to this stack any more\n";
-      ++moved;
-      continue;
-    }
-    bool changed = before.entries.size() != after->entries.size() ||
-                   before.entries.front().upperBind != after->entries.front().upperBind;
-    for (std::size_t i = 0; !changed && i < after->entries.size(); ++i) changed = Moved(before, *after, i);
-    if (changed) {
-      ++moved;
-      text += SideBySide(before, *after, colour);
+      ++changed;
+    } else if (pair.changed) {
+      text += SideBySide(pair, colour);
+      isMarked = isMarked || pair.HasMoved();
+      ++changed;
     } else {
-      for (const std::string& line : Tree(before)) text += "  " + line + "\n";
+      addTree(*pair.before);
     }
   }
-  std::size_t added = 0;
-  for (const AdapterStack& after : result.after.stacks)
-    if (!after.entries.empty() && FindStack(result.before.stacks, after) == nullptr) {
-      ++added;
-      text += Heading(after) + "  (no transport was bound to it before)\n";
-      for (const std::string& line : Tree(after)) text += "  " + line + "\n";
-    }
   text += "\n" + scenario + ": ";
   for (const auto& [method, hr] : result.results) text += method + " " + Hexadecimal(hr) + ", ";
-  text += std::to_string(moved) + " of " + std::to_string(result.before.stacks.size()) + " stacks changed" +
+  text += std::to_string(changed) + " of " + std::to_string(result.before.stacks.size()) + " stacks changed" +
           (added > 0 ? ", " + std::to_string(added) + " new" : "") +
-          (text.find(std::string(kMoved) + "\n") != text.npos ? " (moved entries: *)" : "") +
+          (isMarked && !colour ? " (moved entries: *)" : "") +
           (result.RebootRequired() ? ", a restart is required\n" : "\n");
 
   for (const auto& request : result.pnpReconfigs)

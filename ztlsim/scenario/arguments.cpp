@@ -62,7 +62,7 @@ std::optional<PathNotice> ParsePathNotice(const std::string& text) {
                                                 : E_FAIL};
 }
 
-// In hexadecimal behind 0x.
+// In hexadecimal after 0x.
 std::optional<DWORD> ParseFlag(const std::string& text) {
   const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
   DWORD flag = 0;
@@ -71,7 +71,55 @@ std::optional<DWORD> ParseFlag(const std::string& text) {
              : std::nullopt;
 }
 
+using Expected = std::optional<std::string>;
+
+Expected ReadPath(const std::string& text, CallOptions& calls) {
+  const auto path = ParsePathNotice(text);
+  if (!path) return "TOKEN=on, TOKEN=off or TOKEN=error";
+  calls.paths.push_back(*path);
+  return std::nullopt;
+}
+
+Expected ReadChange(const std::string& text, CallOptions& calls) {
+  calls.changeFlag = ParseFlag(text);
+  return calls.changeFlag ? Expected() : "a number of 32 bits";
+}
+
+Expected ReadAdapter(const std::string& text, CallOptions& calls) {
+  calls.adapter = ParseGuid(text);
+  return calls.adapter ? Expected() : "{8-4-4-4-12} hexadecimal digits";
+}
+
+template <int Control>
+Expected ReadPageText(const std::string& text, CallOptions& calls) {
+  calls.page.texts.emplace_back(Control, Utf8ToUtf16(text));
+  return std::nullopt;
+}
+
+Expected ReadPageButton(const std::string& text, CallOptions& calls) {
+  if (text != "ok" && text != "apply" && text != "cancel") return "ok, apply or cancel";
+  calls.page.button = text == "ok" ? PageButton::Ok : text == "apply" ? PageButton::Apply : PageButton::Cancel;
+  return std::nullopt;
+}
+
+Expected ReadAgain(const std::string&, CallOptions& calls) {
+  calls.pageAgain = true;
+  return std::nullopt;
+}
+
 }  // namespace
+
+const CallOption kNotifyOptions[2] = {
+    {"--path", "TOKEN=on|off|error", "tell of a binding path in this state", ReadPath, true},
+    {"--change", "FLAG", "the change flag of what is told", ReadChange},
+};
+const CallOption kPropertiesOptions[5] = {
+    {"--adapter", "GUID", "of this adapter's connection", ReadAdapter},
+    {"--param1", "TEXT", "type this as the first parameter", ReadPageText<ztl::kParam1Control>},
+    {"--bundle-id", "TEXT", "type this as the bundle identifier", ReadPageText<ztl::kBundleIdControl>},
+    {"--page", "ok|cancel|apply", "press this button; ok when not given", ReadPageButton},
+    {"--again", "", "open the page a second time, and cancel it", ReadAgain},
+};
 
 std::optional<simulation::WindowsVersion> ParseWindowsVersion(const std::string& text) {
   std::uint16_t parts[3] = {0, 0, 0};
@@ -83,28 +131,6 @@ std::optional<std::array<DWORD, 4>> ParseDriverVersion(const std::string& text) 
   std::array<DWORD, 4> parts{};
   if (ReadParts<DWORD>(text, parts) != 4) return std::nullopt;
   return parts;
-}
-
-std::optional<std::string> ReadCallOption(const std::string& name, const std::string& text, CallOptions& calls) {
-  if (name == "--path") {
-    const auto path = ParsePathNotice(text);
-    if (!path) return "TOKEN=on, TOKEN=off or TOKEN=error";
-    calls.paths.push_back(*path);
-  } else if (name == "--change") {
-    calls.changeFlag = ParseFlag(text);
-    if (!calls.changeFlag) return "a number of 32 bits";
-  } else if (name == "--adapter") {
-    calls.adapter = ParseGuid(text);
-    if (!calls.adapter) return "{8-4-4-4-12} hexadecimal digits";
-  } else if (name == "--param1" || name == "--bundle-id") {
-    calls.page.texts.emplace_back(name == "--param1" ? ztl::kParam1Control : ztl::kBundleIdControl, Utf8ToUtf16(text));
-  } else if (name == "--page") {
-    if (text != "ok" && text != "apply" && text != "cancel") return "ok, apply or cancel";
-    calls.page.button = text == "ok" ? PageButton::Ok : text == "apply" ? PageButton::Apply : PageButton::Cancel;
-  } else if (name == "--again") {
-    calls.pageAgain = true;
-  }
-  return std::nullopt;
 }
 
 }  // namespace ztlsim

@@ -16,8 +16,16 @@ std::optional<simulation::WindowsVersion> ParseWindowsVersion(const std::string&
 // "A.B.C.D", each part of 32 bits.
 std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text);
 
-// Reads one option of a scenario's calls into `calls`: "--path", "--change", "--adapter", "--param1", "--bundle-id",
-// "--page" or "--again". A result says what was expected instead of the text.
-std::optional<std::string> ReadCallOption(const std::string& name, const std::string& text, CallOptions& calls);
+// An option of one scenario's calls.
+struct CallOption {
+  const char* name;
+  const char* typeName;  // of its text; empty for a flag
+  const char* description;
+  // Reads the text into `calls`. A result says what was expected instead.
+  std::optional<std::string> (*read)(const std::string& text, CallOptions& calls);
+  bool isRepeatable = false;
+};
+extern const CallOption kNotifyOptions[2];
+extern const CallOption kPropertiesOptions[5];
 
 }  // namespace ztlsim

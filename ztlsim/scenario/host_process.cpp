@@ -46,9 +46,9 @@ ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
   return result;
 }
 
-// Asks what the object wants to be told, and tells it, as it wants all that there is to tell here. Of each path as the
-// filter's own and as somebody's; asked before its change and told after it.
-void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
+// Asks for the notices that the object wants, and gives all of them, as it wants all that there are here. Of each path
+// as the filter's own and as somebody's; the queries come before the change and the notices after it.
+void GiveNotices(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
   const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
   const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
   if (options.paths.empty() && !options.changeFlag) return;
@@ -67,7 +67,7 @@ void Notify(const CallOptions& options, IUnknown* object, INetCfgComponent* comp
 }
 
 // False when the user has not applied the page.
-bool ShowProperties(const CallOptions& options, Process& process, IUnknown* object, CallResults& results) {
+bool UsePropertyPage(const CallOptions& options, Process& process, IUnknown* object, CallResults& results) {
   const auto properties = Query<INetCfgComponentPropertyUi>(object, IID_INetCfgComponentPropertyUi);
   ComPtr<INetLanConnectionUiInfo> connection;
   if (options.adapter)
@@ -96,9 +96,19 @@ bool ShowProperties(const CallOptions& options, Process& process, IUnknown* obje
   return applied;
 }
 
+// What a transaction does between the object's initialization and ApplyRegistryChanges.
+struct Transaction {
+  BOOL installing = 0;
+  HRESULT (*setUp)(INetCfgComponentSetup& setup) = nullptr;
+  // What follows the setup call. When it is false, the changes are cancelled.
+  bool (*use)(const CallOptions& options, Process& process, INetCfgComponentControl* object,
+              INetCfgComponent* component, CallResults& results) = nullptr;
+  bool appliesPnp = true;
+};
+
 // From the notify object's creation to its release.
-void CallNotifyObject(const CallOptions& options, Process& process, CallResults& results) {
-  const Scenario scenario = options.scenario;
+void CallNotifyObject(const CallOptions& options, Process& process, const Transaction& transaction,
+                      CallResults& results) {
   const auto netCfg = ComPtr<INetCfg>::Attach(process.CreateTransaction());
   const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(process.CreatePnpReconfigCallback());
   ComPtr<INetCfgComponent> component;
@@ -110,18 +120,15 @@ void CallNotifyObject(const CallOptions& options, Process& process, CallResults&
                                           IID_INetCfgComponentControl, reinterpret_cast<void**>(control.Receive()));
   if (Failed(hr)) return call("CreateInstance", hr);
   auto setup = Query<INetCfgComponentSetup>(control.Get(), IID_INetCfgComponentSetup);
-  hr = control->Initialize(component.Get(), netCfg.Get(), scenario == Scenario::Install ? 1 : 0);
+  hr = control->Initialize(component.Get(), netCfg.Get(), transaction.installing);
   if (Failed(hr)) return call("Initialize", hr);
-  if (scenario == Scenario::Install) hr = setup->Install(0);
-  if (scenario == Scenario::Upgrade) hr = setup->Upgrade(0, 0);
-  if (scenario == Scenario::Remove) hr = setup->Removing();
+  if (transaction.setUp != nullptr) hr = transaction.setUp(*setup.Get());
   if (Failed(hr)) call("setup", hr);
   setup.Reset();
-  if (scenario == Scenario::Notify) Notify(options, control.Get(), component.Get());
-  if (scenario == Scenario::Properties && !ShowProperties(options, process, control.Get(), results))
+  if (transaction.use != nullptr && !transaction.use(options, process, control.Get(), component.Get(), results))
     return call("CancelChanges", control->CancelChanges());
   call("ApplyRegistryChanges", control->ApplyRegistryChanges());
-  if (scenario != Scenario::Notify) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
+  if (transaction.appliesPnp) call("ApplyPnpChanges", control->ApplyPnpChanges(callback.Get()));
 }
 
 // Asks for the class object, makes one instance and releases it.
@@ -139,25 +146,74 @@ void UseClassObject(const ModuleEntries& module, CallResults& results) {
   results.emplace_back("DllCanUnloadNow", module.canUnloadNow());
 }
 
-}  // namespace
-
-CallResults MakeCalls(const CallOptions& options, Process& process) {
-  const Scenario scenario = options.scenario;
+CallResults Transact(const CallOptions& options, Process& process, const Transaction& transaction) {
   CallResults results;
-  if (IsTransaction(scenario)) {
-    const HRESULT initialized = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
-    CallNotifyObject(options, process, results);
-    if (!Failed(initialized)) platform::CoUninitialize();
-    return results;
-  }
-  const ModuleEntries module = process.LoadModule();
-  if (scenario == Scenario::Reinstall)
-    results.emplace_back("ReInstallZtl", static_cast<HRESULT>(module.reInstallZtl(nullptr, nullptr, nullptr, 0)));
-  if (scenario == Scenario::Register) results.emplace_back("DllRegisterServer", module.registerServer());
-  if (scenario == Scenario::Unregister) results.emplace_back("DllUnregisterServer", module.unregisterServer());
-  if (scenario == Scenario::Load) UseClassObject(module, results);
+  const HRESULT initialized = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+  CallNotifyObject(options, process, transaction, results);
+  if (!Failed(initialized)) platform::CoUninitialize();
+  return results;
+}
+
+// `call` takes the module's entries and the results.
+template <class Call>
+CallResults CallModule(Process& process, Call call) {
+  CallResults results;
+  call(process.LoadModule(), results);
   process.UnloadModule();
   return results;
 }
+
+}  // namespace
+
+CallResults Install(const CallOptions& options, Process& process) {
+  return Transact(options, process,
+                  {.installing = 1, .setUp = [](INetCfgComponentSetup& setup) { return setup.Install(0); }});
+}
+
+CallResults Upgrade(const CallOptions& options, Process& process) {
+  return Transact(options, process, {.setUp = [](INetCfgComponentSetup& setup) { return setup.Upgrade(0, 0); }});
+}
+
+CallResults Remove(const CallOptions& options, Process& process) {
+  return Transact(options, process, {.setUp = [](INetCfgComponentSetup& setup) { return setup.Removing(); }});
+}
+
+CallResults Notify(const CallOptions& options, Process& process) {
+  return Transact(options, process,
+                  {.use =
+                       [](const CallOptions& given, Process&, INetCfgComponentControl* object,
+                          INetCfgComponent* component, CallResults&) {
+                         GiveNotices(given, object, component);
+                         return true;
+                       },
+                   .appliesPnp = false});
+}
+
+CallResults ShowProperties(const CallOptions& options, Process& process) {
+  return Transact(
+      options, process,
+      {.use = [](const CallOptions& given, Process& user, INetCfgComponentControl* object, INetCfgComponent*,
+                 CallResults& results) { return UsePropertyPage(given, user, object, results); }});
+}
+
+CallResults Reinstall(const CallOptions&, Process& process) {
+  return CallModule(process, [](const ModuleEntries& module, CallResults& results) {
+    results.emplace_back("ReInstallZtl", static_cast<HRESULT>(module.reInstallZtl(nullptr, nullptr, nullptr, 0)));
+  });
+}
+
+CallResults Register(const CallOptions&, Process& process) {
+  return CallModule(process, [](const ModuleEntries& module, CallResults& results) {
+    results.emplace_back("DllRegisterServer", module.registerServer());
+  });
+}
+
+CallResults Unregister(const CallOptions&, Process& process) {
+  return CallModule(process, [](const ModuleEntries& module, CallResults& results) {
+    results.emplace_back("DllUnregisterServer", module.unregisterServer());
+  });
+}
+
+CallResults LoadAndUnload(const CallOptions&, Process& process) { return CallModule(process, UseClassObject); }
 
 }  // namespace ztlsim

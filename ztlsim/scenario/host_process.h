@@ -15,19 +15,6 @@
 
 namespace ztlsim {
 
-enum class Scenario { Install, Upgrade, Remove, Notify, Properties, Reinstall, Register, Unregister, Load };
-
-inline constexpr std::pair<const char*, Scenario> kScenarios[] = {
-    {"install", Scenario::Install},   {"upgrade", Scenario::Upgrade},       {"remove", Scenario::Remove},
-    {"notify", Scenario::Notify},     {"properties", Scenario::Properties}, {"reinstall", Scenario::Reinstall},
-    {"register", Scenario::Register}, {"unregister", Scenario::Unregister}, {"load", Scenario::Load}};
-
-// Whether it is a transaction of the configuration engine; the others call the module's entries.
-constexpr bool IsTransaction(Scenario scenario) {
-  return scenario == Scenario::Install || scenario == Scenario::Upgrade || scenario == Scenario::Remove ||
-         scenario == Scenario::Notify || scenario == Scenario::Properties;
-}
-
 // A binding path that the notify object is told of.
 struct PathNotice {
   std::u16string token;
@@ -44,7 +31,6 @@ struct PageInput {
 };
 
 struct CallOptions {
-  Scenario scenario;
   std::vector<PathNotice> paths;  // of a notification
   // The change flag of every notice; without it, that of the path's state. Without paths, it is that of a notice of the
   // filter's component, and without it there is none.
@@ -86,7 +72,10 @@ class Process {
 // The methods whose result matters to the caller, in the order of the calls.
 using CallResults = std::vector<std::pair<std::string, platform::HRESULT>>;
 
-// In a transaction, CoCreateInstance makes the notify object.
-CallResults MakeCalls(const CallOptions& options, Process& process);
+// The calls of each scenario. Those from Install to ShowProperties are transactions of the configuration engine, in
+// which CoCreateInstance makes the notify object; the others load the module, call its entries and unload it.
+using Calls = CallResults(const CallOptions& options, Process& process);
+Calls Install, Upgrade, Remove, Notify, ShowProperties;
+Calls Reinstall, Register, Unregister, LoadAndUnload;
 
 }  // namespace ztlsim

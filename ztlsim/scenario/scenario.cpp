@@ -2,15 +2,14 @@
 
 #include <algorithm>
 #include <memory>
-#include <string_view>
 #include <utility>
 
-#include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/notify/module.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"
 #include "platform/com_ptr.h"
+#include "ztlsim/scenario/log_observer.h"
 
 namespace ztlsim {
 
@@ -18,49 +17,19 @@ using namespace platform;
 
 namespace {
 
-// What stands before the message in a line of the log: time stamp, tag and severity.
-constexpr std::size_t kLineHeadBytes = 38;
-
-// Collects the messages that are written to the log for as long as it lives.
-class LogCapture {
- public:
-  LogCapture(simulation::Machine& machine, std::vector<std::string>& messages) : machine_(machine) {
-    machine_.files.onWrite = [&messages](const std::string& path, std::string_view line) {
-      if (path != ztl::g_ModuleLog.path) return;
-      line.remove_prefix(std::min(kLineHeadBytes, line.size()));
-      if (line.ends_with('\n')) line.remove_suffix(1);
-      messages.emplace_back(line);
-    };
-  }
-  ~LogCapture() { machine_.files.onWrite = nullptr; }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
- private:
-  simulation::Machine& machine_;
-};
-
-// The log reports a trouble of its own as two debugger texts: a prefix and the trouble.
-std::vector<std::string> LogTroubles(const std::vector<std::string>& debugOutput) {
-  std::vector<std::string> troubles;
-  for (std::size_t i = 0; i + 1 < debugOutput.size(); ++i)
-    if (debugOutput[i] == "ERROR: ") troubles.push_back(debugOutput[i + 1].substr(0, debugOutput[i + 1].find('\n')));
-  return troubles;
-}
-
 // The simulated machine's process. One that is run as a whole, or whose scenario is about the module's life, enters the
 // module as it is loaded and unloaded; in the others only the log is open.
 class SimulatedProcess final : public Process {
  public:
-  SimulatedProcess(Scenario scenario, bool asProcess, std::vector<ShownPage>& pages)
-      : pages_(pages), entersModule_(asProcess || (!IsTransaction(scenario) && scenario != Scenario::Reinstall)) {
+  SimulatedProcess(ModuleUse use, bool asProcess, std::vector<ShownPage>& pages)
+      : pages_(pages), entersModule_(asProcess || use == ModuleUse::Life) {
     auto create = [this](IUnknown* outer, REFIID riid, void** object) {
       return CreateByClassObject(outer, riid, object);
     };
     simulation::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (asProcess) {
       simulation::Current().comClasses.back().create = create;
-      simulation::Current().comClasses.back().letGo = [this] { LetGo(); };
+      simulation::Current().comClasses.back().unloadUnused = [this] { UnloadIfUnused(); };
     }
     if (!entersModule_) ztl::OpenModuleLog();
   }
@@ -115,7 +84,7 @@ class SimulatedProcess final : public Process {
                                               reinterpret_cast<void**>(factory.Receive()));
     return Failed(hr) ? hr : factory->CreateInstance(outer, riid, object);
   }
-  void LetGo() {
+  void UnloadIfUnused() {
     if (ztl::DllCanUnloadNow() == S_OK) Unload(loadedByCom_);
   }
 
@@ -135,25 +104,26 @@ bool ScenarioResult::Failed() const {
   return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
 }
 
-ScenarioResult RunScenario(const CallOptions& options, bool asProcess) {
+ScenarioResult RunScenario(const Scenario& scenario, const CallOptions& options, bool asProcess) {
   simulation::Machine& machine = simulation::Current();
   ScenarioResult result;
   result.before = ReadMachineState();
   result.bindingsBefore = ReadBindings();
-  if (options.scenario == Scenario::Install) result.inf = SearchInfFiles();
+  if (scenario.searchesInf) result.inf = SearchInfFiles();
   const std::unique_ptr<simulation::Registry> registryBefore = machine.registry.Copy();
   machine.debugOutput.clear();  // of what went before
   {
-    const LogCapture capture(machine, result.log);
-    SimulatedProcess process(options.scenario, asProcess, result.pages);
+    const LogObserver observer(machine, result.log);
+    SimulatedProcess process(scenario.use, asProcess, result.pages);
     machine.engine.recordRequests = result.asProcess = asProcess;
-    result.results = MakeCalls(options, process);
+    result.results = scenario.calls(options, process);
     machine.engine.recordRequests = false;
   }
   result.engineRequests = machine.engine.requests;
   result.debugOutput = machine.debugOutput;
-  result.logTroubles = LogTroubles(result.debugOutput);
+  result.logTroubles = ReadLogTroubles(result.debugOutput);
   result.after = ReadMachineState(&result.before);
+  result.stacks = PairStacks(result.before.stacks, result.after.stacks);
   result.bindingsAfter = ReadBindings();
   result.standardOutput = machine.standardOutput;
   result.elapsedMilliseconds = machine.WaitedMilliseconds();

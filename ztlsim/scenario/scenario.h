@@ -9,8 +9,8 @@
 #include "ztlsim/inspect/bindings.h"
 #include "ztlsim/inspect/inf_search.h"
 #include "ztlsim/inspect/stacks.h"
-#include "ztlsim/scenario/host_process.h"
 #include "ztlsim/scenario/registry_changes.h"
+#include "ztlsim/scenario/scenarios.h"
 
 namespace ztlsim {
 
@@ -26,6 +26,7 @@ struct ScenarioResult {
   CallResults results;
   MachineState before;
   MachineState after;
+  std::vector<StackPair> stacks;
   BindingState bindingsBefore;
   BindingState bindingsAfter;
   std::vector<RegistryChange> changes;
@@ -45,9 +46,9 @@ struct ScenarioResult {
   bool Failed() const;  // a method of the notify object, or the entry, failed
 };
 
-// Runs the scenario on the current machine. As a whole process the module is loaded, asked for its class object for
-// each notify object, and unloaded, as COM does it; what it and the engine exchange is recorded. Else only its log is
-// open where the scenario is not about that life.
-ScenarioResult RunScenario(const CallOptions& options, bool asProcess = false);
+// Runs the scenario with its options on the current machine. As a whole process the module is loaded, asked for its
+// class object for each notify object, and unloaded, as COM does it; what it and the engine exchange is recorded. Else
+// only its log is open where the scenario is not about that life.
+ScenarioResult RunScenario(const Scenario& scenario, const CallOptions& options, bool asProcess = false);
 
 }  // namespace ztlsim

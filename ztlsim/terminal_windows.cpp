@@ -1,0 +1,17 @@
+#include <windows.h>
+
+#include "ztlsim/terminal.h"
+
+namespace ztlsim {
+
+// A console shows colour once it is told to understand the escape sequences.
+bool OutputIsTerminal() {
+  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  ::DWORD mode = 0;
+  return ::GetConsoleMode(output, &mode) != 0 &&
+         ::SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+void WriteOutputAsUtf8() { ::SetConsoleOutputCP(CP_UTF8); }
+
+}  // namespace ztlsim
