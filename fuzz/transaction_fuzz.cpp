@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ztlsim::ReadRegistryExport("input", {reinterpret_cast<const char*>(data), size}, machine.registry);
   machine.version = {.major = 5, .minor = 2};  // where adapters may be excluded
   ztlsim::CheckMachine(machine.registry);
-  ztlsim::RunScenario(*ztlsim::FindScenario("install"), {});
+  ztlsim::RunScenario(machine, *ztlsim::FindScenario("install"), {});
   if (machine.registry.OpenHandles() != 0 || machine.taskAllocations != 0 || machine.engine.objects != 0 ||
       machine.engine.lockHolders != 0 || !machine.comInitializations.empty())
     std::abort();

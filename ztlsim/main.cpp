@@ -75,8 +75,8 @@ int Run(const Options& options, simulation::Machine& machine) {
     const std::filesystem::path windows = machine.files.RealPath("C:\\Windows");
     if (std::filesystem::create_directories(windows, error); error)
       return Complain(windows.string() + ": " + error.message(), kBadInput);
-    if (const auto trouble = PlaceInstallationFiles(options.files)) return Complain(*trouble, kBadInput);
-    result = RunScenario(*FindScenario(options.scenario), options.calls, options.process);
+    if (const auto trouble = PlaceInstallationFiles(machine, options.files)) return Complain(*trouble, kBadInput);
+    result = RunScenario(machine, *FindScenario(options.scenario), options.calls, options.process);
   }
   int status = kSuccess;
   if (!options.out.empty())
@@ -165,7 +165,6 @@ int Main(int argc, char** argv) {
     return Complain("--out and --changes name the same file", kBadInput);
   WriteOutputAsUtf8();
   simulation::Machine machine;
-  const simulation::CurrentMachine current(machine);
   const auto version = ParseWindowsVersion(options.os);
   if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);
   machine.version = *version;
@@ -179,8 +178,8 @@ int Main(int argc, char** argv) {
   if (const auto error = LoadRegistry(options.machineFiles, machine.registry))
     return Complain(error->Text(), kBadInput);
   if (show->parsed()) {
-    const MachineState state = ReadMachineState();
-    const BindingState bindings = ReadBindings();
+    const MachineState state = ReadMachineState(machine);
+    const BindingState bindings = ReadBindings(machine);
     return Print(options.json ? FormatStateAsJson(state, bindings) : FormatState(state, bindings));
   }
   if (check->parsed()) {

@@ -8,7 +8,7 @@
 #include "module/names.h"
 #include "platform/system_info.h"
 #include "platform/text.h"
-#include "simulation/machine.h"
+#include "ztlsim/inspection.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {
@@ -22,8 +22,6 @@ namespace fs = std::filesystem;
 constexpr char16_t kMedia[] = u"C:\\Media";
 constexpr char16_t kInfDirectory[] = u"C:\\Windows\\Inf";
 constexpr char16_t kSystemDirectory[] = u"C:\\Windows\\System32\\";
-
-fs::path Real(const char16_t* path) { return simulation::Current().files.RealPath(path); }
 
 std::optional<std::string> Trouble(const fs::path& file, const std::error_code& error) {
   return file.string() + ": " + error.message();
@@ -60,10 +58,10 @@ bool IsInside(const fs::path& path, const fs::path& directory) {
 }
 
 // Stores the INF files of the filter in the media directory, in the order of their names.
-std::optional<std::string> StoreFilterInfs() {
+std::optional<std::string> StoreFilterInfs(const simulation::Files& drive) {
   std::vector<std::u16string> names;
   std::error_code error;
-  for (fs::directory_iterator entry(Real(kMedia), error), end; !error && entry != end; entry.increment(error))
+  for (fs::directory_iterator entry(drive.RealPath(kMedia), error), end; !error && entry != end; entry.increment(error))
     if (std::u16string name = entry->path().filename().u16string();
         name.size() > 4 && EqualNoCase(std::u16string_view(name).substr(name.size() - 4), u".inf"))
       names.push_back(std::move(name));
@@ -79,20 +77,22 @@ std::optional<std::string> StoreFilterInfs() {
 
 }  // namespace
 
-std::optional<std::string> PlaceInstallationFiles(const InstallationFiles& files) {
+std::optional<std::string> PlaceInstallationFiles(simulation::Machine& machine, const InstallationFiles& files) {
+  const Inspection inspection(machine);
+  const simulation::Files& drive = machine.files;
   for (const std::string& inf : files.infFiles)
-    if (const auto trouble = CopyInto(inf, Real(kInfDirectory) / fs::path(inf).filename())) return trouble;
+    if (const auto trouble = CopyInto(inf, drive.RealPath(kInfDirectory) / fs::path(inf).filename())) return trouble;
   if (!files.driverFile.empty())
     if (const auto trouble =
-            CopyInto(files.driverFile, Real((kSystemDirectory + std::u16string(ztl::kDriverFile)).c_str())))
+            CopyInto(files.driverFile, drive.RealPath((kSystemDirectory + std::u16string(ztl::kDriverFile)).c_str())))
       return trouble;
   if (files.mediaDirectory.empty()) return std::nullopt;
   const fs::path media = files.mediaDirectory;
   std::error_code ignored;
-  if (IsInside(Real(kMedia), media) && !fs::equivalent(media, Real(kMedia), ignored))
+  if (IsInside(drive.RealPath(kMedia), media) && !fs::equivalent(media, drive.RealPath(kMedia), ignored))
     return files.mediaDirectory + ": holds the machine's drive";
-  if (const auto trouble = CopyDirectory(media, Real(kMedia))) return trouble;
-  return StoreFilterInfs();
+  if (const auto trouble = CopyDirectory(media, drive.RealPath(kMedia))) return trouble;
+  return StoreFilterInfs(drive);
 }
 
 }  // namespace ztlsim

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "simulation/machine.h"
+
 namespace ztlsim {
 
 struct InstallationFiles {
@@ -13,8 +15,7 @@ struct InstallationFiles {
   std::string driverFile;             // becomes the installed driver
 };
 
-// Puts them into the current machine, which has its drive; empty names stand for nothing. The module's log must not be
-// open. A result says what went wrong.
-std::optional<std::string> PlaceInstallationFiles(const InstallationFiles& files);
+// Puts them into the machine, which has its drive; empty names stand for nothing. A result says what went wrong.
+std::optional<std::string> PlaceInstallationFiles(simulation::Machine& machine, const InstallationFiles& files);
 
 }  // namespace ztlsim

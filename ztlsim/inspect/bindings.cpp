@@ -7,8 +7,8 @@
 #include "module/repair/check_bind_loop.h"
 #include "module/repair/excluded_macs.h"
 #include "platform/com_ptr.h"
-#include "simulation/machine.h"
 #include "simulation/netcfg_engine/stack_linkage.h"
+#include "ztlsim/inspection.h"
 
 namespace ztlsim {
 
@@ -104,16 +104,14 @@ std::vector<BindLoopInstance> ReadLoops(HKEY classKey) {
 
 }  // namespace
 
-BindingState ReadBindings() {
-  std::vector<std::string>& debugOutput = simulation::Current().debugOutput;
-  const std::size_t kept = debugOutput.size();
+BindingState ReadBindings(simulation::Machine& machine) {
+  const Inspection inspection(machine);
   BindingState state;
   UniqueKey classKey;
   if (classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_READ) == ERROR_SUCCESS) {
     const std::vector<Adapter> adapters = ReadAdapters(classKey.Get());
     state = {ReadPaths(adapters), ReadExcluded(adapters), ReadLoops(classKey.Get())};
   }
-  debugOutput.resize(kept);
   return state;
 }
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "simulation/machine.h"
+
 namespace ztlsim {
 
 struct BindingPath {
@@ -32,8 +34,7 @@ struct BindingState {
   std::vector<BindLoopInstance> loops;
 };
 
-// Reads the current machine, through the module's own lookups and the engine. Nothing is changed; messages are dropped
-// as by ReadMachineState.
-BindingState ReadBindings();
+// Looks through the module's own lookups and the engine. Nothing is changed.
+BindingState ReadBindings(simulation::Machine& machine);
 
 }  // namespace ztlsim

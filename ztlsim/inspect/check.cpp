@@ -15,6 +15,7 @@
 #include "platform/registry_key.h"
 #include "ztlsim/inspect/bindings.h"
 #include "ztlsim/inspect/stacks.h"
+#include "ztlsim/inspection.h"
 #include "ztlsim/report/value_text.h"
 #include "ztlsim/scenario/registry_changes.h"
 #include "ztlsim/text_encoding.h"
@@ -96,12 +97,12 @@ class Checker {
  public:
   explicit Checker(const simulation::Registry& registry) : original_(registry) {
     machine_.registry.CopyFrom(registry);
-    current_.emplace(machine_);
+    inspection_.emplace(machine_);
   }
 
   std::vector<Finding> Run() {
-    before_ = ReadMachineState();
-    bindings_ = ReadBindings();
+    before_ = ReadMachineState(machine_);
+    bindings_ = ReadBindings(machine_);
     Keys();
     Values();
     if (before_.orderIsSet && !before_.ownClass.empty()) Order();
@@ -311,7 +312,7 @@ class Checker {
           machine_.registry.Create(adapters + u'\\' + stack.Adapter());
     std::uint8_t changed = 0;
     const bool ran = ztl::OrderIM(&changed) == ERROR_SUCCESS;
-    after_ = ReadMachineState(&before_);
+    after_ = ReadMachineState(machine_, &before_);
     const std::u16string path = FullPath(ztl::kAdaptersKey) + u'\\';
     for (RegistryChange& change : CompareRegistries(original_, machine_.registry)) {
       if (change.keyCreated) created_.insert(change.key);
@@ -437,7 +438,7 @@ class Checker {
 
   const simulation::Registry& original_;
   simulation::Machine machine_;
-  std::optional<simulation::CurrentMachine> current_;
+  std::optional<Inspection> inspection_;
   MachineState before_;
   MachineState after_;
   BindingState bindings_;

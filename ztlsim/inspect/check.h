@@ -86,7 +86,7 @@ struct Finding {
 
 // Looks at a copy of the registry through the module's own lookups, and at what a pass changes in that copy. By area
 // (keys, values, configured order, stacks, loops, excluded adapters, adapter records), then in the order of the keys.
-// Call it while the module log is not open.
+// The module's log must not be open.
 std::vector<Finding> CheckMachine(const simulation::Registry& registry);
 
 // UTF-8: a line for each finding and one that counts them; or one JSON object.

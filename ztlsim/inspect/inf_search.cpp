@@ -8,6 +8,7 @@
 #include "platform/multi_string.h"
 #include "platform/system_info.h"
 #include "platform/task_text.h"
+#include "ztlsim/inspection.h"
 
 namespace ztlsim {
 
@@ -41,7 +42,8 @@ std::string FileVersion::Text() const {
          std::to_string(packed >> 8 & 0xFF) + "." + std::to_string(build);
 }
 
-InfSearch SearchInfFiles() {
+InfSearch SearchInfFiles(simulation::Machine& machine) {
+  const Inspection inspection(machine);
   InfSearch search;
   char16_t directory[kDirectoryCapacity] = {};
   if (GetSystemDirectoryW(directory, kDirectoryCapacity) < kDirectoryCapacity) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/types.h"
+#include "simulation/machine.h"
 
 namespace ztlsim {
 
@@ -29,7 +30,7 @@ struct InfSearch {
   std::optional<std::u16string> mediaRoot;
 };
 
-// Looks with the module's own functions, on the current machine; the module's log must not be open.
-InfSearch SearchInfFiles();
+// Looks with the module's own functions.
+InfSearch SearchInfFiles(simulation::Machine& machine);
 
 }  // namespace ztlsim

@@ -7,6 +7,7 @@
 #include "module/names.h"
 #include "module/order/order_im.h"
 #include "platform/registry_key.h"
+#include "ztlsim/inspection.h"
 
 namespace ztlsim {
 
@@ -157,9 +158,8 @@ void CompareEntries(StackPair& pair) {
 
 }  // namespace
 
-MachineState ReadMachineState(const MachineState* before) {
-  std::vector<std::string>& debugOutput = simulation::Current().debugOutput;
-  const std::size_t kept = debugOutput.size();
+MachineState ReadMachineState(simulation::Machine& machine, const MachineState* before) {
+  Inspection inspection(machine);
   MachineState state;
   state.missingKeys = MissingKeys();
   ReadOrder(state);
@@ -172,11 +172,10 @@ MachineState ReadMachineState(const MachineState* before) {
     if (before != nullptr)
       for (const AdapterStack& stack : before->stacks)
         for (const StackEntry& entry : stack.entries) owners.emplace(Fold(entry.guid), entry.service);
-    for (SubkeyEnumeration<32> instance(classKey.Get()); instance.Next(); debugOutput.resize(kept))
+    for (SubkeyEnumeration<32> instance(classKey.Get()); instance.Next(); inspection.DropDebugOutput())
       if (ztl::IsTopBinding(classKey.Get(), instance.Name(), transports))
         state.stacks.push_back(ReadStack(classKey.Get(), instance.Name(), instances, owners));
   }
-  debugOutput.resize(kept);
   return state;
 }
 

@@ -37,9 +37,9 @@ struct MachineState {
   std::vector<std::u16string> missingKeys;  // keys that a pass starts from and that are not there
 };
 
-// Reads the current machine. Nothing is changed, and the lookups' messages are dropped: call it while the module log is
-// not open. What `before` (may be null) knows of the entries' owners is taken over: a transaction does not change them.
-MachineState ReadMachineState(const MachineState* before = nullptr);
+// Nothing is changed. What `before` (may be null) knows of the entries' owners is taken over: a transaction does not
+// change them.
+MachineState ReadMachineState(simulation::Machine& machine, const MachineState* before = nullptr);
 
 // One stack before and after a run.
 struct StackPair {

@@ -21,21 +21,21 @@ namespace {
 // module as it is loaded and unloaded; in the others only the log is open.
 class SimulatedProcess final : public Process {
  public:
-  SimulatedProcess(ModuleUse use, bool asProcess, std::vector<ShownPage>& pages)
-      : pages_(pages), entersModule_(asProcess || use == ModuleUse::Life) {
+  SimulatedProcess(simulation::Machine& machine, ModuleUse use, bool asProcess, std::vector<ShownPage>& pages)
+      : machine_(machine), pages_(pages), entersModule_(asProcess || use == ModuleUse::Life) {
     auto create = [this](IUnknown* outer, REFIID riid, void** object) {
       return CreateByClassObject(outer, riid, object);
     };
-    simulation::Current().comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
+    machine_.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (asProcess) {
-      simulation::Current().comClasses.back().create = create;
-      simulation::Current().comClasses.back().unloadUnused = [this] { UnloadIfUnused(); };
+      machine_.comClasses.back().create = create;
+      machine_.comClasses.back().unloadUnused = [this] { UnloadIfUnused(); };
     }
     if (!entersModule_) ztl::OpenModuleLog();
   }
   ~SimulatedProcess() {
     if (!entersModule_) ztl::CloseModuleLog();
-    simulation::Current().comClasses.pop_back();
+    machine_.comClasses.pop_back();
   }
   SimulatedProcess(const SimulatedProcess&) = delete;
   SimulatedProcess& operator=(const SimulatedProcess&) = delete;
@@ -88,6 +88,7 @@ class SimulatedProcess final : public Process {
     if (ztl::DllCanUnloadNow() == S_OK) Unload(loadedByCom_);
   }
 
+  simulation::Machine& machine_;
   std::vector<ShownPage>& pages_;
   const bool entersModule_;
   bool loadedByProcess_ = false;
@@ -104,17 +105,18 @@ bool ScenarioResult::Failed() const {
   return std::any_of(results.begin(), results.end(), [](const auto& r) { return platform::Failed(r.second); });
 }
 
-ScenarioResult RunScenario(const Scenario& scenario, const CallOptions& options, bool asProcess) {
-  simulation::Machine& machine = simulation::Current();
+ScenarioResult RunScenario(simulation::Machine& machine, const Scenario& scenario, const CallOptions& options,
+                           bool asProcess) {
+  const simulation::CurrentMachine current(machine);
   ScenarioResult result;
-  result.before = ReadMachineState();
-  result.bindingsBefore = ReadBindings();
-  if (scenario.searchesInf) result.inf = SearchInfFiles();
+  result.before = ReadMachineState(machine);
+  result.bindingsBefore = ReadBindings(machine);
+  if (scenario.searchesInf) result.inf = SearchInfFiles(machine);
   const std::unique_ptr<simulation::Registry> registryBefore = machine.registry.Copy();
   machine.debugOutput.clear();  // of what went before
   {
     const LogObserver observer(machine, result.log);
-    SimulatedProcess process(scenario.use, asProcess, result.pages);
+    SimulatedProcess process(machine, scenario.use, asProcess, result.pages);
     machine.engine.recordRequests = result.asProcess = asProcess;
     result.results = scenario.calls(options, process);
     machine.engine.recordRequests = false;
@@ -122,9 +124,9 @@ ScenarioResult RunScenario(const Scenario& scenario, const CallOptions& options,
   result.engineRequests = machine.engine.requests;
   result.debugOutput = machine.debugOutput;
   result.logTroubles = ReadLogTroubles(result.debugOutput);
-  result.after = ReadMachineState(&result.before);
+  result.after = ReadMachineState(machine, &result.before);
   result.stacks = PairStacks(result.before.stacks, result.after.stacks);
-  result.bindingsAfter = ReadBindings();
+  result.bindingsAfter = ReadBindings(machine);
   result.standardOutput = machine.standardOutput;
   result.elapsedMilliseconds = machine.WaitedMilliseconds();
   result.changes = CompareRegistries(*registryBefore, machine.registry);

@@ -46,9 +46,10 @@ struct ScenarioResult {
   bool Failed() const;  // a method of the notify object, or the entry, failed
 };
 
-// Runs the scenario with its options on the current machine. As a whole process the module is loaded, asked for its
+// Runs the scenario with its options on the machine. As a whole process the module is loaded, asked for its
 // class object for each notify object, and unloaded, as COM does it; what it and the engine exchange is recorded. Else
 // only its log is open where the scenario is not about that life.
-ScenarioResult RunScenario(const Scenario& scenario, const CallOptions& options, bool asProcess = false);
+ScenarioResult RunScenario(simulation::Machine& machine, const Scenario& scenario, const CallOptions& options,
+                           bool asProcess = false);
 
 }  // namespace ztlsim

@@ -44,7 +44,7 @@ class RepairTest : public MachineTest {
   std::set<std::u16string> EnabledPaths() {
     std::set<std::u16string> enabled;
     ztl::CloseModuleLog();  // looking is not to be logged
-    for (const ztlsim::BindingPath& path : ztlsim::ReadBindings().paths)
+    for (const ztlsim::BindingPath& path : ztlsim::ReadBindings(machine_).paths)
       if (path.enabled) enabled.insert(path.adapter.substr(0, 4));
     ztl::OpenModuleLog();
     return enabled;
