@@ -94,7 +94,7 @@ class FaultSweepTest : public MachineTest {
     machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (run.driver) machine.driver.version = {4, 17, 0, 18806};
     const std::string package = ZTL_SOURCE_DIR "/samples/package-4.17";
-    if (run.package) EXPECT_FALSE(ztlsim::PlaceInstallationFiles({package, {}, package + "/ztl2000.sys"}));
+    if (run.package) EXPECT_FALSE(ztlsim::PlaceInstallationFiles(machine, {package, {}, package + "/ztl2000.sys"}));
     if (kinds)
       machine.observer = [kinds](Operation operation, const simulation::Arguments& arguments) {
         std::string kind = simulation::OperationName(operation);
