@@ -32,7 +32,7 @@ inline constexpr Scenario kScenarios[] = {
      true},
     {"upgrade", "upgrades it", "order, loops, exclusions", Upgrade, ModuleUse::Transaction},
     {"remove", "removes it", "order", Remove, ModuleUse::Transaction},
-    {"notify", "tells the notify object of binding paths or of its component", "order, loops, exclusions", Notify,
+    {"notify", "reports binding paths or its component to the notify object", "order, loops, exclusions", Notify,
      ModuleUse::Transaction, false, kNotifyOptions},
     {"properties", "opens its page in a connection's properties", "loops; order, unless cancelled", ShowProperties,
      ModuleUse::Transaction, false, kPropertiesOptions},
