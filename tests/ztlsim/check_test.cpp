@@ -142,6 +142,8 @@ TEST_F(Check, EveryKindAndScenarioStandsInTheGuide) {
     ASSERT_NE(row, std::string::npos) << begin;
     const std::size_t passes = guide.find(" | ", row + begin.size());
     EXPECT_EQ(guide.compare(passes + 3, std::string(scenario.passes).size(), scenario.passes), 0) << begin;
+    for (const CallOption& option : scenario.options)
+      EXPECT_NE(guide.find("`" + std::string(option.name)), std::string::npos) << option.name;
   }
 }
 
