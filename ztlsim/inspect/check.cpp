@@ -14,10 +14,10 @@
 #include "module/repair/excluded_macs.h"
 #include "platform/registry_key.h"
 #include "ztlsim/inspect/bindings.h"
+#include "ztlsim/inspect/registry_changes.h"
 #include "ztlsim/inspect/stacks.h"
+#include "ztlsim/inspect/value_text.h"
 #include "ztlsim/inspection.h"
-#include "ztlsim/report/value_text.h"
-#include "ztlsim/scenario/registry_changes.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {

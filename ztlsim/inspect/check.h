@@ -89,8 +89,4 @@ struct Finding {
 // The module's log must not be open.
 std::vector<Finding> CheckMachine(const simulation::Registry& registry);
 
-// UTF-8: a line for each finding and one that counts them; or one JSON object.
-std::string FormatFindings(const std::vector<Finding>& findings);
-std::string FormatFindingsAsJson(const std::vector<Finding>& findings);
-
 }  // namespace ztlsim
