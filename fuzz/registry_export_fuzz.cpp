@@ -5,7 +5,8 @@
 #include <string_view>
 
 #include "ztlsim/input/registry_export.h"
-#include "ztlsim/scenario/registry_changes.h"
+#include "ztlsim/inspect/registry_changes.h"
+#include "ztlsim/report/registry_export_writer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using simulation::Registry;

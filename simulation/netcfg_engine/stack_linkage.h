@@ -1,7 +1,8 @@
 // The adapter stacks as the registry's linkage describes them, and how an intermediate driver's virtual adapter is
 // taken out of a stack or put on top of it.
 //
-// The engine has a reader of its own on purpose: it must not lean on the module or the tool that it is to check.
+// The engine keeps a reader of adapter instances of its own on purpose: it reads as the engine does, over platform
+// calls alone, while the tool reads through the module's lookups and within its limits.
 //
 // A stack is known by its bottom, the adapter that the "RootDevice" lists of all its instances end with. Texts compare
 // as registry names do.

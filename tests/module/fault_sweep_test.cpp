@@ -17,8 +17,9 @@
 #include "tests/support/machine_test.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
+#include "ztlsim/inspect/registry_changes.h"
+#include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/scenario/host_process.h"
-#include "ztlsim/scenario/registry_changes.h"
 #include "ztlsim/scenario/scenarios.h"
 #include "ztlsim/text_encoding.h"
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/random_registry.h"
+#include "ztlsim/report/report.h"
 #include "ztlsim/scenario/scenarios.h"
 #include "ztlsim/text_encoding.h"
 

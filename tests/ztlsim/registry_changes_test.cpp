@@ -1,4 +1,4 @@
-#include "ztlsim/scenario/registry_changes.h"
+#include "ztlsim/inspect/registry_changes.h"
 
 #include <gtest/gtest.h>
 
@@ -6,6 +6,7 @@
 
 #include "tests/support/random_registry.h"
 #include "ztlsim/input/registry_export.h"
+#include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {

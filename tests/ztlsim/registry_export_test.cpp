@@ -2,6 +2,7 @@
 
 #include "tests/support/machine_test.h"
 #include "tests/support/random_registry.h"
+#include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/text_encoding.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>

@@ -1,7 +1,6 @@
-// Registry exports: the text files in which Windows' registry tools exchange keys and values.
+// Reading registry exports: the text files in which Windows' registry tools exchange keys and values.
 //
-// Read as support people send them: version 5.00 in UTF-16 or UTF-8, REGEDIT4 in 8-bit text, any line ends. Written as
-// Windows' own tool writes them: version 5.00, UTF-16 with byte order mark, CR LF, wrapped hexadecimal lines.
+// They are taken as support people send them: version 5.00 in UTF-16 or UTF-8, REGEDIT4 in 8-bit text, any line ends.
 #pragma once
 
 #include <cstddef>
@@ -29,8 +28,5 @@ std::optional<InputError> ReadRegistryExport(const std::string& path, simulation
 // The same for the bytes of an export; `file` is the name used in errors.
 std::optional<InputError> ReadRegistryExport(const std::string& file, std::string_view bytes,
                                              simulation::Registry& registry);
-
-// The whole registry as the bytes of an export. Links are left out: their targets are written under their own names.
-std::string FormatRegistryExport(const simulation::Registry& registry);
 
 }  // namespace ztlsim

@@ -1,5 +1,6 @@
 #include "ztlsim/inspect/bindings.h"
 
+#include <algorithm>
 #include <map>
 
 #include "module/names.h"
@@ -7,7 +8,10 @@
 #include "module/repair/check_bind_loop.h"
 #include "module/repair/excluded_macs.h"
 #include "platform/com_ptr.h"
-#include "simulation/netcfg_engine/stack_linkage.h"
+#include "platform/registry_key.h"
+#include "simulation/netcfg_engine/engine.h"
+#include "simulation/upper_case.h"
+#include "ztlsim/inspect/adapter_instances.h"
 #include "ztlsim/inspection.h"
 
 namespace ztlsim {
@@ -16,28 +20,19 @@ using namespace platform;
 
 namespace {
 
+// The instances with a device node id, by subkey and description.
 struct Adapter {
   std::u16string devNodeId;
   std::u16string name;
 };
 
-std::u16string StringOf(HKEY classKey, const std::u16string& subkey, const char16_t* name) {
-  UniqueKey key;
-  std::u16string text;
-  if (key.Open(classKey, subkey.c_str(), KEY_READ) == ERROR_SUCCESS) simulation::ReadString(key.Get(), name, text);
-  return text;
-}
-
-std::vector<Adapter> ReadAdapters(HKEY classKey) {
+std::vector<Adapter> AdaptersOf(const std::vector<AdapterInstance>& instances) {
   std::vector<Adapter> adapters;
-  for (SubkeyEnumeration<256> instance(classKey); instance.Next();) {
-    const std::u16string subkey = instance.Name();
-    Adapter adapter{StringOf(classKey, subkey, u"DeviceInstanceID"), subkey};
-    if (adapter.devNodeId.empty()) continue;
-    if (const std::u16string description = StringOf(classKey, subkey, u"DriverDesc"); !description.empty())
-      adapter.name += u" " + description;
-    adapters.push_back(std::move(adapter));
-  }
+  for (const AdapterInstance& instance : instances)
+    if (!instance.devNodeId.empty())
+      adapters.push_back({instance.devNodeId, instance.description.empty()
+                                                  ? instance.subkey
+                                                  : instance.subkey + u' ' + instance.description});
   return adapters;
 }
 
@@ -91,13 +86,16 @@ bool IsRepairable(const ztl::BindLoop& loop) {
   return static_cast<bool>(ztl::FindBindingPath(netCfg.Get(), loop.filterInfId.Text(), token.c_str()));
 }
 
-std::vector<BindLoopInstance> ReadLoops(HKEY classKey) {
+std::vector<BindLoopInstance> ReadLoops(HKEY classKey, const std::vector<AdapterInstance>& instances) {
   std::vector<BindLoopInstance> result;
   for (ztl::InstanceEnumeration instance(classKey, ztl::kInstanceLinkage); instance.Next();) {
     ztl::BindLoop loop;
     const std::u16string subkey = instance.Name();
-    if (ztl::ReadBindLoop(classKey, instance, loop))
-      result.push_back({subkey, StringOf(classKey, subkey, u"DriverDesc"), loop.upperBind.text, IsRepairable(loop)});
+    if (!ztl::ReadBindLoop(classKey, instance, loop)) continue;
+    const auto found = std::find_if(instances.begin(), instances.end(),
+                                    [&subkey](const AdapterInstance& each) { return each.subkey == subkey; });
+    result.push_back({subkey, found == instances.end() ? std::u16string() : found->description, loop.upperBind.text,
+                      IsRepairable(loop)});
   }
   return result;
 }
@@ -109,8 +107,9 @@ BindingState ReadBindings(simulation::Machine& machine) {
   BindingState state;
   UniqueKey classKey;
   if (classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_READ) == ERROR_SUCCESS) {
-    const std::vector<Adapter> adapters = ReadAdapters(classKey.Get());
-    state = {ReadPaths(adapters), ReadExcluded(adapters), ReadLoops(classKey.Get())};
+    const std::vector<AdapterInstance> instances = ReadAdapterInstances(classKey.Get());
+    const std::vector<Adapter> adapters = AdaptersOf(instances);
+    state = {ReadPaths(adapters), ReadExcluded(adapters), ReadLoops(classKey.Get(), instances)};
   }
   return state;
 }

@@ -7,6 +7,7 @@
 #include "module/names.h"
 #include "module/order/order_im.h"
 #include "platform/registry_key.h"
+#include "ztlsim/inspect/adapter_instances.h"
 #include "ztlsim/inspection.h"
 
 namespace ztlsim {
@@ -21,59 +22,49 @@ std::vector<std::u16string> ToVector(MultiStringView list) {
   return entries;
 }
 
-// The instances by the name that stacks call them by: the first entry of their own "RootDevice", which is their
-// instance GUID but for some of the system's own. The first of several with the same name.
-struct Instance {
-  std::u16string name;
-  std::u16string description;
-  std::vector<std::u16string> upperBind;
-};
-struct Instances {
-  std::map<std::u16string, Instance> byGuid;
-  std::map<std::u16string, Instance> byRootDevice;
-
-  const Instance* Find(const std::u16string& folded) const {
-    if (const auto found = byGuid.find(folded); found != byGuid.end()) return &found->second;
-    const auto found = byRootDevice.find(folded);
-    return found == byRootDevice.end() ? nullptr : &found->second;
-  }
-};
-
 std::u16string Fold(std::u16string_view text) {
   std::u16string folded(text);
   for (char16_t& character : folded) character = FoldCase(character);
   return folded;
 }
 
-Instances ReadInstances(HKEY classKey) {
-  Instances instances;
-  for (SubkeyEnumeration<64> subkey(classKey); subkey.Next();) {
-    UniqueKey key;
-    if (key.Open(classKey, subkey.Name(), KEY_READ) != ERROR_SUCCESS) continue;
-    Instance instance{.name = subkey.Name(), .description = {}, .upperBind = {}};
-    ValueBuffer<256> description;
-    if (description.Read(key.Get(), u"DriverDesc", REG_SZ, 510) == ERROR_SUCCESS)
-      instance.description = description.text;
-    UniqueKey linkage;
-    ValueBuffer<ztl::kUpperBindCapacity> upperBind;
-    ValueBuffer<ztl::kRootDeviceCapacity> rootDevice;
-    if (linkage.Open(key.Get(), u"Linkage", KEY_READ) == ERROR_SUCCESS) {
-      if (upperBind.Read(linkage.Get(), u"UpperBind", REG_MULTI_SZ, ztl::kUpperBindLimit) == ERROR_SUCCESS)
-        instance.upperBind = ToVector(upperBind.List());
-      if (rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, ztl::kRootDeviceLimit) == ERROR_SUCCESS)
-        instances.byRootDevice.try_emplace(Fold(rootDevice.text), instance);
+// What a report shows of an instance has limits of its own.
+constexpr std::size_t kLongestInstanceName = 63;                   // characters; a longer one ends the search
+constexpr std::size_t kDescriptionLimit = 255 * sizeof(char16_t);  // bytes; a larger one counts as missing
+
+// The instances by the name that stacks call them by: their instance GUID, else the first entry of their own
+// "RootDevice", which differs for some of the system's own. The first of several with the same name.
+class InstancesByName {
+ public:
+  explicit InstancesByName(HKEY classKey) : instances_(ReadAdapterInstances(classKey)) {
+    for (AdapterInstance& instance : instances_) {
+      if (instance.subkey.size() > kLongestInstanceName) break;
+      if (instance.descriptionBytes > kDescriptionLimit) instance.description.clear();
+      if (const auto& stack = instance.rootDevice)
+        byRootDevice_.try_emplace(stack->empty() ? std::u16string() : Fold(stack->front()), &instance);
+      if (instance.guid) byGuid_.try_emplace(Fold(*instance.guid), &instance);
     }
-    StringValue guid;
-    if (guid.Read(key.Get(), u"NetCfgInstanceId") == ERROR_SUCCESS)
-      instances.byGuid.try_emplace(Fold(guid.View()), std::move(instance));
   }
-  return instances;
-}
+  InstancesByName(const InstancesByName&) = delete;
+  InstancesByName& operator=(const InstancesByName&) = delete;
+
+  // Null when there is none of the folded name.
+  const AdapterInstance* Find(const std::u16string& folded) const {
+    if (const auto found = byGuid_.find(folded); found != byGuid_.end()) return found->second;
+    const auto found = byRootDevice_.find(folded);
+    return found == byRootDevice_.end() ? nullptr : found->second;
+  }
+
+ private:
+  std::vector<AdapterInstance> instances_;
+  std::map<std::u16string, const AdapterInstance*> byGuid_;
+  std::map<std::u16string, const AdapterInstance*> byRootDevice_;
+};
 
 // The services that own the entries, by folded name, as they were found so far.
 using Owners = std::map<std::u16string, std::u16string>;
 
-AdapterStack ReadStack(HKEY classKey, const char16_t* top, const Instances& instances, Owners& owners) {
+AdapterStack ReadStack(HKEY classKey, const char16_t* top, const InstancesByName& instances, Owners& owners) {
   AdapterStack stack{.top = top, .entries = {}};
   UniqueKey linkage;
   ValueBuffer<ztl::kRootDeviceCapacity> rootDevice;
@@ -89,8 +80,8 @@ AdapterStack ReadStack(HKEY classKey, const char16_t* top, const Instances& inst
       if (ztl::FindSvcFromGuid(classKey, guid, service, 64) == ERROR_SUCCESS) owner->second = service;
     }
     entry.service = owners[folded];
-    if (const Instance* const instance = instances.Find(folded)) {
-      entry.instance = instance->name;
+    if (const AdapterInstance* const instance = instances.Find(folded)) {
+      entry.instance = instance->subkey;
       entry.description = instance->description;
       entry.upperBind = instance->upperBind;
     }
@@ -167,7 +158,7 @@ MachineState ReadMachineState(simulation::Machine& machine, const MachineState* 
   char16_t transports[ztl::kTransportListCapacity];
   if (ztl::GetProto(transports) == ERROR_SUCCESS &&
       classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_ALL_ACCESS) == ERROR_SUCCESS) {
-    const Instances instances = ReadInstances(classKey.Get());
+    const InstancesByName instances(classKey.Get());
     Owners owners;
     if (before != nullptr)
       for (const AdapterStack& stack : before->stacks)

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "ztlsim/input/registry_export.h"
-
 namespace ztlsim {
 namespace {
 
@@ -145,6 +143,30 @@ std::string FormatRegistryExport(const Registry& registry) {
   for (const auto& hive : registry.Root().subkeys) {
     if (!hive->link) WriteTree(writer, *hive, hive->name);
   }
+  return writer.Finish();
+}
+
+std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes) {
+  RegistryExportWriter writer;
+  const RegistryChange* section = nullptr;  // a change of the key whose section is being written
+  for (const RegistryChange& change : changes) {
+    if (section != nullptr && (change.keyDeleted || section->key != change.key)) {
+      writer.EndKey();
+      section = nullptr;
+    }
+    if (change.keyDeleted) {
+      writer.DeletedKey(change.key);
+      continue;
+    }
+    if (section == nullptr) writer.BeginKey(change.key);
+    section = &change;
+    if (change.after) {
+      writer.Value(*change.after);
+    } else if (change.name) {
+      writer.DeletedValue(*change.name);
+    }
+  }
+  if (section != nullptr) writer.EndKey();
   return writer.Finish();
 }
 

@@ -1,4 +1,5 @@
-// Building the bytes of a registry export.
+// Writing registry exports as Windows' own tool writes them: version 5.00, UTF-16 with byte order mark, CR LF, wrapped
+// hexadecimal lines.
 #pragma once
 
 #include <string>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "simulation/registry.h"
+#include "ztlsim/inspect/registry_changes.h"
 
 namespace ztlsim {
 
@@ -32,5 +34,11 @@ class RegistryExportWriter {
   std::string bytes_;
   std::u16string line_;  // being built
 };
+
+// The whole registry as the bytes of an export. Links are left out: their targets are written under their own names.
+std::string FormatRegistryExport(const simulation::Registry& registry);
+
+// The changes as the bytes of an export: importing it into the registry as it was makes the changes.
+std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes);
 
 }  // namespace ztlsim

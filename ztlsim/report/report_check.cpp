@@ -1,6 +1,6 @@
 #include <nlohmann/json.hpp>
 
-#include "ztlsim/inspect/check.h"
+#include "ztlsim/report/report.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {

@@ -1,8 +1,8 @@
 #include <nlohmann/json.hpp>
 
 #include "module/log/format.h"
+#include "ztlsim/inspect/value_text.h"
 #include "ztlsim/report/report.h"
-#include "ztlsim/report/value_text.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {

@@ -4,8 +4,8 @@
 #include "module/install/control_device.h"
 #include "module/log/format.h"
 #include "platform/text.h"
+#include "ztlsim/inspect/value_text.h"
 #include "ztlsim/report/report.h"
-#include "ztlsim/report/value_text.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztlsim {

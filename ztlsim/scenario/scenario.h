@@ -8,8 +8,8 @@
 #include "simulation/machine.h"
 #include "ztlsim/inspect/bindings.h"
 #include "ztlsim/inspect/inf_search.h"
+#include "ztlsim/inspect/registry_changes.h"
 #include "ztlsim/inspect/stacks.h"
-#include "ztlsim/scenario/registry_changes.h"
 #include "ztlsim/scenario/scenarios.h"
 
 namespace ztlsim {

@@ -1,4 +1,4 @@
-#include "ztlsim/report/value_text.h"
+#include "ztlsim/inspect/value_text.h"
 
 #include <algorithm>
 #include <iterator>

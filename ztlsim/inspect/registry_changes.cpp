@@ -1,8 +1,6 @@
-#include "ztlsim/scenario/registry_changes.h"
+#include "ztlsim/inspect/registry_changes.h"
 
 #include <unordered_map>
-
-#include "ztlsim/report/registry_export_writer.h"
 
 namespace ztlsim {
 namespace {
@@ -71,30 +69,6 @@ Changes CompareRegistries(const Registry& before, const Registry& after) {
   Changes changes;
   CompareKeys(before.Root(), after.Root(), u"", changes);
   return changes;
-}
-
-std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes) {
-  RegistryExportWriter writer;
-  const RegistryChange* section = nullptr;  // a change of the key whose section is being written
-  for (const RegistryChange& change : changes) {
-    if (section != nullptr && (change.keyDeleted || section->key != change.key)) {
-      writer.EndKey();
-      section = nullptr;
-    }
-    if (change.keyDeleted) {
-      writer.DeletedKey(change.key);
-      continue;
-    }
-    if (section == nullptr) writer.BeginKey(change.key);
-    section = &change;
-    if (change.after) {
-      writer.Value(*change.after);
-    } else if (change.name) {
-      writer.DeletedValue(*change.name);
-    }
-  }
-  if (section != nullptr) writer.EndKey();
-  return writer.Finish();
 }
 
 }  // namespace ztlsim

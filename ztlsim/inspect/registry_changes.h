@@ -24,7 +24,4 @@ struct RegistryChange {
 // listed before its values. Links are not followed.
 std::vector<RegistryChange> CompareRegistries(const simulation::Registry& before, const simulation::Registry& after);
 
-// The changes as the bytes of a registry export: importing it into the registry as it was makes the changes.
-std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes);
-
 }  // namespace ztlsim

@@ -1,0 +1,14 @@
+// Findings of the configured order: what each of its entries stands for, and whether the module's lists have room.
+#pragma once
+
+#include "simulation/machine.h"
+#include "ztlsim/inspect/findings.h"
+#include "ztlsim/inspect/stacks.h"
+
+namespace ztlsim {
+
+// The machine is current, and `state` was read from it. Nothing is changed. An order that is not set, or a filter
+// without a class, has no findings.
+void CheckConfiguredOrder(const simulation::Machine& machine, const MachineState& state, Findings& findings);
+
+}  // namespace ztlsim
