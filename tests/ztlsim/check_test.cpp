@@ -134,8 +134,10 @@ TEST_F(Check, PrintsALineAFinding) {
 
 TEST_F(Check, EveryKindAndScenarioStandsInTheGuide) {
   const std::string guide = ReadFile(ZTL_SOURCE_DIR "/docs/ztlsim.md");
-  std::string rows = "| kind | what is wrong |\n|---|---|\n";
-  for (const FindingRow& row : kFindingKinds) rows += "| `" + std::string(row.name) + "` | " + row.what + " |\n";
+  std::string rows = "| kind | severity | what is wrong | what follows |\n|---|---|---|---|\n";
+  for (const FindingRow& row : kFindingKinds)
+    rows += "| `" + std::string(row.name) + "` | " + SeverityName(row.severity) + " | " + row.what + " | " +
+            row.consequence + " |\n";
   EXPECT_NE(guide.find(rows + "\n"), std::string::npos) << rows;
   for (const Scenario& scenario : kScenarios) {
     const std::string begin = "\n| `" + std::string(scenario.name) + "` | ";
