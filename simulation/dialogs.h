@@ -1,5 +1,4 @@
-// The simulated machine's windows: dialogs made from template bytes, their controls, and property sheets together with
-// the user before them.
+// The simulated machine's windows: dialogs, their controls, and the pages of property sheets.
 //
 // Windows belong to the thread that shows them; nothing here is locked. A message that the system sends goes straight
 // to its window; only what the module calls itself is an operation of the boundary.
@@ -9,43 +8,31 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
 #include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/dialogs.h"
+#include "simulation/dialog_template.h"
 
 namespace simulation {
 
 using namespace platform;
 
-// A control as it is seen.
-struct Control {
-  std::u16string windowClass;
-  int id;
-  std::u16string text;
-  std::size_t limit = 32767;  // of typed text in characters, for an edit control
-
-  friend bool operator==(const Control&, const Control&) = default;
-};
-
-struct DialogTemplate {
-  std::u16string caption;
-  std::vector<Control> controls;
-};
-
-// Reads a template in the platform's format, not the extended one. Nothing when it is cut short or makes no sense.
-std::optional<DialogTemplate> ReadDialogTemplate(std::span<const BYTE> bytes);
-
+// A window of any kind. What it does not take part in does nothing.
 class Window {
  public:
   explicit Window(HWND owner) : parent(owner) {}
   virtual ~Window() = default;
-  virtual LRESULT Receive(UINT /*message*/, WPARAM, LPARAM) { return 0; }
-  virtual void TextChanged() {}                                  // by SetWindowTextW or a user
-  virtual std::intptr_t* Slot(int /*slot*/) { return nullptr; }  // of GetWindowLongPtrW
+  virtual LRESULT Receive(UINT /*message*/, WPARAM, LPARAM) { return 0; }  // returns the message's result
+  virtual void TextChanged() {}                                            // by SetWindowTextW or a user
+  // The value that GetWindowLongPtrW reads at this offset in bytes, owned by the window; null when there is none.
+  virtual std::intptr_t* Slot(int /*slot*/) { return nullptr; }
+
+  // Whether a user can type into it; and typing at the end of its text, after emptying that with `clearFirst`, one key
+  // after the other. Returns how many characters were taken; control characters are none.
+  virtual bool TakesText() const { return false; }
+  virtual std::size_t Type(std::u16string_view /*text*/, bool /*clearFirst*/) { return 0; }
 
   const HWND parent;
   HWND handle = nullptr;
@@ -58,14 +45,15 @@ class Dialogs {
   std::size_t Windows() const { return windows_.size(); }  // that have not been destroyed
   std::size_t Pages() const { return pages_.size(); }      // likewise
 
-  HWND Add(std::unique_ptr<Window> window);
+  HWND Add(std::unique_ptr<Window> window);  // gives it its handle
+  // Windows are owned by this object, until Destroy.
   Window* Find(HWND handle);  // null, with the last error ERROR_INVALID_WINDOW_HANDLE, when there is no such window
-  std::vector<Window*> Children(HWND parent) const;
+  std::vector<Window*> Children(HWND parent) const;                       // in the order in which they were added
   LRESULT Send(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);  // 0 when there is no such window
   void Destroy(HWND handle);                                              // with its children
 
-  // Makes the dialog and its controls, and initializes it with `lParam`. Null, with a last error, when the template
-  // cannot be read.
+  // Makes the dialog and its controls, and initializes it with `lParam`. Null, with the last error
+  // ERROR_INVALID_PARAMETER, when the template cannot be read.
   HWND CreateDialogIndirect(std::span<const BYTE> bytes, HWND parent, DLGPROC procedure, LPARAM lParam);
 
   HPROPSHEETPAGE AddPage(const PROPSHEETPAGEW& description);  // which is copied
@@ -78,44 +66,6 @@ class Dialogs {
   std::map<HWND, std::unique_ptr<Window>> windows_;
   std::map<HPROPSHEETPAGE, PROPSHEETPAGEW> pages_;
   std::uintptr_t nextHandle_ = 0x10000;
-};
-
-// A property sheet on the current machine, and what its user does.
-class PropertySheet {
- public:
-  explicit PropertySheet(std::span<const HPROPSHEETPAGE> pages) : pages_(pages.begin(), pages.end()) {}  // owns them
-  ~PropertySheet();  // closes the sheet and destroys its pages
-  PropertySheet(const PropertySheet&) = delete;
-  PropertySheet& operator=(const PropertySheet&) = delete;
-
-  // Shows the sheet with its first page; the others are never turned to. False when there is no page, or its dialog
-  // cannot be created. Once closed, a sheet does not open again.
-  bool Open();
-  bool IsOpen() const { return sheet_ != nullptr; }
-  void Close();
-
-  HWND Page() const { return page_; }  // the dialog of the page; null when the sheet is not open
-  std::u16string Title() const;        // of the page
-  std::vector<Control> Controls() const;
-  std::u16string Text(int id) const;
-  bool ApplyEnabled() const;
-
-  // Types at the end of a control's text, after emptying it if so wanted, one key after the other. Returns how many
-  // characters the control took; control characters are none.
-  std::size_t Type(int id, std::u16string_view text, bool clearFirst = false);
-
-  // Each is false when the button is disabled or the page refuses. OK and Cancel close the sheet.
-  bool PressOk() { return Apply(true); }
-  bool PressApply() { return ApplyEnabled() && Apply(false); }
-  bool PressCancel();
-
- private:
-  std::intptr_t Notify(UINT code, LPARAM lParam) const;  // the page's message result
-  bool Apply(bool closing);
-
-  std::vector<HPROPSHEETPAGE> pages_;
-  HWND sheet_ = nullptr;
-  HWND page_ = nullptr;
 };
 
 }  // namespace simulation

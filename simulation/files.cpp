@@ -9,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-#include "simulation/host.h"
+#include "simulation/host_files.h"
 #include "simulation/machine.h"
 #include "simulation/text_encoding.h"
 

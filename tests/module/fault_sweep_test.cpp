@@ -14,6 +14,7 @@
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"
 #include "module/notify/property_page.h"
+#include "simulation/property_sheet.h"
 #include "tests/support/machine_test.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"

@@ -1,4 +1,4 @@
-#include "simulation/dialogs.h"
+#include "simulation/dialog_template.h"
 #include "simulation/resources.h"
 #include "tests/support/machine_test.h"
 

@@ -9,6 +9,7 @@
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"
 #include "platform/com_ptr.h"
+#include "simulation/property_sheet.h"
 #include "ztlsim/scenario/log_observer.h"
 
 namespace ztlsim {

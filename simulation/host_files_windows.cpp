@@ -1,4 +1,4 @@
-#include "simulation/host.h"
+#include "simulation/host_files.h"
 // The runtime's own header defines names that ours declare as constants, so it comes last.
 #include <direct.h>
 #include <errno.h>

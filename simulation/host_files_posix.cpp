@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "platform/files.h"
-#include "simulation/host.h"
+#include "simulation/host_files.h"
 
 namespace simulation::host {
 

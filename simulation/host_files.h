@@ -1,0 +1,25 @@
+// The files of the system that the simulation runs on, one source for each kind of host.
+//
+// Operations fail with -1 (or false), `errno` set to the number that the Windows runtime would give. Sizes and offsets
+// are in bytes.
+#pragma once
+
+#include <filesystem>
+
+#include "platform/types.h"
+
+namespace simulation::host {
+
+// Opens a file for reading and writing. Returns the host's descriptor, which Close closes.
+int Open(const std::filesystem::path& path, bool create, bool truncate);
+int Close(int file);
+platform::LONG Length(int file);
+platform::LONG Seek(int file, platform::LONG offset, int origin);  // returns the new position from the start
+// In text translation mode: return the bytes of the buffer that were filled or written.
+int Read(int file, void* buffer, platform::UINT bytes);
+int Write(int file, const void* buffer, platform::UINT bytes);
+bool TryLock(int file, platform::LONG bytes);  // from the current position; errno 13: another holder is there
+int Unlock(int file, platform::LONG bytes);
+int MakeDirectory(const std::filesystem::path& path);
+
+}  // namespace simulation::host
