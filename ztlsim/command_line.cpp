@@ -22,6 +22,17 @@ std::string ScenarioNames() {
   return names;
 }
 
+// For the help, a line each.
+std::string ScenarioHelp() {
+  std::string help = "Scenarios:";
+  for (const Scenario& scenario : kScenarios) {
+    std::string name = scenario.name;
+    name.resize(12, ' ');
+    help += "\n  " + name + scenario.help + "; passes: " + scenario.passes;
+  }
+  return help;
+}
+
 }  // namespace
 
 std::optional<int> ReadCommandLine(int argc, char** argv, Options& options) {
@@ -45,6 +56,7 @@ std::optional<int> ReadCommandLine(int argc, char** argv, Options& options) {
       app.add_subcommand("check", "What is wrong with the machine, and what will happen because of it");
   addMachine(check);
   CLI::App* const run = app.add_subcommand("run", "Run a scenario and show what it changes");
+  run->footer(ScenarioHelp());
   std::set<std::string> scenarioNames;
   for (const Scenario& scenario : kScenarios) scenarioNames.insert(scenario.name);
   run->add_option("SCENARIO", options.scenario, ScenarioNames())->required()->check(CLI::IsMember(scenarioNames));

@@ -40,7 +40,8 @@ INF_FOLDER = "Windows/Inf"
 VERSION = "HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\ztl_host.exe"
 
 SAMPLES = HERE.parent.parent / "samples"
-SCENARIOS = "install upgrade remove notify reinstall register unregister load".split()
+SCENARIOS = re.findall(r'^    {"(\w+)"', (SAMPLES.parent / "ztlsim/scenario/scenarios.h").read_text(), re.M)
+SCENARIOS.remove("properties")  # whose cases have options
 CONNECTION = ["--adapter", "one of the machine's"]
 ADAPTER = re.compile(r"Services\\ZTL\\Parameters\\Adapters\\({[^}]*})\]")
 LONG = "x" * 300

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support/random_registry.h"
+#include "ztlsim/scenario/scenarios.h"
 #include "ztlsim/text_encoding.h"
 
 namespace {
@@ -130,10 +131,20 @@ TEST_F(Check, PrintsALineAFinding) {
   EXPECT_EQ(json[1].dump(), R"({"consequence":"C","key":"k","kind":"missing-key","text":"T","value":null})");
 }
 
-TEST_F(Check, EveryKindStandsInTheGuide) {
+TEST_F(Check, EveryKindAndScenarioStandsInTheGuide) {
+  const std::string guide = ReadFile(ZTL_SOURCE_DIR "/docs/ztlsim.md");
   std::string rows = "| kind | what is wrong |\n|---|---|\n";
   for (const FindingRow& row : kFindingKinds) rows += "| `" + std::string(row.name) + "` | " + row.what + " |\n";
-  EXPECT_NE(ReadFile(ZTL_SOURCE_DIR "/docs/ztlsim.md").find(rows + "\n"), std::string::npos) << rows;
+  EXPECT_NE(guide.find(rows + "\n"), std::string::npos) << rows;
+  for (const Scenario& scenario : kScenarios) {
+    const std::string begin = "\n| `" + std::string(scenario.name) + "` | ";
+    const std::size_t row = guide.find(begin);
+    ASSERT_NE(row, std::string::npos) << begin;
+    const std::size_t passes = guide.find(" | ", row + begin.size());
+    EXPECT_EQ(guide.compare(passes + 3, std::string(scenario.passes).size(), scenario.passes), 0) << begin;
+    for (const CallOption& option : scenario.options)
+      EXPECT_NE(guide.find("`" + std::string(option.name)), std::string::npos) << option.name;
+  }
 }
 
 }  // namespace

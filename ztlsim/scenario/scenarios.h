@@ -19,22 +19,28 @@ enum class ModuleUse {
 
 struct Scenario {
   const char* name;
+  const char* help;    // what its process does
+  const char* passes;  // of the module that run in it
   Calls* calls;
   ModuleUse use;
-  std::span<const CallOption> options;  // that it alone takes
-  bool searchesInf;
+  bool searchesInf = false;
+  std::span<const CallOption> options = {};  // that it alone takes
 };
 
 inline constexpr Scenario kScenarios[] = {
-    {"install", Install, ModuleUse::Transaction, {}, true},
-    {"upgrade", Upgrade, ModuleUse::Transaction, {}, false},
-    {"remove", Remove, ModuleUse::Transaction, {}, false},
-    {"notify", Notify, ModuleUse::Transaction, kNotifyOptions, false},
-    {"properties", ShowProperties, ModuleUse::Transaction, kPropertiesOptions, false},
-    {"reinstall", Reinstall, ModuleUse::Entry, {}, false},
-    {"register", Register, ModuleUse::Life, {}, false},
-    {"unregister", Unregister, ModuleUse::Life, {}, false},
-    {"load", LoadAndUnload, ModuleUse::Life, {}, false},
+    {"install", "installs the filter in one transaction", "order, loops, exclusions", Install, ModuleUse::Transaction,
+     true},
+    {"upgrade", "upgrades it", "order, loops, exclusions", Upgrade, ModuleUse::Transaction},
+    {"remove", "removes it", "order", Remove, ModuleUse::Transaction},
+    {"notify", "reports binding paths or its component to the notify object", "order, loops, exclusions", Notify,
+     ModuleUse::Transaction, false, kNotifyOptions},
+    {"properties", "opens its page in a connection's properties", "loops; order, unless cancelled", ShowProperties,
+     ModuleUse::Transaction, false, kPropertiesOptions},
+    {"reinstall", "calls the export ReInstallZtl", "order, loops, exclusions", Reinstall, ModuleUse::Entry},
+    {"register", "loads the module and registers it", "none", Register, ModuleUse::Life},
+    {"unregister", "loads the module and unregisters it", "none", Unregister, ModuleUse::Life},
+    {"load", "loads the module, makes one instance, and unloads it", "order, loops, exclusions", LoadAndUnload,
+     ModuleUse::Life},
 };
 
 // Null for an unknown name.
