@@ -9,17 +9,11 @@
 #include <set>
 #include <sstream>
 
-#include "module/names.h"
-#include "module/notify/module.h"
-#include "module/notify/module_log.h"
-#include "module/notify/notify_object.h"
 #include "module/notify/property_page.h"
 #include "tests/support/machine_test.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
-#include "ztlsim/scenario/host_process.h"
-#include "ztlsim/scenario/registry_changes.h"
-#include "ztlsim/scenario/scenarios.h"
+#include "ztlsim/scenario/simulated_process.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztl_test {
@@ -37,38 +31,6 @@ struct SweptRun {
   const char* scenario;
   DWORD windows = 10;
   bool driver = false, package = false;
-};
-
-class SweptProcess final : public ztlsim::Process {
- public:
-  explicit SweptProcess(bool transaction) : transaction_(transaction) {
-    if (transaction_) ztl::OpenModuleLog();
-  }
-  ~SweptProcess() {
-    if (transaction_) ztl::CloseModuleLog();
-  }
-  INetCfg* CreateTransaction() override { return simulation::CreateTransaction(); }
-  INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override { return simulation::CreatePnpReconfigCallback(); }
-  INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) override {
-    return simulation::CreateLanConnection(adapter);
-  }
-  bool ShowPages(std::span<const HPROPSHEETPAGE> pages, const ztlsim::PageInput& input) override {
-    simulation::PropertySheet sheet(pages);
-    if (!sheet.Open()) return false;
-    for (const auto& [control, text] : input.texts) sheet.Type(control, text, true);
-    const bool applied = sheet.PressOk();
-    if (sheet.IsOpen()) sheet.PressCancel();
-    return applied;
-  }
-  ztlsim::ModuleEntries LoadModule() override {
-    ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
-            ztl::ReInstallZtl};
-  }
-  void UnloadModule() override { ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr); }
-
- private:
-  const bool transaction_;
 };
 
 class FaultSweepTest : public MachineTest {
@@ -91,7 +53,6 @@ class FaultSweepTest : public MachineTest {
     machine.clock = 1709647432;
     machine.version = {.major = run.windows, .minor = run.windows == 5 ? 2u : 0u};
     machine.registry.CopyFrom(registry);
-    machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (run.driver) machine.driver.version = {4, 17, 0, 18806};
     const std::string package = ZTL_SOURCE_DIR "/samples/package-4.17";
     if (run.package) EXPECT_FALSE(ztlsim::PlaceInstallationFiles(machine, {package, {}, package + "/ztl2000.sys"}));
@@ -112,7 +73,9 @@ class FaultSweepTest : public MachineTest {
     const std::uint64_t before = machine.Calls();
     Outcome outcome;
     {
-      SweptProcess process(scenario.use == ztlsim::ModuleUse::Transaction);
+      const bool isTransaction = scenario.use == ztlsim::ModuleUse::Transaction;
+      std::vector<ztlsim::ShownPage> pages;
+      ztlsim::SimulatedProcess process(machine, isTransaction ? scenario.use : ztlsim::ModuleUse::Life, false, pages);
       outcome.results = scenario.calls(options, process);
     }
     outcome.calls = machine.Calls() - before;
