@@ -42,7 +42,8 @@ class EngineTest : public MachineTest {
     const std::u16string services = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}";
     machine_.registry.Create(services + u"\\{1}").SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
     machine_.registry.Create(services + u"\\{2}").SetValue(u"ComponentId", REG_SZ, Sz(u"a"));
-    for (const char16_t* const subkey : {u"0000", u"0001", u"0002"}) {
+    AddAdapter(u"0003", u"{P}", u"", u"", {u"{P}"}, {});  // the first one of a name counts
+    for (const char16_t* const subkey : {u"0000", u"0001", u"0002", u"0003"}) {
       auto& instance = machine_.registry.Create(std::u16string(kNetClass) + u"\\" + subkey);
       instance.SetValue(u"ComponentId", REG_SZ, Sz(u"x"));
       instance.SetValue(u"DeviceInstanceID", REG_SZ, Sz(std::u16string(u"Dev\\") + subkey));

@@ -92,6 +92,7 @@ TEST_F(RepairTest, AScanLooksPastWhatItCannotUse) {
        },
        1, "Enable Binding Path rc=0"},
       {[&] { Instance(u"0000").parent->CreateSubkey(u"!" + std::u16string(254, u'x')); }, 0, "++Fix Binding 8"},
+      {[&] { Instance(u"0000").parent->denied = KEY_SET_VALUE; }, 1, "++Fix Binding 7"},
       {[&] { machine_.registry.Find(control)->DeleteSubkey(u"DeviceClasses"); }, 1, "BIND LOOP!!!"},
       {[&] {
          Linkage(u"0006").SetValue(u"RootDevice", REG_MULTI_SZ, {'x', 0, 'y'});
