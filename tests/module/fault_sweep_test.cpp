@@ -46,11 +46,7 @@ class FaultSweepTest : public MachineTest {
                   Strings* kinds = nullptr) {
     Machine machine;
     const simulation::CurrentMachine current(machine);
-    std::filesystem::remove_all(root_);
-    std::filesystem::create_directories(root_ / "Windows/temp");
-    machine.files.root = root_;
-    machine.files.lockRetryMilliseconds = 1;
-    machine.clock = 1709647432;
+    Prepare(machine);
     machine.version = {.major = run.windows, .minor = run.windows == 5 ? 2u : 0u};
     machine.registry.CopyFrom(registry);
     if (run.driver) machine.driver.version = {4, 17, 0, 18806};
@@ -115,12 +111,12 @@ class FaultSweepTest : public MachineTest {
   }
 };
 
-// Of an export's bytes, without its mark and carriage returns.
-std::u16string ExportText(const std::string& bytes) {
+// An export's text, without its mark and carriage returns.
+std::string ExportText(const std::string& bytes) {
   std::u16string text(bytes.size() / 2, u'\0');
-  std::memcpy(text.data(), bytes.data(), text.size() * 2);
+  std::memcpy(text.data(), bytes.data(), bytes.size());
   std::erase_if(text, [](char16_t unit) { return unit == 0xFEFF || unit == u'\r'; });
-  return text;
+  return ztlsim::Utf16ToUtf8(text);
 }
 
 TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
@@ -145,8 +141,7 @@ TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
     const Outcome usual = Execute(run, registry, {}, &kinds);
     found << "== " << run.name << ": " << usual.calls << " calls\n";
     for (const std::string& line : usual.log) found << line << '\n';
-    found << ztlsim::Utf16ToUtf8(
-        ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(registry, *usual.registry))));
+    found << ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(registry, *usual.registry)));
     for (const auto& [method, hr] : usual.results) found << method << ' ' << std::hex << hr << std::dec << '\n';
     std::map<std::string, int> failed;
     std::set<std::string> written;

@@ -1,7 +1,6 @@
 // The binding-loop pass and the excluded-adapter pass, on the sample machines.
 #include <functional>
 #include <optional>
-#include <set>
 
 #include "module/names.h"
 #include "module/netcfg/binding_path.h"
@@ -11,7 +10,6 @@
 #include "module/repair/excluded_macs.h"
 #include "tests/support/machine_test.h"
 #include "ztlsim/input/load_machine.h"
-#include "ztlsim/inspect/bindings.h"
 
 namespace {
 
@@ -40,14 +38,6 @@ class RepairTest : public MachineTest {
   static std::size_t Count(const Strings& log, std::string_view start) {
     return static_cast<std::size_t>(
         std::count_if(log.begin(), log.end(), [start](const auto& line) { return line.starts_with(start); }));
-  }
-  std::set<std::u16string> EnabledPaths() {
-    std::set<std::u16string> enabled;
-    ztl::CloseModuleLog();  // looking is not to be logged
-    for (const ztlsim::BindingPath& path : ztlsim::ReadBindings(machine_).paths)
-      if (path.enabled) enabled.insert(path.adapter.substr(0, 4));
-    ztl::OpenModuleLog();
-    return enabled;
   }
 };
 
@@ -158,10 +148,8 @@ TEST_F(RepairTest, APathIsChangedInASessionOfItsOwn) {
     EXPECT_EQ(machine_.Calls(Operation::Apply) - applied, c.applied);
     ExpectNothingLeft();
   }
-  EXPECT_EQ(EnabledPaths(), (std::set<std::u16string>{u"0000", u"0001", u"0002", u"0003"}));
   EXPECT_EQ(ztl::EnableBindingPath(u"qro_ztl", token, false), S_OK);
   EXPECT_EQ(TakeLog(), Strings{"Disable Binding Path rc=0"});
-  EXPECT_EQ(EnabledPaths(), (std::set<std::u16string>{u"0000", u"0001", u"0002"}));
 }
 
 }  // namespace
