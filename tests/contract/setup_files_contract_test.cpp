@@ -1,6 +1,5 @@
 // What every implementation of the setup-file, version and copy operations answers. Where Wine is known to differ from
 // Windows, a test leaves the difference open and says so.
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,6 +12,7 @@
 #include "platform/system_info.h"
 #include "platform/version_info.h"
 #include "tests/contract/contract_fixture.h"
+#include "tests/support/built_file.h"
 
 namespace platform {
 namespace {
@@ -241,84 +241,34 @@ TEST_F(SetupFilesContract, AFileIsCopiedOverAnotherOrNot) {
   EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
 }
 
-template <class Number>
-void Put(std::string& bytes, std::size_t at, Number number) {
-  std::memcpy(&bytes[at], &number, sizeof(number));
-}
-
-// A version block with nothing but its root entry.
-std::string VersionBlock(WORD valueLength = 52) {
-  std::string block(92, '\0');
-  Put<WORD>(block, 0, 92);
-  Put(block, 2, valueLength);
-  const char16_t name[] = u"VS_VERSION_INFO";
-  std::memcpy(&block[6], name, sizeof(name));
-  Put<DWORD>(block, 40, 0xFEEF04BD);
-  Put<DWORD>(block, 48, 0x00040011);
-  return block;
-}
-
-// An executable of one section with one resource.
-std::string Executable(bool is64, const std::string& resource, WORD type = 16) {
-  std::string file(0x600, '\0');
-  Put<WORD>(file, 0, 0x5A4D);
-  Put<DWORD>(file, 0x3C, 0x80);
-  Put<DWORD>(file, 0x80, 0x4550);
-  Put<WORD>(file, 0x84, is64 ? 0x8664 : 0x14C);
-  Put<WORD>(file, 0x86, 1);
-  const WORD optionalSize = is64 ? 240 : 224;
-  Put(file, 0x94, optionalSize);
-  Put<WORD>(file, 0x96, 0x2102);
-  constexpr std::size_t kOptional = 0x98;
-  Put<WORD>(file, kOptional, is64 ? 0x20B : 0x10B);
-  for (const auto& [at, number] : {std::pair{32, 0x1000}, {36, 0x200}, {40, 6}, {48, 6}, {56, 0x2000}, {60, 0x400}})
-    Put<DWORD>(file, kOptional + static_cast<std::size_t>(at), static_cast<DWORD>(number));
-  const std::size_t directories = kOptional + (is64 ? 112 : 96);
-  Put<DWORD>(file, directories - 4, 16);
-  Put<DWORD>(file, directories + 16, 0x1000);
-  Put<DWORD>(file, directories + 20, 0x200);
-  const std::size_t section = kOptional + optionalSize;
-  std::memcpy(&file[section], ".rsrc", 5);
-  for (const auto& [at, number] : {std::pair{8, 0x200u}, {12, 0x1000u}, {16, 0x200u}, {20, 0x400u}, {36, 0x40000040u}})
-    Put<DWORD>(file, section + static_cast<std::size_t>(at), number);
-  const DWORD ids[] = {type, 1, 0x409};
-  for (DWORD level = 0; level < 3; ++level) {
-    const std::size_t directory = 0x400 + level * 24;
-    Put<WORD>(file, directory + 14, 1);
-    Put(file, directory + 16, ids[level]);
-    Put<DWORD>(file, directory + 20, (level + 1) * 24 | (level < 2 ? 0x80000000 : 0));
-  }
-  Put<DWORD>(file, 0x448, 0x1000 + 88);
-  Put(file, 0x44C, static_cast<DWORD>(resource.size()));
-  return file.replace(0x458, resource.size(), resource);
-}
-
 TEST_F(SetupFilesContract, AVersionIsTheRootEntryOfItsBlock) {
-  const auto changed = [](std::string block, std::size_t at, WORD number) {
-    Put(block, at, number);
-    return block;
+  const std::string driver = Read(ztl_test::SourceFile("samples/package-4.17/ztl2000.sys"));
+  // With a word of it changed; its resources begin at 0x800.
+  const auto changed = [&driver](std::size_t at, WORD number) {
+    std::string file = driver;
+    return file.replace(at, 2, {static_cast<char>(number), static_cast<char>(number >> 8)});
   };
+  constexpr std::size_t kType = 0x810, kPlace = 0x848, kSize = kPlace + 4, kBlock = 0x858;
   const struct {
     std::string file;
     bool hasVersion;
     UINT length = 0;
   } cases[] = {
-      {Executable(false, VersionBlock()), true, 52},
-      {Executable(true, VersionBlock()), true, 52},
-      {Executable(true, changed(VersionBlock(), 0, 0xFFFF)), true, 52},
-      {Executable(true, changed(VersionBlock(), 0, 20)), true, 52},
-      {Executable(true, VersionBlock(0xFFFF)), true, 0xFFFF},
-      {Executable(true, VersionBlock(0)), true, 0},
-      {Executable(true, VersionBlock().substr(0, 60)), true, 52},
-      {Executable(true, VersionBlock(), 15), false},
-      {Executable(true, VersionBlock()).substr(0, 0x90), false},
+      {driver, true, 52},
+      {changed(kBlock, 0xFFFF), true, 52},
+      {changed(kBlock, 20), true, 52},
+      {changed(kBlock + 2, 0xFFFF), true, 0xFFFF},
+      {changed(kBlock + 2, 0), true, 0},
+      {changed(kSize, 60), true, 52},
+      {changed(kType, 15), false},
+      {driver.substr(0, 0x90), false},
       {"MZ", false},
       {"", false},
 #ifndef ZTL_CONTRACT_WINDOWS
       // Wine reads on where such a file ends or leads in circles.
-      {changed(Executable(true, VersionBlock()), 0x448, 0), false},
-      {changed(Executable(true, VersionBlock()), 0x42C, 24), false},
-      {Executable(true, VersionBlock()).substr(0, 0x470), false},
+      {changed(kPlace, 0), false},
+      {changed(kType + 0x1C, 24), false},
+      {driver.substr(0, 0x870), false},
 #endif
   };
   for (const auto& c : cases) {
@@ -339,7 +289,7 @@ TEST_F(SetupFilesContract, AVersionIsTheRootEntryOfItsBlock) {
     EXPECT_TRUE(VerQueryValueW(block, u"\\", &value, &length));
     EXPECT_EQ(length, c.length);
     if (length >= 52) EXPECT_EQ(static_cast<const VS_FIXEDFILEINFO*>(value)->dwFileVersionMS, 0x00040011u);
-    EXPECT_FALSE(VerQueryValueW(block, u"\\VarFileInfo\\Translation", &value, &length));
+    EXPECT_FALSE(VerQueryValueW(block, u"\\VarFileInfo\\Nothing", &value, &length));
     EXPECT_EQ(GlobalUnlock(memory), 0);
     EXPECT_EQ(GlobalFree(memory), nullptr);
   }

@@ -96,13 +96,6 @@ TEST_F(SystemContract, AWindowThatDoesNotExistFailsEveryCall) {
   EXPECT_EQ(GetDlgItem(window, 1), nullptr);  // Wine leaves the last error
 }
 
-TEST_F(SystemContract, ADeviceThatDoesNotExistIsNotFound) {
-  EXPECT_EQ(CreateFileW(u"\\\\.\\ZtlNoSuchDevice", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                        FILE_FLAG_DELETE_ON_CLOSE, nullptr),
-            INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-}
-
 // Runs the test below in another process, with one more argument. 0 when it succeeded there.
 int RunElsewhere(const std::string& argument) {
   const std::string program = ::testing::internal::GetArgvs().front();

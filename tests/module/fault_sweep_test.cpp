@@ -9,19 +9,13 @@
 #include <set>
 #include <sstream>
 
-#include "module/names.h"
-#include "module/notify/module.h"
-#include "module/notify/module_log.h"
-#include "module/notify/notify_object.h"
 #include "module/notify/property_page.h"
-#include "simulation/property_sheet.h"
 #include "tests/support/machine_test.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/inspect/registry_changes.h"
 #include "ztlsim/report/registry_export_writer.h"
-#include "ztlsim/scenario/host_process.h"
-#include "ztlsim/scenario/scenarios.h"
+#include "ztlsim/scenario/simulated_process.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztl_test {
@@ -41,38 +35,6 @@ struct SweptRun {
   bool driver = false, package = false;
 };
 
-class SweptProcess final : public ztlsim::Process {
- public:
-  explicit SweptProcess(bool transaction) : transaction_(transaction) {
-    if (transaction_) ztl::OpenModuleLog();
-  }
-  ~SweptProcess() {
-    if (transaction_) ztl::CloseModuleLog();
-  }
-  INetCfg* CreateTransaction() override { return simulation::CreateTransaction(); }
-  INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() override { return simulation::CreatePnpReconfigCallback(); }
-  INetLanConnectionUiInfo* CreateLanConnection(const GUID& adapter) override {
-    return simulation::CreateLanConnection(adapter);
-  }
-  bool ShowPages(std::span<const HPROPSHEETPAGE> pages, const ztlsim::PageInput& input) override {
-    simulation::PropertySheet sheet(pages);
-    if (!sheet.Open()) return false;
-    for (const auto& [control, text] : input.texts) sheet.Type(control, text, true);
-    const bool applied = sheet.PressOk();
-    if (sheet.IsOpen()) sheet.PressCancel();
-    return applied;
-  }
-  ztlsim::ModuleEntries LoadModule() override {
-    ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr);
-    return {ztl::DllCanUnloadNow, ztl::DllGetClassObject, ztl::DllRegisterServer, ztl::DllUnregisterServer,
-            ztl::ReInstallZtl};
-  }
-  void UnloadModule() override { ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr); }
-
- private:
-  const bool transaction_;
-};
-
 class FaultSweepTest : public MachineTest {
  protected:
   struct Outcome {
@@ -86,14 +48,9 @@ class FaultSweepTest : public MachineTest {
                   Strings* kinds = nullptr) {
     Machine machine;
     const simulation::CurrentMachine current(machine);
-    std::filesystem::remove_all(root_);
-    std::filesystem::create_directories(root_ / "Windows/temp");
-    machine.files.root = root_;
-    machine.files.lockRetryMilliseconds = 1;
-    machine.clock = 1709647432;
+    Prepare(machine);
     machine.version = {.major = run.windows, .minor = run.windows == 5 ? 2u : 0u};
     machine.registry.CopyFrom(registry);
-    machine.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
     if (run.driver) machine.driver.version = {4, 17, 0, 18806};
     const std::string package = ZTL_SOURCE_DIR "/samples/package-4.17";
     if (run.package) EXPECT_FALSE(ztlsim::PlaceInstallationFiles(machine, {package, {}, package + "/ztl2000.sys"}));
@@ -114,7 +71,9 @@ class FaultSweepTest : public MachineTest {
     const std::uint64_t before = machine.Calls();
     Outcome outcome;
     {
-      SweptProcess process(scenario.use == ztlsim::ModuleUse::Transaction);
+      const bool isTransaction = scenario.use == ztlsim::ModuleUse::Transaction;
+      std::vector<ztlsim::ShownPage> pages;
+      ztlsim::SimulatedProcess process(machine, isTransaction ? scenario.use : ztlsim::ModuleUse::Life, false, pages);
       outcome.results = scenario.calls(options, process);
     }
     outcome.calls = machine.Calls() - before;
@@ -154,12 +113,12 @@ class FaultSweepTest : public MachineTest {
   }
 };
 
-// Of an export's bytes, without its mark and carriage returns.
-std::u16string ExportText(const std::string& bytes) {
+// An export's text, without its mark and carriage returns.
+std::string ExportText(const std::string& bytes) {
   std::u16string text(bytes.size() / 2, u'\0');
-  std::memcpy(text.data(), bytes.data(), text.size() * 2);
+  std::memcpy(text.data(), bytes.data(), bytes.size());
   std::erase_if(text, [](char16_t unit) { return unit == 0xFEFF || unit == u'\r'; });
-  return text;
+  return ztlsim::Utf16ToUtf8(text);
 }
 
 TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
@@ -184,8 +143,7 @@ TEST_F(FaultSweepTest, EachKindOfCallFailsAsExpected) {
     const Outcome usual = Execute(run, registry, {}, &kinds);
     found << "== " << run.name << ": " << usual.calls << " calls\n";
     for (const std::string& line : usual.log) found << line << '\n';
-    found << ztlsim::Utf16ToUtf8(
-        ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(registry, *usual.registry))));
+    found << ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(registry, *usual.registry)));
     for (const auto& [method, hr] : usual.results) found << method << ' ' << std::hex << hr << std::dec << '\n';
     std::map<std::string, int> failed;
     std::set<std::string> written;

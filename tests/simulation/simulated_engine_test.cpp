@@ -1,8 +1,4 @@
 // The simulated configuration engine as its clients see it: sessions, the write lock, components and binding paths.
-#include <map>
-#include <utility>
-
-#include "platform/clock.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg.h"
 #include "tests/support/machine_test.h"
@@ -11,9 +7,6 @@ namespace {
 
 using namespace platform;
 using namespace ztl_test;
-using simulation::Operation;
-
-using Lists = std::map<std::u16string, std::pair<std::vector<BYTE>, std::vector<BYTE>>>;  // RootDevice and UpperBind
 
 class EngineTest : public MachineTest {
  protected:
@@ -43,37 +36,17 @@ class EngineTest : public MachineTest {
     for (; index >= 0 && paths->Next(1, path.Receive(), nullptr) == S_OK;) --index;
     return path;
   }
-  // Applies a change of the filter's first path in a session of its own.
-  HRESULT Change(bool enable, const char16_t* component = u"qro_ztl") {
-    Client client = MakeClient();
-    client.Open();
-    const auto path = Path(client, component);
-    EXPECT_EQ(path->Enable(enable), S_OK);
-    return client.netCfg->Apply();
-  }
-
   // The stack {A}, {Z} of the filter, {P} that the fixture makes, as components that the engine knows.
   void SetUp() override {
     AddWrongStack();
     const std::u16string services = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}";
     machine_.registry.Create(services + u"\\{1}").SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
     machine_.registry.Create(services + u"\\{2}").SetValue(u"ComponentId", REG_SZ, Sz(u"a"));
-    for (const char16_t* const subkey : {u"0000", u"0001", u"0002"}) {
+    AddAdapter(u"0003", u"{P}", u"", u"", {u"{P}"}, {});  // the first one of a name counts
+    for (const char16_t* const subkey : {u"0000", u"0001", u"0002", u"0003"}) {
       auto& instance = machine_.registry.Create(std::u16string(kNetClass) + u"\\" + subkey);
       instance.SetValue(u"ComponentId", REG_SZ, Sz(u"x"));
       instance.SetValue(u"DeviceInstanceID", REG_SZ, Sz(std::u16string(u"Dev\\") + subkey));
-    }
-  }
-  void Link(std::u16string_view subkey, std::initializer_list<std::u16string_view> rootDevice,
-            std::initializer_list<std::u16string_view> upperBind) {
-    auto& linkage = machine_.registry.Create(std::u16string(kNetClass) + u"\\" + std::u16string(subkey) + u"\\Linkage");
-    linkage.SetValue(u"RootDevice", REG_MULTI_SZ, MultiSz(rootDevice));
-    linkage.SetValue(u"UpperBind", REG_MULTI_SZ, MultiSz(upperBind));
-  }
-  void ExpectLinks(const Lists& expected) {
-    for (const auto& [subkey, lists] : expected) {
-      EXPECT_EQ(Linkage(subkey, u"RootDevice").data, lists.first);
-      EXPECT_EQ(Linkage(subkey, u"UpperBind").data, lists.second);
     }
   }
 };

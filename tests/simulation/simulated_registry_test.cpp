@@ -1,11 +1,10 @@
-// What only the simulated registry has: direct access to the tree, links, refused rights, copies, observers, leaks.
+// What only the simulated registry has: direct access to the tree, links, refused rights, copies, leaks.
 #include "simulation/machine.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -103,25 +102,6 @@ TEST_F(SimulatedRegistry, CopiesAndRestarts) {
   EXPECT_TRUE(copy->Find(u"HKEY_USERS\\Key\\Broken\\Sub")->isVolatile);
   ASSERT_EQ(copy->Open(HKEY_USERS, u"Key\\Link", KEY_READ, &key_), ERROR_SUCCESS);
   EXPECT_EQ(copy->PathOf(key_), u"HKEY_USERS\\Key\\Sub");
-}
-
-TEST_F(SimulatedRegistry, TheObserverSeesKeysAndNumbers) {
-  std::ostringstream seen;
-  machine_.observer = [&](Operation operation, const Arguments& a) {
-    seen << OperationName(operation) << (a.key == key_) << (a.name != nullptr);
-    seen << std::hex << " " << a.number << " " << a.number2 << " " << a.dataBytes << "; ";
-  };
-  BYTE data[6] = {};
-  char16_t name[9];
-  DWORD length = 9, size = 6;
-  Create(u"Key", REG_OPTION_VOLATILE);
-  RegSetValueExW(key_, u"Val", 0, REG_DWORD, data, 4);
-  RegQueryValueExW(key_, u"Val", nullptr, nullptr, data, &size);
-  RegEnumValueW(key_, 3, name, &length, nullptr, nullptr, data, &size);
-  RegEnumKeyExW(key_, 2, name, &length, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ(seen.str(),
-            "RegCreateKeyExW01 f003f 1 0; RegSetValueExW11 4 4 4; RegQueryValueExW11 0 6 0; RegEnumValueW10 3 9 4; "
-            "RegEnumKeyExW10 2 9 0; ");
 }
 
 }  // namespace

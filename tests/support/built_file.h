@@ -11,4 +11,9 @@ inline std::filesystem::path BuiltFile(const std::filesystem::path& built) {
   return std::filesystem::exists(here) ? here : built;
 }
 
+// The file of the sources by its path in them, which the archive keeps for samples.
+inline std::filesystem::path SourceFile(const std::filesystem::path& path) {
+  return std::filesystem::exists(path) ? path : ZTL_SOURCE_DIR / path;
+}
+
 }  // namespace ztl_test

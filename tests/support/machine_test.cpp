@@ -42,11 +42,16 @@ std::vector<std::string> Lines(const std::string& text) {
 
 MachineTest::MachineTest() {
   root_ = std::filesystem::temp_directory_path() / ("ztl-test-" + std::to_string(std::random_device()()));
-  std::filesystem::create_directories(root_ / "Windows");
-  machine_.files.root = root_;
-  machine_.files.lockRetryMilliseconds = 1;
-  machine_.clock = 1709647432;
+  Prepare(machine_);
   ztl::g_ModuleLog = {};
+}
+
+void MachineTest::Prepare(Machine& machine) const {
+  std::filesystem::remove_all(root_);
+  std::filesystem::create_directories(root_ / "Windows");
+  machine.files.root = root_;
+  machine.files.lockRetryMilliseconds = 1;
+  machine.clock = 1709647432;
 }
 
 MachineTest::~MachineTest() {

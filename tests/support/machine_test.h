@@ -37,6 +37,7 @@ class MachineTest : public testing::Test {
   ~MachineTest() override;
   void TearDown() override { ExpectNothingLeft(); }
 
+  void Prepare(Machine& machine) const;  // its clock and its drive, which is empty then
   void ExpectNothingLeft() { ExpectNothingLeft(machine_); }
   static void ExpectNothingLeft(
       const Machine& machine);  // of keys, files, memory, engine objects, the lock, COM and windows

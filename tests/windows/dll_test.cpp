@@ -7,18 +7,14 @@
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
 
-#include "module/install/registry_tree.h"
-#include "module/install/saved_parameters.h"
-#include "module/names.h"
 #include "tests/support/built_file.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
-// Behind <windows.h>.
+// After <windows.h>.
 #include <netcfgn.h>
 #include <process.h>
 
@@ -31,7 +27,7 @@ constexpr wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{5b1e7c42-93d0-4f6a-
 constexpr wchar_t kService[] = L"System\\CurrentControlSet\\Services\\ZTL";
 constexpr wchar_t kProduct[] = L"Software\\Quillmark\\ZTL";
 
-// A key of HKEY_LOCAL_MACHINE and what stands below it: subkeys, ended by a backslash, and values, behind an @.
+// A key of HKEY_LOCAL_MACHINE and what stands below it: subkeys, ended by a backslash, and values, after an @.
 using Tree = std::map<std::wstring, std::pair<DWORD, std::string>>;
 Tree Read(const std::wstring& path, const std::wstring& inner = L"") {
   Tree tree;
@@ -94,11 +90,6 @@ class DllTest : public testing::Test {
   const Structure* At(std::size_t offset) {
     return reinterpret_cast<const Structure*>(reinterpret_cast<const char*>(dll_) + offset);
   }
-  std::string Resource(const wchar_t* type, WORD id) {
-    const HRSRC resource = FindResourceExW(dll_, type, MAKEINTRESOURCEW(id), 0x0409);
-    const void* const bytes = LockResource(LoadResource(dll_, resource));
-    return {static_cast<const char*>(bytes), SizeofResource(dll_, resource)};
-  }
 
   HMODULE dll_ = nullptr;
   fs::path log_, path_;
@@ -132,42 +123,12 @@ TEST_F(DllTest, ExportsFiveEntriesImportsSystemLibrariesAndIsHardened) {
 TEST_F(DllTest, TheSystemReadsItsVersionBlock) {
   std::wstring block(GetFileVersionInfoSizeW(path_.c_str(), nullptr), L'\0');
   ASSERT_TRUE(GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
-  const auto query = [&](const std::wstring& name, UINT unit) {
-    void* value = nullptr;
-    UINT length = 0;
-    VerQueryValueW(block.data(), name.c_str(), &value, &length);
-    return std::string(static_cast<const char*>(value), length * unit);
-  };
+  void* value = nullptr;
+  UINT length = 0;
+  ASSERT_TRUE(VerQueryValueW(block.data(), L"\\", &value, &length));
   const DWORD fixed[] = {0xFEEF04BD, 0x10000, 0x40011, 0x4976, 0x40011, 0x4976, 0x3F, 0, 0x10004, 1, 0, 0, 0};
-  EXPECT_EQ(query(L"\\", 1), std::string(reinterpret_cast<const char*>(fixed), sizeof fixed));
-  EXPECT_EQ(query(L"\\VarFileInfo\\Translation", 1), "\x09\x04\xB0\x04");
-  std::wistringstream strings(
-      L"CompanyName=Quillmark\nFileDescription=ZTL Install Object\nFileVersion=4.17.0.18806\nInternalName=ZTLI64X\n"
-      L"LegalCopyright=Copyright (C) Quillmark\nOriginalFilename=ZTLI64X.DLL\nBuildNumber=18806\n"
-      L"ProductVersion=4.17.0.18806\nProductName=ZTL");
-  std::size_t last = 0;
-  for (std::wstring name, text; std::getline(strings, name, L'=') && std::getline(strings, text);) {
-    EXPECT_EQ(query(L"\\StringFileInfo\\040904b0\\" + name, 2), Bytes(text));
-    const std::size_t place = block.find(name + L'\0');
-    EXPECT_LT(std::exchange(last, place), place);  // in this order
-  }
-}
-
-TEST_F(DllTest, ItsResourcesAreTheScriptAndTheDialog) {
-  std::ifstream file(ztl_test::BuiltFile(ZTL_SOURCE_DIR "/module/resources/registration.rgs"), std::ios::binary);
-  EXPECT_EQ(Resource(L"REGISTRY", 40001), std::string(std::istreambuf_iterator<char>(file), {}));
-  std::wstring expected = {0x00C0, 0x80C8, 0, 0, 4, 0, 0, 232, 151, 0, 0};  // no menu, the default class
-  expected.append(L"General\0\x08MS Shell Dlg\0", 22);
-  for (const auto& [words, text] : std::initializer_list<std::pair<std::wstring, const wchar_t*>>{
-           {{0x00, 0x5002, 0, 0, 70, 47, 70, 11, 0xFFFF, 0xFFFF, 0x82}, L"Parameter1"},
-           {{0x80, 0x5081, 0, 0, 70, 58, 69, 15, 1851, 0xFFFF, 0x81}, L""},
-           {{0x00, 0x5002, 0, 0, 70, 89, 70, 11, 0xFFFF, 0xFFFF, 0x82}, L"Bundle ID"},
-           {{0x80, 0x5081, 0, 0, 70, 100, 69, 15, 1852, 0xFFFF, 0x81}, L""}}) {
-    expected.resize((expected.size() + 1) / 2 * 2);     // each begins at a whole DWORD
-    expected += words + text + std::wstring(2, L'\0');  // no creation data
-  }
-  expected.pop_back();  // which is the terminator
-  EXPECT_EQ(Resource(RT_DIALOG, 1850), Bytes(expected));
+  EXPECT_EQ(std::string(static_cast<const char*>(value), length),
+            std::string(reinterpret_cast<const char*>(fixed), sizeof fixed));
 }
 
 TEST_F(DllTest, ItsLifeIsInTheLog) {

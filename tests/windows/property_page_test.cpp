@@ -11,41 +11,34 @@
 #include "tests/support/built_file.h"
 // The public headers come last.
 #include <windows.h>
-// Behind <windows.h>.
+// After <windows.h>.
 #include <gdiplus.h>
 #include <netcfgn.h>
-#include <netcfgx.h>
+#include <netcon.h>
 #include <prsht.h>
 
 namespace {
 
 using std::filesystem::path;
-using Texts = std::pair<std::wstring, std::wstring>;  // of both fields, or both values
+using Texts = std::pair<std::wstring, std::wstring>;  // of both fields
 
-constexpr wchar_t kComponentKey[] = L"Software\\ZtlPage\\Parameters";
 constexpr wchar_t kServiceKey[] = L"System\\CurrentControlSet\\Services\\ZTL";
 constexpr wchar_t kAdapterKey[] =
     L"System\\CurrentControlSet\\Services\\ZTL\\Parameters\\Adapters\\{12345678-9ABC-DEF0-0102-030405060708}";
 
-void Set(const wchar_t* key, const wchar_t* name, const std::wstring& text) {
-  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, name, REG_SZ, text.data(), static_cast<DWORD>(text.size() * 2)),
-            0);
-}
-
-std::wstring Get(const wchar_t* key, const wchar_t* name) {
+std::wstring StoredBundleId() {
   wchar_t text[300] = L"no value";
   DWORD bytes = sizeof text;
-  RegGetValueW(HKEY_LOCAL_MACHINE, key, name, RRF_RT_REG_SZ, nullptr, text, &bytes);
+  RegGetValueW(HKEY_LOCAL_MACHINE, kAdapterKey, L"BundleId", RRF_RT_REG_SZ, nullptr, text, &bytes);
   return text;
 }
 
-// The system as the notify object sees it: its component, and the connection whose properties are shown.
-class System final : public INetCfgComponent, public INetLanConnectionUiInfo {
+// The connection whose properties are shown.
+class Connection final : public INetLanConnectionUiInfo {
  public:
   HRESULT WINAPI QueryInterface(REFIID riid, void** object) override {
-    const bool isConnection = riid == IID_INetLanConnectionUiInfo;
-    *object = isConnection ? static_cast<INetLanConnectionUiInfo*>(this) : nullptr;
-    return isConnection ? S_OK : E_NOINTERFACE;
+    *object = riid == IID_INetLanConnectionUiInfo ? this : nullptr;
+    return *object != nullptr ? S_OK : E_NOINTERFACE;
   }
   ULONG WINAPI AddRef() override { return 2; }
   ULONG WINAPI Release() override { return 1; }
@@ -53,23 +46,6 @@ class System final : public INetCfgComponent, public INetLanConnectionUiInfo {
     *guid = {0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
     return S_OK;
   }
-  HRESULT WINAPI OpenParamKey(HKEY* key) override {
-    return HRESULT_FROM_WIN32(
-        static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kComponentKey, 0, KEY_ALL_ACCESS, key)));
-  }
-
-  // Nobody asks for these.
-  HRESULT WINAPI GetDisplayName(LPWSTR*) override { return E_NOTIMPL; }
-  HRESULT WINAPI SetDisplayName(LPCWSTR) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetHelpText(LPWSTR*) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetId(LPWSTR*) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetCharacteristics(LPDWORD) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetInstanceGuid(GUID*) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetPnpDevNodeId(LPWSTR*) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetClassGuid(GUID*) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetBindName(LPWSTR*) override { return E_NOTIMPL; }
-  HRESULT WINAPI GetDeviceStatus(ULONG*) override { return E_NOTIMPL; }
-  HRESULT WINAPI RaisePropertyUi(HWND, DWORD, IUnknown*) override { return E_NOTIMPL; }
 };
 
 // Waits for at most ten seconds.
@@ -118,7 +94,7 @@ struct Seen {
   bool applyEnabledByTyping = false, pictureSaved = false;
 };
 
-// Types " 4z" behind the first text and two letters behind the second, and presses Return for OK.
+// Types " 4z" after the first text and two letters after the second, and presses Return for OK.
 void UseSheet(DWORD sheetThread, Seen& seen) {
   HWND sheet = nullptr, page = nullptr;
   const auto text = [&](int id) {
@@ -161,8 +137,7 @@ TEST(PropertyPage, AUserChangesBothTextsInARealSheet) {
   if (GetEnvironmentVariableW(L"ZTL_NO_SCREEN", nullptr, 0) != 0)
     GTEST_SKIP() << "there is no screen to show a page on";
   const std::wstring almostFull = L"com.example.bundle." + std::wstring(239, L'x');  // 258 characters
-  Set(kComponentKey, L"Param1", L"first parameter");
-  Set(kAdapterKey, L"BundleId", almostFull);
+  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kAdapterKey, L"BundleId", REG_SZ, almostFull.data(), 258 * 2), 0);
   const HMODULE dll = LoadLibraryW(ztl_test::BuiltFile(ZTLI64X_DLL).c_str());
   ASSERT_NE(dll, nullptr);
   using GetClassObject = HRESULT WINAPI(REFCLSID, REFIID, void**);
@@ -175,9 +150,9 @@ TEST(PropertyPage, AUserChangesBothTextsInARealSheet) {
   ASSERT_EQ(getClassObject(kClass, IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
   ASSERT_EQ(factory->CreateInstance(nullptr, IID_INetCfgComponentControl, reinterpret_cast<void**>(&control)), S_OK);
   ASSERT_EQ(control->QueryInterface(IID_INetCfgComponentPropertyUi, reinterpret_cast<void**>(&properties)), S_OK);
-  System system;
-  EXPECT_EQ(control->Initialize(&system, nullptr, FALSE), S_OK);
-  EXPECT_EQ(properties->SetContext(static_cast<INetLanConnectionUiInfo*>(&system)), S_OK);
+  Connection connection;
+  EXPECT_EQ(control->Initialize(nullptr, nullptr, FALSE), S_OK);  // of no component: the first field is empty
+  EXPECT_EQ(properties->SetContext(&connection), S_OK);
   DWORD defaultPages = 1;
   UINT pages = 0;
   BYTE* handles = nullptr;
@@ -195,18 +170,17 @@ TEST(PropertyPage, AUserChangesBothTextsInARealSheet) {
   EXPECT_EQ(PropertySheetW(&header), 1);
   user.join();
   CoTaskMemFree(handles);
-  EXPECT_EQ(seen.shown, Texts(L"first parameter", almostFull));
+  EXPECT_EQ(seen.shown, Texts(L"", almostFull));
   EXPECT_TRUE(seen.applyEnabledByTyping);
   EXPECT_TRUE(seen.pictureSaved);
-  EXPECT_EQ(seen.typed, Texts(L"first parameter 4z", almostFull + L'a'));  // the 260th character is refused
+  EXPECT_EQ(seen.typed, Texts(L" 4z", almostFull + L'a'));  // the 260th character is refused
 
-  EXPECT_EQ(Get(kComponentKey, L"Param1"), L"first parameter");
+  EXPECT_EQ(StoredBundleId(), almostFull);
   EXPECT_EQ(control->ApplyRegistryChanges(), S_OK);
-  EXPECT_EQ(Texts(Get(kComponentKey, L"Param1"), Get(kAdapterKey, L"BundleId")), seen.typed);
+  EXPECT_EQ(StoredBundleId(), seen.typed.second);
   properties->Release();
   EXPECT_EQ(control->Release(), 0u);
   EXPECT_TRUE(FreeLibrary(dll));
-  RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\ZtlPage");
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, kServiceKey);
 }
 

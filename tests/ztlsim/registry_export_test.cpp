@@ -9,17 +9,9 @@
 
 #include <filesystem>
 #include <iterator>
-#include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
-
-#ifndef _WIN32
-#include <signal.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#endif
 
 namespace ztlsim {
 namespace {
@@ -194,9 +186,6 @@ TEST_F(RegistryExportFile, IsWrittenAndReadWhole) {
   EXPECT_EQ(WriteFileWhole(At("no/a"), "x"), At("no/a") + ": No such file or directory");
   EXPECT_TRUE(WriteFileWhole(At("."), "x"));
 }
-
-#ifndef _WIN32
-#endif
 
 }  // namespace
 }  // namespace ztlsim

@@ -5,39 +5,13 @@
 #include "module/names.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
-#include "platform/task_text.h"
+#include "ztlsim/scenario/noticed_path.h"
 
 namespace ztlsim {
 
 using namespace platform;
 
 namespace {
-
-// The engine's part of a notice. It lives as long as the call.
-class NoticedPath final : public INetCfgBindingPath {
- public:
-  explicit NoticedPath(const PathNotice& notice) : notice_(notice) {}
-  HRESULT QueryInterface(REFIID, void** object) override {
-    *object = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
-  HRESULT IsSamePathAs(INetCfgBindingPath* path) override { return path == this ? S_OK : S_FALSE; }
-  HRESULT IsSubPathOf(INetCfgBindingPath*) override { return S_FALSE; }
-  HRESULT IsEnabled() override { return notice_.enabled; }
-  HRESULT Enable(BOOL) override { return E_NOTIMPL; }
-  HRESULT GetPathToken(char16_t** token) override {
-    *token = JoinTaskText(notice_.token).release();
-    return *token != nullptr ? S_OK : E_OUTOFMEMORY;
-  }
-  HRESULT GetOwner(INetCfgComponent**) override { return E_NOTIMPL; }
-  HRESULT GetDepth(ULONG*) override { return E_NOTIMPL; }
-  HRESULT EnumBindingInterfaces(IEnumNetCfgBindingInterface**) override { return E_NOTIMPL; }
-
- private:
-  const PathNotice& notice_;
-};
 
 template <class Interface>
 ComPtr<Interface> Query(IUnknown* object, REFIID riid) {

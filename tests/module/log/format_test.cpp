@@ -34,8 +34,8 @@ TEST(Format, WideTextBecomesUtf8) {
   EXPECT_EQ(Text<64>("%S", static_cast<const char16_t*>(lone)), "a\uFFFDb\uFFFD");
   EXPECT_EQ(Text<64>("%.2S|", u"a\U0001F600bc"), "a\uFFFD|");
   char16_t wide[64];
-  Format(wide, u"%s|%S|%d", u"网", "Größe \xFF\xC3", 7);
-  EXPECT_EQ(std::u16string(wide), u"网|Größe \uFFFD\uFFFD|7");
+  Format(wide, u"%s|%S|%d", u"网", "Größe \xFF\xED\xA0\x80\xC3", 7);
+  EXPECT_EQ(std::u16string(wide), u"网|Größe \uFFFD\uFFFD\uFFFD\uFFFD\uFFFD|7");
 }
 
 TEST(Format, WhatDoesNotFitIsCutAtACharacterAndKeepsItsLineFeed) {

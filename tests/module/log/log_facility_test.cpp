@@ -1,8 +1,6 @@
 #include "module/log/log_facility.h"
 
-#include <ctime>
 #include <fstream>
-#include <thread>
 
 #include "module/notify/module_log.h"
 #include "platform/files.h"
@@ -132,14 +130,6 @@ TEST_F(LogTest, OpenLogMasterRefusesWhatIsNoPlace) {
     EXPECT_EQ(machine_.debugOutput,
               (Strings{"WARNING: ", "LogMessage instantiation of class failed, LOG FACILITY IS UNAVAILABLE !!\n"}));
   }
-}
-
-TEST_F(LogTest, PathAndTagAreCutToTheirFields) {
-  LogFacility log{};
-  const std::string longName(300, 'n');
-  OpenLogMaster(log, longName.c_str(), "C:\\Windows", 1, LOG_MODE_EXISTING, kNoPopup, longName.c_str());
-  EXPECT_EQ(std::string(log.path).size(), 259u);
-  EXPECT_EQ(std::string(log.tag).size(), 259u);
 }
 
 TEST_F(LogTest, WithoutAWindowsDirectoryTheLogStandsBelowTheRoot) {

@@ -1,10 +1,7 @@
 #include "module/netcfg/configuration_session.h"
 
 #include "module/install/reinstall_ztl.h"
-#include "module/log/log_facility.h"
-#include "module/names.h"
 #include "module/notify/module_log.h"
-#include "module/notify/notify_object.h"
 #include "tests/support/machine_test.h"
 #include "ztlsim/input/load_machine.h"
 
@@ -20,15 +17,6 @@ class SessionTest : public MachineTest {
     ASSERT_FALSE(ztlsim::LoadRegistry({ZTL_SOURCE_DIR "/samples/laptop.reg"}, machine_.registry));
     ztl::OpenModuleLog();
   }
-  // A failure of the lock interface's query, the `nth` of them.
-  static simulation::Fault LockQueryFails(std::uint64_t nth) {
-    return {.operation = Operation::QueryInterface,
-            .first = nth,
-            .code = E_NOINTERFACE,
-            .matches = [](Operation, const simulation::Arguments& arguments) {
-              return *static_cast<const IID*>(arguments.data) == IID_INetCfgLock;
-            }};
-  }
 };
 
 TEST_F(SessionTest, AHeldLockIsWaitedForAndItsHolderTold) {
@@ -43,6 +31,17 @@ TEST_F(SessionTest, AHeldLockIsWaitedForAndItsHolderTold) {
   machine_.engine.otherClientMilliseconds = 14999;  // given back while it is waited for
   EXPECT_EQ(ztl::HrOpenSession(session), S_OK);
   EXPECT_EQ(machine_.WaitedMilliseconds(), 15000 + 14999);
+}
+
+// A session that cannot be used gives its lock back; an installation that wants more than it did goes on.
+TEST_F(SessionTest, EachCodeOfTheEngineHasItsWay) {
+  ztl::UniqueSession session;
+  machine_.faults = {{.operation = Operation::Initialize, .code = E_FAIL},
+                     {.operation = Operation::Install, .code = 1}};
+  EXPECT_EQ(ztl::HrOpenSession(session), E_FAIL);
+  EXPECT_EQ(machine_.Calls(Operation::ReleaseWriteLock), 1u);
+  EXPECT_EQ(ztl::ReInstallFilter(), 0u);
+  EXPECT_EQ(LogErrors(), (Strings{"HrGetINetCfg: Initialize rc=80004005", "HrInstallNetComponent: Install rc=1"}));
 }
 
 }  // namespace

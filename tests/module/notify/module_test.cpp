@@ -1,7 +1,5 @@
 #include "module/notify/module.h"
 
-#include <thread>
-
 #include "module/names.h"
 #include "module/notify/notify_object.h"
 #include "module/notify/registrar.h"
@@ -36,14 +34,6 @@ TEST_F(ModuleTest, TheClassObjectMakesInstancesThatKeepTheModule) {
   EXPECT_EQ(ztl::DllGetClassObject(CLSID_CNetCfg, IID_IClassFactory, &object), CLASS_E_CLASSNOTAVAILABLE);
   EXPECT_EQ(object, nullptr);
   EXPECT_EQ(ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_INetCfg, &object), E_NOINTERFACE);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i)
-    threads.emplace_back([] {
-      void* asked = nullptr;
-      EXPECT_EQ(ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IUnknown, &asked), S_OK);
-      static_cast<IUnknown*>(asked)->Release();
-    });
-  for (std::thread& thread : threads) thread.join();
   ASSERT_EQ(ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory, reinterpret_cast<void**>(&factory)),
             S_OK);
   EXPECT_EQ(ztl::DllCanUnloadNow(), S_OK);

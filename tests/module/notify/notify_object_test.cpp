@@ -1,10 +1,10 @@
 #include "module/notify/notify_object.h"
 
-#include <algorithm>
 #include <functional>
 
 #include "module/notify/module_log.h"
 #include "tests/support/machine_test.h"
+#include "ztlsim/scenario/noticed_path.h"
 
 namespace {
 
@@ -40,28 +40,17 @@ class Counted final : public IUnknown {
   IUnknown* touched = nullptr;
 };
 
-class Path final : public INetCfgBindingPath {
+// A path that may have no token.
+class Path final : public ztlsim::NoticedPath {
  public:
-  HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  ULONG AddRef() override { return 1; }
-  ULONG Release() override { return 1; }
-  HRESULT IsSamePathAs(INetCfgBindingPath*) override { return E_NOTIMPL; }
-  HRESULT IsSubPathOf(INetCfgBindingPath*) override { return E_NOTIMPL; }
-  HRESULT IsEnabled() override { return enabled; }
-  HRESULT Enable(BOOL) override { return E_NOTIMPL; }
+  using NoticedPath::NoticedPath;
   HRESULT GetPathToken(char16_t** text) override {
     static char16_t notMemory[] = u"stale";
+    if (token == S_OK) return NoticedPath::GetPathToken(text);
     *text = notMemory;  // nobody's to free
-    if (token != S_OK) return token;
-    *text = static_cast<char16_t*>(CoTaskMemAlloc(8));
-    std::copy_n(u"a%b", 4, *text);
-    return S_OK;
+    return token;
   }
-  HRESULT GetOwner(INetCfgComponent**) override { return E_NOTIMPL; }
-  HRESULT GetDepth(ULONG*) override { return E_NOTIMPL; }
-  HRESULT EnumBindingInterfaces(IEnumNetCfgBindingInterface**) override { return E_NOTIMPL; }
 
-  HRESULT enabled = S_OK;
   HRESULT token = S_OK;
 };
 
@@ -71,8 +60,6 @@ class SampleFilterTest : public MachineTest {
     ztl::OpenModuleLog();
     netCfg_ = ComPtr<INetCfg>::Attach(simulation::CreateTransaction());
     callback_ = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulation::CreatePnpReconfigCallback());
-    connection_ = ComPtr<INetLanConnectionUiInfo>::Attach(
-        simulation::CreateLanConnection({0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}}));
     machine_.registry.Create(std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}")
         .SetValue(u"ComponentId", REG_SZ, Sz(u"qro_ztl"));
   }
@@ -80,7 +67,6 @@ class SampleFilterTest : public MachineTest {
     Release();
     netCfg_.Reset();
     callback_.Reset();
-    connection_.Reset();
     MachineTest::TearDown();
   }
 
@@ -116,14 +102,9 @@ class SampleFilterTest : public MachineTest {
     global_.Reset();
     control_.Reset();
   }
-  const simulation::RegistryValue* Value(const std::u16string& key, std::u16string_view name) {
-    const simulation::RegistryKey* const found = machine_.registry.Find(key);
-    return found == nullptr ? nullptr : found->FindValue(name);
-  }
 
   ComPtr<INetCfg> netCfg_;
   ComPtr<INetCfgPnpReconfigCallback> callback_;
-  ComPtr<INetLanConnectionUiInfo> connection_;
   ComPtr<INetCfgComponentControl> control_;
   ComPtr<INetCfgComponentSetup> setup_;
   ComPtr<INetCfgComponentPropertyUi> page_;
@@ -144,22 +125,6 @@ TEST_F(SampleFilterTest, AnswersItsFiveInterfacesWithOneIdentity) {
   void* object = this;
   EXPECT_EQ(control_->QueryInterface(IID_INetCfg, &object), E_NOINTERFACE);
   EXPECT_EQ(object, nullptr);
-}
-
-TEST_F(SampleFilterTest, CreationFailsAsComExpects) {
-  Counted outer;
-  void* object = this;
-  EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_IUnknown, nullptr), E_POINTER);
-  EXPECT_EQ(HrCreateSampleFilter(&outer, IID_INetCfgComponentSetup, &object), CLASS_E_NOAGGREGATION);
-  EXPECT_EQ(object, nullptr);
-  machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .code = 8}};
-  EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_IUnknown, &object), E_OUTOFMEMORY);
-  EXPECT_EQ(TakeLog(), Strings{});
-  // An instance that is asked for what it is not goes through its release.
-  EXPECT_EQ(HrCreateSampleFilter(nullptr, IID_INetCfg, &object), E_NOINTERFACE);
-  const Strings log = TakeLog();
-  EXPECT_EQ(log.at(0), "--> ::CSampleFilter");
-  EXPECT_EQ(log.at(2), "--> ::~CSampleFilter ApplyAction=0 OrderIM=0");
 }
 
 TEST_F(SampleFilterTest, AnAggregatedInstanceLivesByItsInnerIdentity) {
@@ -254,7 +219,7 @@ TEST_F(SampleFilterTest, TheReleaseGivesTheEngineBackBeforeItOrders) {
   machine_.observer = [&](Operation operation, const Arguments&) {
     if (operation != Operation::RegOpenKeyExW) return;
     ++opened;
-    EXPECT_EQ(machine_.engine.objects, 2);  // the test's own
+    EXPECT_EQ(machine_.engine.objects, 1);  // the test's own
     EXPECT_EQ(context.references, 0u);
   };
   Release();
@@ -290,69 +255,24 @@ TEST_F(SampleFilterTest, ARestartIsAskedForWhenAStackChangedOrTheBridgeStays) {
   EXPECT_EQ(sent.data, Bytes(std::u16string_view(u"\0", 1)));
 }
 
-TEST_F(SampleFilterTest, TheContextNamesTheAdapterWhoseValuesAreStored) {
-  const std::u16string param = std::u16string(kNetwork) + u"\\{4D36E974-E325-11CE-BFC1-08002BE10318}\\{1}\\Parameters";
-  const std::u16string adapter = std::u16string(kParameters) + u"\\Adapters\\{12345678-9ABC-DEF0-0102-030405060708}";
-  Create();
-  EXPECT_EQ(page_->SetContext(connection_.Get()), S_OK);
-  setup_->ReadAnswerFile(nullptr, nullptr);
-  RecordPage();
-
-  TakeLog();  // no Parameters key: the first value is stored, the second is not, and that is no failure
-  EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
-  EXPECT_EQ(TakeLog().at(2), "HrOpenAdapterParamsKey RegOpenKeyEx rc=2");
-  ASSERT_NE(Value(param, u"Param1"), nullptr);
-  EXPECT_EQ(Value(param, u"Param1")->data, Bytes(u"ParamFromAnswerFile"));
-
-  control_->CancelChanges();
-  machine_.registry.Create(kParameters);
-  EXPECT_EQ(control_->ApplyRegistryChanges(), HresultFromBits(0x80070002));
-  EXPECT_EQ(TakeLog().at(3), "HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=80070002");
-  EXPECT_EQ(Value(param, u"Param1")->data, Bytes(u""));
-
-  machine_.registry.Create(adapter);
-  machine_.faults = {{.operation = Operation::OpenParamKey, .code = E_FAIL}};
-  EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
-  EXPECT_EQ(TakeLog().at(2), "ApplyRegistryChange OpenParamKey rc=80004005");
-  ASSERT_NE(Value(adapter, u"BundleId"), nullptr);
-  EXPECT_EQ(Value(adapter, u"BundleId")->data, Bytes(u""));
-
-  EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), S_OK);
-  EXPECT_EQ(machine_.engine.pnpReconfigs.back().lower, u"{12345678-9ABC-DEF0-0102-030405060708}");
-}
-
-TEST_F(SampleFilterTest, AContextWithoutAnAdapterIsReportedAndKept) {
-  Counted context;
-  Create();
-  machine_.faults = {{.operation = Operation::GetDeviceGuid, .code = E_FAIL}};
-  EXPECT_EQ(page_->SetContext(connection_.Get()), E_FAIL);
-  EXPECT_EQ(page_->SetContext(&context), E_NOINTERFACE);
-  EXPECT_EQ(context.references, 1u);
-  EXPECT_EQ(page_->SetContext(nullptr), S_OK);
-  EXPECT_EQ(context.references, 0u);
-  const Strings log = TakeLog();
-  EXPECT_EQ(Strings(log.begin() + 3, log.end()),
-            (Strings{"--> ::SetContext", "SetContext GetDeviceGuid rc=80004005", "--> ::SetContext",
-                     "SetContext QueryInterface rc=80004002", "--> ::SetContext"}));
-}
-
 TEST_F(SampleFilterTest, BindingNoticesAreTracedAndNeverRefused) {
   Create();
   DWORD notifications = 0;
   EXPECT_EQ(global_->GetSupportedNotifications(&notifications), S_OK);
   EXPECT_EQ(notifications, 0x000B0137u);
   TakeLog();
-  Path path;
+  ztlsim::PathNotice notice = {u"a%b", S_OK};
+  Path path(notice);
   auto expect = [&](HRESULT hr, const char* first, const char* second, const char* token) {
     EXPECT_EQ(hr, S_OK);
     EXPECT_EQ(TakeLog(), (Strings{first, second, token}));
   };
   expect(global_->SysQueryBindingPath(0x10, &path), "--> ::SysQueryBindingPath dwChangeFlag 0x00000010",
          "--> ::SysQueryBindingPath path enable", "PathToken <a%b>");
-  path.enabled = S_FALSE;
+  notice.enabled = S_FALSE;
   expect(global_->SysNotifyBindingPath(0x20, &path), "--> ::SysNotifyBindingPath, dwChangeFlag 0x00000020",
          "--> ::SysNotifyBindingPath path disable", "PathToken <a%b>");
-  path.enabled = E_FAIL;
+  notice.enabled = E_FAIL;
   expect(binding_->QueryBindingPath(1, &path), "--> ::QueryBindingPath dwChangeFlag 0x00000001",
          "--> ::QueryBindingPath path error", "PathToken <a%b>");
   path.token = S_FALSE;

@@ -12,7 +12,6 @@ namespace {
 
 using namespace platform;
 using namespace ztl_test;
-using simulation::Operation;
 using simulation::PropertySheet;
 
 constexpr GUID kAdapter{0x12345678, 0x9ABC, 0xDEF0, {1, 2, 3, 4, 5, 6, 7, 8}};
@@ -117,43 +116,6 @@ TEST_F(PropertyPageTest, ThePageIsTheResourceWithTheStoredTexts) {
   }
 }
 
-TEST_F(PropertyPageTest, WhatCannotBeReadIsLeftOut) {
-  struct Case {
-    Operation fails;
-    std::u16string_view name;  // of what it fails for; any when empty
-    std::int32_t code;
-    std::u16string param1, bundleId;
-    Strings log;
-  };
-  const Case cases[] = {
-      {Operation::RegOpenKeyExW, u"Adapters", 2, u"p", u"", {"HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=80070002"}},
-      {Operation::RegOpenKeyExW,
-       u"SYSTEM\\CurrentControlSet\\Services",
-       5,
-       u"p",
-       u"",
-       {"HrOpenAdapterParamsKey RegOpenKeyEx rc=5"}},
-      {Operation::StringFromGUID2, u"", 0, u"p", u"", {"HrOpenAdapterParamsKey RegOpenKeyEx 2 rc=80070057"}},
-      {Operation::OpenParamKey, u"", E_FAIL, u"", u"b", {}},
-      {Operation::RegQueryValueExW, u"Param1", 5, u"", u"b", {}},
-  };
-  Set(kComponentKey, u"Param1", u"p");
-  Set(kAdapterKey, u"BundleId", u"b");
-  for (const Case& c : cases) {
-    const NotifyObject object;
-    const auto sheet = object.MakeSheet();
-    TakeLog();
-    machine_.faults = {{.operation = c.fails, .code = c.code, .matches = [&](Operation, const auto& arguments) {
-                          return c.name.empty() || std::u16string_view(arguments.name).starts_with(c.name);
-                        }}};
-    EXPECT_TRUE(sheet->Open());
-    machine_.faults.clear();
-    EXPECT_EQ(Shown(*sheet), std::pair(c.param1, c.bundleId));
-    EXPECT_EQ(LogErrors(), c.log);
-    EXPECT_EQ(TakeLog(), c.log);
-  }
-}
-
 // Texts reach the object by OK and Apply alone, and the registry by what applies the object's changes after that.
 TEST_F(PropertyPageTest, TypedTextsAreTakenByOkAndApplyAndStoredLater) {
   Set(kComponentKey, u"Param1", u"one");
@@ -203,25 +165,6 @@ TEST_F(PropertyPageTest, TypedTextsAreTakenByOkAndApplyAndStoredLater) {
   sheet = object.MakeSheet();
   ASSERT_TRUE(sheet->Open());
   EXPECT_EQ(Shown(*sheet), std::pair(std::u16string(), std::u16string(u"three")));
-}
-
-TEST_F(PropertyPageTest, TheProcedureHandlesNothingElse) {
-  const NotifyObject object;
-  const auto sheet = object.MakeSheet();
-  ASSERT_TRUE(sheet->Open());
-  const HWND page = sheet->Page();
-  sheet->PressApply();
-  for (const int code : {-200, -201, -209}) {
-    const NMHDR notice = {nullptr, 0, static_cast<UINT>(code)};
-    SetWindowLongPtrW(page, DWLP_MSGRESULT, 7);
-    EXPECT_EQ(ztl::PropPageDlgProc(page, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&notice)), code == -201 ? 1 : 0);
-    EXPECT_EQ(GetWindowLongPtrW(page, DWLP_MSGRESULT), code == -201 ? 0 : 7);
-  }
-  for (const WPARAM wParam : {0x0300'0001, 0x0400'073B, 0x0501'073C, 0x0300'073B}) {  // the last one without its object
-    if (wParam == 0x0300'073B) SetWindowLongPtrW(page, DWLP_USER, 0);
-    EXPECT_EQ(ztl::PropPageDlgProc(page, WM_COMMAND, wParam, 0), 0);
-  }
-  EXPECT_FALSE(sheet->ApplyEnabled());
 }
 
 }  // namespace

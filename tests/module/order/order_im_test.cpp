@@ -1,7 +1,5 @@
 #include "module/order/order_im.h"
 
-#include <algorithm>
-
 #include "module/log/log_facility.h"
 #include "module/notify/module_log.h"
 #include "tests/support/machine_test.h"
@@ -11,7 +9,6 @@ namespace {
 using namespace ztl;
 using namespace ztl_test;
 using platform::REG_MULTI_SZ;
-using simulation::Arguments;
 using simulation::Operation;
 
 class OrderTest : public MachineTest {
