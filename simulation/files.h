@@ -27,7 +27,7 @@ class Files {
   Files& operator=(const Files&) = delete;
 
   std::filesystem::path root;                    // serves as C:; while it is empty, no path exists
-  std::string windowsDirectory = "C:\\Windows";  // what GetWindowsDirectoryA gives; empty: the call fails
+  std::string windowsDirectory = "C:\\Windows";  // what GetWindowsDirectoryA stores; empty: the call fails
   // Real time between two tries of _locking, for what holds the lock may be another process.
   unsigned lockRetryMilliseconds = 1000;
 

@@ -65,7 +65,7 @@ struct MessageBox {
   UINT style;
 };
 
-// Movable memory, by its handle. Where it lies is another address, as on Windows.
+// Movable memory, by its handle. Its address is another value, as on Windows.
 struct GlobalMemory {
   std::vector<BYTE> bytes;
   int locks = 0;

@@ -161,7 +161,7 @@ struct Session {
     return !initialized ? NETCFG_E_NOT_INITIALIZED : !hasLock ? NETCFG_E_NO_WRITE_LOCK : S_OK;
   }
 
-  // Gives the notify object back. A session that the notify object opens while it goes drives none itself, or each
+  // Releases the notify object. A session that it opens in its release drives none itself, or each
   // would end in the opening of another.
   void Unload() {
     initialized = false;
@@ -582,7 +582,7 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     session_->Unload();
     return call.Result();
   }
-  // Tells the notify object of the paths that change, changes them, and lets it apply what is its own.
+  // Notifies the object of the paths that change, changes them, and lets it apply what is its own.
   HRESULT Apply() override {
     const Call call(Operation::Apply);
     if (call.Fails()) return call.Result();
