@@ -2,7 +2,7 @@
 // components and classes, files.
 //
 // Keys are paths below HKEY_LOCAL_MACHINE. Letter case never matters to the registry, but it shows in the log and in
-// the calls of the boundary, so names that differ in case alone stand here for each of their uses.
+// the calls of the boundary, so a name that is used in several cases has a constant for each.
 #pragma once
 
 #include <string_view>
@@ -42,8 +42,8 @@ inline constexpr char16_t kServiceEnumKey[] = u"System\\CurrentControlSet\\Servi
 
 inline constexpr char16_t kAdapters[] = u"Adapters";     // the subkey of the Parameters key with a key for each adapter
 inline constexpr char16_t kImOrderValue[] = u"IMOrder";  // of the Parameters key
-inline constexpr char16_t kOthers[] = u"Others";        // the entry that stands for the drivers that no other one names
-inline constexpr char16_t kRecordValue[] = u"IMOrder";  // of an adapter's key
+inline constexpr char16_t kOthers[] = u"Others";         // the entry for the drivers that no other one names
+inline constexpr char16_t kRecordValue[] = u"IMOrder";   // of an adapter's key
 inline constexpr char16_t kExcludedMacsValue[] = u"ExcludedMacs";
 inline constexpr char16_t kBundleIdValue[] = u"BundleId";  // of an adapter's key
 inline constexpr char16_t kParam1Value[] = u"Param1";      // of the component's parameters

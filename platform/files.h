@@ -33,9 +33,9 @@ LONG _lseek(int descriptor, LONG offset, int origin);  // the new position in by
 int _read(int descriptor, void* buffer, UINT bytes);   // bytes stored, 0 at the end
 int _write(int descriptor, const void* buffer, UINT bytes);
 // Locks or unlocks `bytes` bytes from the current position, which may lie beyond the end. A lock belongs to its
-// descriptor. _LK_LOCK tries ten times, a second apart, then fails with 36.
+// descriptor. _LK_LOCK tries ten times, a second apart, then fails with RUNTIME_EDEADLOCK.
 int _locking(int descriptor, int mode, LONG bytes);
-int _mkdir(const char* path);  // one level; 17 when it exists already
+int _mkdir(const char* path);  // one level; RUNTIME_EEXIST when it exists already
 
 // Copies a file (winbase.h), over an existing one unless `failIfExists` is set. Zero on failure, with the reason in
 // GetLastError.

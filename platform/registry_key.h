@@ -76,8 +76,8 @@ struct StringValue : ValueBuffer<64> {
   bool Equals(std::u16string_view other) const { return EqualNoCase(text, other); }
 };
 
-// Writes exactly `bytes` bytes, at most 1,024. Windows would store a NUL after unterminated text with it, so something
-// else stands there.
+// Writes exactly `bytes` bytes, at most 1,024. Windows would store a NUL after unterminated text with it, so
+// other bytes follow the data here.
 inline LSTATUS SetExactValue(HKEY key, const char16_t* name, DWORD type, const void* data, DWORD bytes) {
   BYTE copy[1024 + sizeof(char16_t)];
   std::fill_n(std::copy_n(static_cast<const BYTE*>(data), bytes, copy), sizeof(char16_t), BYTE{0xFF});
@@ -100,7 +100,7 @@ class SubkeyEnumeration {
   }
   LSTATUS Code() const { return code_; }  // of the last Next
 
-  // Both are the same buffer: each call ends what the other gave.
+  // Both are the same buffer: each call invalidates what the other returned.
   const char16_t* Name() {
     text_[length_] = u'\0';
     return text_;

@@ -1,6 +1,5 @@
 #include "simulation/dialogs.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "platform/text.h"

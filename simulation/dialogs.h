@@ -45,7 +45,7 @@ class Dialogs {
   std::size_t Windows() const { return windows_.size(); }  // that have not been destroyed
   std::size_t Pages() const { return pages_.size(); }      // likewise
 
-  HWND Add(std::unique_ptr<Window> window);  // gives it its handle
+  HWND Add(std::unique_ptr<Window> window);  // and sets its handle
   // Windows are owned by this object, until Destroy.
   Window* Find(HWND handle);  // null, with the last error ERROR_INVALID_WINDOW_HANDLE, when there is no such window
   std::vector<Window*> Children(HWND parent) const;                       // in the order in which they were added

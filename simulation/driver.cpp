@@ -1,5 +1,4 @@
 // The simulated control device and what the driver does with its requests.
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>

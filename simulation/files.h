@@ -1,4 +1,4 @@
-// The simulated machine's files: real files below a directory that stands for drive C:.
+// The simulated machine's files: real files below a directory that serves as drive C:.
 #pragma once
 
 #include <array>
@@ -26,8 +26,8 @@ class Files {
   Files(const Files&) = delete;
   Files& operator=(const Files&) = delete;
 
-  std::filesystem::path root;                    // stands for C:; while it is empty, no path exists
-  std::string windowsDirectory = "C:\\Windows";  // what GetWindowsDirectoryA gives; empty: the call fails
+  std::filesystem::path root;                    // serves as C:; while it is empty, no path exists
+  std::string windowsDirectory = "C:\\Windows";  // what GetWindowsDirectoryA stores; empty: the call fails
   // Real time between two tries of _locking, for what holds the lock may be another process.
   unsigned lockRetryMilliseconds = 1000;
 

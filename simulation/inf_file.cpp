@@ -1,8 +1,6 @@
 #include "simulation/inf_file.h"
 
 #include <algorithm>
-#include <array>
-#include <utility>
 
 #include "platform/setup_files.h"
 #include "simulation/registry.h"

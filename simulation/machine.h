@@ -32,9 +32,9 @@ using namespace platform;
 
 // A failure to come: calls of `operation` (any, when unset) that `matches` accepts (all, when unset) are counted, and
 // those numbered from `first` (1 is the first) on, `times` of them, fail with `code` in the operation's own kind of
-// result: a system error code, the runtime's errno, an HRESULT; allocations give null. A positive HRESULT is no
-// failure: the engine does what it was asked for, where that is not itself an answer, and gives that code in place of
-// S_OK.
+// result: a system error code, the runtime's errno, an HRESULT; allocations return null. A positive HRESULT is no
+// failure: the engine does its work, where the code is not itself a result of that call, and returns the code in place
+// of S_OK.
 struct Fault {
   std::optional<Operation> operation = std::nullopt;
   std::uint64_t first = 1;
@@ -65,7 +65,7 @@ struct MessageBox {
   UINT style;
 };
 
-// Movable memory, by its handle. Where it lies is another address, as on Windows.
+// Movable memory, by its handle. Its address is another value, as on Windows.
 struct GlobalMemory {
   std::vector<BYTE> bytes;
   int locks = 0;
@@ -93,9 +93,9 @@ class Machine {
   std::map<void*, std::unique_ptr<GlobalMemory>> globalMemory;  // that has not been freed
   std::map<void*, std::unique_ptr<const InfFile>> openInfs;     // that have not been closed
   std::map<std::thread::id, std::int64_t> comInitializations;   // that have not been undone, by thread; none is 0
-  std::atomic<DWORD> lastError{0};  // what the last operation that failed leaves to be asked for
-  std::vector<Fault> faults;        // set with no call under way
-  std::function<void(Operation, const Arguments&)> observer;  // sees every call before it happens
+  std::atomic<DWORD> lastError{0};                              // of the last operation that failed, for GetLastError
+  std::vector<Fault> faults;                                    // set with no call under way
+  std::function<void(Operation, const Arguments&)> observer;    // sees every call before it happens
 
   // Enters one operation of the boundary. A value is the code that it must fail with.
   std::optional<std::int32_t> Enter(Operation operation, const Arguments& arguments = {}) {

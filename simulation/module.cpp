@@ -2,7 +2,6 @@
 #include "platform/module.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include "platform/text.h"
 #include "simulation/machine.h"

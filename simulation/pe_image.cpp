@@ -1,5 +1,7 @@
 #include "simulation/pe_image.h"
 
+#include <algorithm>
+
 namespace simulation {
 namespace {
 
@@ -55,7 +57,7 @@ Bytes VersionResource(Bytes file) {
       std::min({sections.size(), std::size_t{sectionCount} * kSectionHeader, kMaxSections * kSectionHeader}));
 
   const Bytes resources = AtAddress(file, sections, address);
-  // Types, names, languages: three levels, whatever the tree says.
+  // Types, names, languages: three levels, whatever the tree contains.
   std::size_t place = 0;
   for (const int level : {1, 2, 3}) {
     const std::optional<WORD> id = level == 1   ? std::optional(kVersionType)

@@ -57,7 +57,7 @@ bool IsSubkeyAt(const RegistryKey& key, std::size_t place, std::u16string_view n
   return place < key.subkeys.size() && CompareToUpper(key.subkeys[place]->upperName, name) == 0;
 }
 
-// The key that `key` stands for; null for none.
+// The target of a link, and any other key itself; null when there is none.
 RegistryKey* Follow(RegistryKey* key) {
   if (!key || !key->link) return key;
   return key->link->deleted ? nullptr : key->link.get();
@@ -82,7 +82,7 @@ class PathNames {
 
 bool IsEmpty(const char16_t* text) { return !text || !*text; }
 
-// The names of a full path, with what HKEY_CLASSES_ROOT stands for in its place.
+// The names of a full path, with the target of HKEY_CLASSES_ROOT in its place.
 std::u16string WithoutAlias(std::u16string_view fullPath) {
   constexpr std::u16string_view kAlias = u"HKEY_CLASSES_ROOT";
   const std::u16string_view hive = fullPath.substr(0, fullPath.find(u'\\'));
@@ -304,8 +304,8 @@ const Registry::Handle* Registry::FindHandle(HKEY key) const {
   return HandleValue(slot, handles_[slot].generation) == key ? &handles_[slot] : nullptr;
 }
 
-// The key that `key` stands for when that was opened with the rights `access`. `create` tells what to do for a
-// predefined root that has no key yet: create it, or find an empty key that is part of no tree.
+// The key of a handle that was opened with the rights `access`, or of a predefined root. `create` chooses what is done
+// for a root that has no key yet: create it, or find an empty key that is part of no tree.
 LSTATUS Registry::Resolve(HKEY key, DWORD access, bool create, RegistryKey** found) {
   if (const Handle* const handle = FindHandle(key)) {
     if (handle->key->deleted) return ERROR_KEY_DELETED;
@@ -370,7 +370,7 @@ LSTATUS Registry::Open(HKEY key, const char16_t* subKey, DWORD access, HKEY* res
   return Grant(*at, access, result);
 }
 
-// As in Windows, the rights of `key` itself do not count: creating and deleting ask the keys of the tree.
+// As in Windows, the rights of `key` itself do not count: creating and deleting look at the keys of the tree.
 LSTATUS Registry::CreateKey(HKEY key, const char16_t* subKey, DWORD options, DWORD access, HKEY* result,
                             DWORD* disposition) {
   if (!result || (options & ~REG_OPTION_VOLATILE)) return ERROR_INVALID_PARAMETER;
@@ -442,8 +442,8 @@ LSTATUS Registry::SetValue(HKEY key, const char16_t* name, DWORD type, const BYT
   RegistryKey* at;
   if (const LSTATUS status = Resolve(key, KEY_SET_VALUE, true, &at)) return status;
   // The character after the data is looked at only when the last one of the data is no terminator.
-  const BYTE* const behind = data + dataBytes / 2 * 2;
-  if (IsText(type) && dataBytes >= 2 && CharacterAt(behind - 2) && !CharacterAt(behind)) dataBytes += 2;
+  const BYTE* const next = data + dataBytes / 2 * 2;
+  if (IsText(type) && dataBytes >= 2 && CharacterAt(next - 2) && !CharacterAt(next)) dataBytes += 2;
   at->SetValue(name ? name : u"", type, std::vector<BYTE>(data, data + dataBytes));
   return ERROR_SUCCESS;
 }

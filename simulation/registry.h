@@ -36,10 +36,10 @@ struct RegistryKey : std::enable_shared_from_this<RegistryKey> {
   RegistryKey* parent = nullptr;  // null for the root of all and for a deleted key
   bool isVolatile = false;
   bool deleted = false;
-  DWORD denied = 0;                                   // access rights that are refused with 5
+  DWORD denied = 0;                                   // rights that are refused, ERROR_ACCESS_DENIED
   std::vector<RegistryValue> values;                  // in the order of their creation
   std::vector<std::shared_ptr<RegistryKey>> subkeys;  // in the order of their upper-cased names
-  std::shared_ptr<RegistryKey> link;                  // a symbolic link: stands for this key, itself no link
+  std::shared_ptr<RegistryKey> link;                  // a symbolic link: to this key, itself no link
 
   RegistryKey* FindSubkey(std::u16string_view name) const;  // one level; null when there is none; follows no link
   RegistryValue* FindValue(std::u16string_view name);
@@ -59,13 +59,13 @@ class Registry {
   Registry& operator=(const Registry&) = delete;
 
   // The key of a full path such as u"HKEY_LOCAL_MACHINE\\SYSTEM\\Select" (links are followed; HKEY_CLASSES_ROOT is
-  // HKEY_LOCAL_MACHINE\SOFTWARE\Classes). Find gives null when a level is missing; Create makes the missing levels.
+  // HKEY_LOCAL_MACHINE\SOFTWARE\Classes). Find returns null when a level is missing; Create makes the missing levels.
   RegistryKey* Find(std::u16string_view fullPath);
   RegistryKey& Create(std::u16string_view fullPath);
   RegistryKey& Root() { return *root_; }
   const RegistryKey& Root() const { return *root_; }  // its subkeys are the hives, by their full names
 
-  // Makes `linkPath` (not there yet) stand for the key at `targetPath` (created when missing), as CurrentControlSet
+  // Makes `linkPath` (not there yet) a link to the key at `targetPath` (created when missing), as CurrentControlSet
   // does. Once the target is deleted, the link counts as missing.
   void Link(std::u16string_view linkPath, std::u16string_view targetPath);
 

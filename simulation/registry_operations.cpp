@@ -1,6 +1,6 @@
 // The operations of platform/registry.h on the current machine's registry.
 //
-// What an operation enters with, so that its call can be told and repeated from it:
+// What an operation enters with, so that its call can be described and repeated:
 //
 //                      key  name        number        number2              data, dataBytes
 //   RegOpenKeyExW      key  subkey      access        options

@@ -231,7 +231,7 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
     const std::u16string_view media =
         mediaLocation != nullptr ? mediaLocation : place.substr(0, place.find_last_of(u"\\/"));
     const fs::path stored = InstalledInfPath(files.RealPath(path.c_str()));
-    // The installed INF comes first: an INF without one would have lost where it came from.
+    // The installed INF comes first: an INF without one would have lost its origin.
     if (mediaType == SPOST_NONE) {
       fs::remove(stored, error);
     } else if (simulation::WriteFileWhole(stored, InstalledInf(media))) {

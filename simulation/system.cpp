@@ -1,6 +1,5 @@
 // The simulated machine's clock, debugger, message boxes, system directories and version.
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>

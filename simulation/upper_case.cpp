@@ -34,7 +34,7 @@ Table MakeTable() {
 #else
 
 // Windows maps a character only when lower case leads back to it: neither the dotless i (to I) nor the micro sign (to
-// the Greek letter) has an upper case there. With this rule the table is the one that LCMapStringW gives.
+// the Greek letter) has an upper case there. With this rule the table is the one that LCMapStringW has.
 char16_t Mapped(char16_t character, locale_t locale) {
   const wint_t upper = towupper_l(character, locale);
   const bool isUnit = upper <= 0xFFFF && (upper < 0xD800 || upper > 0xDFFF);

@@ -47,10 +47,10 @@ std::optional<std::string> ReadVersionResource(const char16_t* path) {
 }
 
 // A node of a version block: its name, its value and what is below it. Every part ends where the memory does, and what
-// is below it where the node does. The length of its value is taken as it is said.
+// is below it where the node does. The length of its value is not checked.
 struct Node {
   std::u16string name;
-  WORD valueLength;  // as it is said; in characters for text
+  WORD valueLength;  // as the block has it; in characters for text
   std::size_t bytes;
   Bytes value;
   Bytes children;

@@ -9,7 +9,7 @@
 
 namespace ztlsim {
 
-// Makes the machine current for as long as it lives, and drops what the module tells the debugger meanwhile. The
+// Makes the machine current until it is destroyed, and drops what the module writes to the debugger meanwhile. The
 // module's log must not be open: messages would go there.
 class Inspection {
  public:

@@ -4,7 +4,7 @@
 
 namespace ztlsim {
 
-// A console shows colour once it is told to understand the escape sequences.
+// A console shows colour once its processing of escape sequences is switched on.
 bool OutputIsTerminal() {
   const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
   ::DWORD mode = 0;

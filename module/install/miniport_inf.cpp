@@ -6,7 +6,6 @@
 #include "module/install/versions.h"
 #include "module/log/log_facility.h"
 #include "module/names.h"
-#include "module/netcfg/configuration_session.h"
 #include "platform/files.h"
 #include "platform/multi_string.h"
 #include "platform/system_info.h"

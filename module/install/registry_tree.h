@@ -11,7 +11,7 @@ namespace ztl {
 enum class DeletionStep { Start, Open, Enumerate, Delete };
 using DeletionReport = void (*)(DeletionStep step, const char16_t* name, platform::LSTATUS rc);
 
-// Deletes the key with everything below it. What cannot be deleted stays, with the keys above it; the rest goes.
+// Deletes the key with everything below it. What cannot be deleted stays, with the keys above it; the rest is deleted.
 // Returns the system error code of the key's own deletion: ERROR_FILE_NOT_FOUND when there is no such key.
 platform::LSTATUS DeleteTree(platform::HKEY parent, const char16_t* name, DeletionReport report);
 

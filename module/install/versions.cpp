@@ -67,7 +67,7 @@ class VersionBlock {
     return data_ != nullptr;
   }
 
-  // Null when the block cannot be read, or does not hold the whole root entry, whatever it says of its lengths.
+  // Null when the block cannot be read, or does not hold the whole root entry, whatever its lengths are.
   const VS_FIXEDFILEINFO* Read(const char16_t* path) {
     void* value = nullptr;
     UINT length = 0;

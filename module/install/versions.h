@@ -1,7 +1,7 @@
 // Versions of files and INF files.
 //
 // A packed version holds the low 8 bits of a version's first three parts in bits 31-24, 23-16 and 15-8, and zero below;
-// the fourth part, the build, stands beside it. 0 stands for no version.
+// the fourth part, the build, is a number of its own. 0 means that there is no version.
 #pragma once
 
 #include <string_view>

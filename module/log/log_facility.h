@@ -28,7 +28,7 @@ struct LogFacility {
   std::uint32_t popupStyle;  // MessageBoxA's style for SEV_POPUP, or kNoPopup
   std::uint32_t sizeLimit;   // bytes
   char path[260];            // directory, backslash, file name
-  char tag[260];             // its first 8 characters stand in every line
+  char tag[260];             // its first 8 characters are in every line
   std::uint8_t mode;
 };
 

@@ -21,7 +21,7 @@ HRESULT TraceBindingPath(const char16_t* name, const char16_t* comma, DWORD chan
     TraceLine(u"PathToken <%s>\n", static_cast<const char16_t*>(token));
     platform::CoTaskMemFree(token);
   } else {
-    TraceLine(u"GetPathToken hr=%x\n", hr);  // there is no token, whatever the pointer says
+    TraceLine(u"GetPathToken hr=%x\n", hr);  // there is no token, whatever the pointer is
   }
   return S_OK;
 }

@@ -48,7 +48,7 @@ class ComObject final : public Base {
     return left;
   }
 
-  // The unknown that holds the instance's life, with no reference yet.
+  // The unknown whose references keep the instance, with none yet.
   platform::IUnknown* Identity(platform::IUnknown*) { return static_cast<typename Base::UnknownView*>(this); }
 };
 

@@ -1,7 +1,5 @@
 #include "module/notify/module.h"
 
-#include <string_view>
-
 #include "module/install/reinstall_ztl.h"
 #include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"

@@ -17,7 +17,7 @@ extern "C" {
 // Sets the module log up when a process attaches, and ends it when it detaches. Always true.
 platform::BOOL DllMain(platform::HINSTANCE hinstDLL, platform::DWORD fdwReason, void* lpvReserved);
 
-// S_OK when no instance lives and no server lock is held, else S_FALSE.
+// S_OK when there is no instance and no server lock, else S_FALSE.
 platform::HRESULT DllCanUnloadNow();
 
 // The class object of CSampleFilter. E_POINTER, CLASS_E_CLASSNOTAVAILABLE, or E_NOINTERFACE for anything but IUnknown

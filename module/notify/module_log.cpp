@@ -17,7 +17,7 @@ constexpr std::uint32_t kSizeLimitKB = 1000;
 
 void OpenModuleLog() {
   char windows[kWindowsDirectoryCapacity] = {};
-  // A directory that does not fit is no directory: the log then stands in the root of the current drive.
+  // A directory that does not fit is no directory: the log is then in the root of the current drive.
   if (platform::GetWindowsDirectoryA(windows, kWindowsDirectoryCapacity) >= kWindowsDirectoryCapacity)
     windows[0] = '\0';
   char directory[kWindowsDirectoryCapacity + 8];

@@ -1,4 +1,4 @@
-// The module log's life: from the process's attach to its detach.
+// Opening and closing the module log, at the process's attach and detach.
 #pragma once
 
 namespace ztl {

@@ -41,7 +41,7 @@ CSampleFilter::CSampleFilter() {
   EnumCount();  // for its trace
 }
 
-// The engine's objects are given back first: the passes work on the machine with no part in the engine's transaction.
+// The engine's objects are released first: the passes work on the machine with no part in the engine's transaction.
 // The last two change bindings in sessions of their own, and each such session ends in the release of another instance.
 CSampleFilter::~CSampleFilter() {
   TraceLine(u"--> ::~CSampleFilter ApplyAction=%u OrderIM=%u\n", m_ApplyAction, m_fOrderIMDone);

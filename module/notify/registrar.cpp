@@ -38,7 +38,7 @@ struct Word {
 // The keys of a script that a registration has made, by their numbers in the script.
 using MadeKeys = std::bitset<kMaxKeys>;
 
-// Reads a script from its start to its end and does what the mode says on the way.
+// Reads a script from its start to its end and acts on it by the mode.
 class Script {
  public:
   Script(std::string_view text, std::u16string_view modulePath, Mode mode, MadeKeys& made)

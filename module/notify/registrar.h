@@ -6,7 +6,7 @@
 //   value   = "s" text                                  stored as REG_SZ
 //
 // Words are separated by blanks and line ends. Text between single quotes may hold anything; a quote in it is doubled.
-// %MODULE% stands for the module's path, in any word.
+// %MODULE% is replaced by the module's path, in any word.
 #pragma once
 
 #include <string_view>

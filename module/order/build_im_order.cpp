@@ -1,5 +1,7 @@
 #include "module/order/build_im_order.h"
 
+#include <algorithm>
+
 #include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/order/class_lookups.h"

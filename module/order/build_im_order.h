@@ -24,7 +24,7 @@ inline constexpr platform::DWORD kOrderLimit = 516;
 platform::LSTATUS BuildImOrder(platform::MultiStringView ownClass, char16_t (&imList)[kImListCapacity],
                                char16_t (&devIdList)[kDevIdListCapacity]);
 
-// Appends the drivers of one filter class that neither stand in the IM list yet nor are named in `configuredOrder`.
+// Appends the drivers of one filter class that are neither in the IM list yet nor named in `configuredOrder`.
 // `imList` is the list that `ims` builds. Returns 0, or ReturnFilterClassIMs' code with nothing changed.
 platform::LSTATUS AddFilterClassIMs(const char16_t* className, platform::MultiStringView configuredOrder,
                                     platform::MultiStringView imList, platform::MultiStringBuilder& ims,

@@ -1,7 +1,6 @@
 #include "module/order/class_lookups.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "module/log/log_facility.h"
 #include "module/names.h"

@@ -31,7 +31,7 @@ bool ImposeOrder(platform::HKEY classKey, const char16_t* instanceName, platform
 platform::LSTATUS SetOrder(platform::HKEY classKey, const char16_t* rootDevice, platform::DWORD rootBytes,
                            const char16_t* upperBind, platform::DWORD upperBytes);
 
-// Logs a stack and, when "Tcpip" is bound above it and the filter stands in it, writes the adapter record.
+// Logs a stack and, when "Tcpip" is bound above it and the filter is in it, writes the adapter record.
 void OutputBindOrders(platform::HKEY classKey, platform::MultiStringView rootDevice,
                       platform::MultiStringView upperBind);
 

@@ -18,7 +18,7 @@ namespace {
 constexpr DWORD kLoopUpperBindLimit = 516;
 constexpr DWORD kLoopRootDeviceLimit = 1036;
 
-// Forms the reference name from the last entry of what was read, whatever stands before it. False when there is no
+// Forms the reference name from the last entry of what was read, whatever comes before it. False when there is no
 // entry at all.
 bool FormReferenceName(BindLoop& loop) {
   const char16_t* const text = loop.rootDevice.text;

@@ -39,7 +39,7 @@ void CheckBindLoop();
 // loop is repaired and its 1-based position returned; the number of subkeys when there is none.
 std::int32_t FixBindLoop(bool fix);
 
-// Whether the instance that the enumeration stands at is a loop that can be repaired. Logs what it sees on the way.
+// Whether the current instance of the enumeration is a loop that can be repaired. Logs what it sees on the way.
 bool ReadBindLoop(platform::HKEY classKey, InstanceEnumeration& instance, BindLoop& loop);
 
 // Whether a component of the filter's id has the service that is bound directly above. Takes the open service class key

@@ -5,8 +5,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "platform/com_ptr.h"
@@ -41,7 +39,7 @@ const ComponentClass kClasses[] = {
 
 using engine_host::State;
 
-// Who was asked for what, as one line of text.
+// A call with its object and arguments, as one line of text.
 std::string RequestText(Operation operation, const Arguments& arguments) {
   std::string text = OperationName(operation);
   if (arguments.name != nullptr) text += " <" + Utf16ToUtf8(arguments.name) + ">";
@@ -54,8 +52,8 @@ std::string RequestText(Operation operation, const Arguments& arguments) {
   return text;
 }
 
-// One call of the engine. A fault that stands for a failure ends it; one that stands for a success with another code
-// lets it happen and replaces its success (Result). What a call returns goes through Result or Answer, which record it.
+// One call of the engine. A fault with a failure's code ends it; one with the code of another success lets it
+// happen and replaces its success (Result). What a call returns goes through Result or Answer, which record it.
 class Call {
  public:
   explicit Call(Operation operation, const Arguments& arguments = {})
@@ -163,7 +161,7 @@ struct Session {
     return !initialized ? NETCFG_E_NOT_INITIALIZED : !hasLock ? NETCFG_E_NO_WRITE_LOCK : S_OK;
   }
 
-  // Gives the notify object back. A session that the notify object opens while it goes drives none itself, or each
+  // Releases the notify object. A session that it opens in its release drives none itself, or each
   // would end in the opening of another.
   void Unload() {
     initialized = false;
@@ -258,7 +256,7 @@ class BindingPath final : public Object<Implements<INetCfgBindingPath, IID_INetC
     return call.Answer(session_->initialized ? call.Result(CopyToTask(token_, token)) : NETCFG_E_NOT_INITIALIZED);
   }
 
-  // Nobody asks for these.
+  // Nobody calls these.
   HRESULT IsSamePathAs(INetCfgBindingPath*) override { return E_NOTIMPL; }
   HRESULT IsSubPathOf(INetCfgBindingPath*) override { return E_NOTIMPL; }
   HRESULT GetOwner(INetCfgComponent**) override { return E_NOTIMPL; }
@@ -301,7 +299,7 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     *guid = class_.guid;
     return S_OK;
   }
-  // An adapter's parameters stand in its instance key, those of any other component in the subkey "Parameters", which
+  // An adapter's parameters are in its instance key, those of any other component in the subkey "Parameters", which
   // is made when it is missing.
   HRESULT OpenParamKey(HKEY* key) override {
     *key = nullptr;
@@ -316,7 +314,7 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     return call.Answer(HresultFromError(rc));
   }
 
-  // A filter is bound to the bottoms of the stacks that it stands in.
+  // A filter is bound to the bottoms of the stacks that it is in.
   HRESULT IsBoundTo(INetCfgComponent* lower) override {
     if (lower == nullptr) return E_POINTER;
     const auto* const adapter = static_cast<Component*>(lower);
@@ -344,7 +342,7 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     return call.Result(Enumerate<IID_IEnumNetCfgBindingPath>(std::move(list), paths));
   }
 
-  // Nobody asks for these.
+  // Nobody calls these.
   HRESULT SetDisplayName(const char16_t*) override { return E_NOTIMPL; }
   HRESULT GetInstanceGuid(GUID*) override { return E_NOTIMPL; }
   HRESULT GetBindName(char16_t**) override { return E_NOTIMPL; }
@@ -475,7 +473,7 @@ class Class final
     return call.Result();
   }
 
-  // Nobody asks for these.
+  // Nobody calls these.
   HRESULT SelectAndInstall(HWND, OBO_TOKEN*, INetCfgComponent**) override { return E_NOTIMPL; }
   HRESULT DeInstall(INetCfgComponent*, OBO_TOKEN*, char16_t**) override { return E_NOTIMPL; }
 
@@ -584,7 +582,7 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     session_->Unload();
     return call.Result();
   }
-  // Tells the notify object of the paths that change, changes them, and lets it apply what is its own.
+  // Notifies the object of the paths that change, changes them, and lets it apply what is its own.
   HRESULT Apply() override {
     const Call call(Operation::Apply);
     if (call.Fails()) return call.Result();

@@ -36,7 +36,7 @@ struct Engine {
   // How it behaves.
   bool grantSecondLock = true;  // the write lock is granted to a second session of the process that holds it
   std::u16string otherClient;   // another client holds the write lock, under this description; empty: none does
-  std::int64_t otherClientMilliseconds = INT64_MAX;  // and gives it back after so long on the simulated clock
+  std::int64_t otherClientMilliseconds = INT64_MAX;  // and releases it after so long on the simulated clock
 
   bool recordRequests = false;
 
@@ -45,15 +45,15 @@ struct Engine {
   std::vector<EngineRequest> requests;    // of every kind, in the order of their beginnings, when they are recorded
   std::atomic<std::int64_t> objects{0};   // objects that have not been released
 
-  // How things stand; for the engine itself.
+  // Its state; for the engine itself.
   std::u16string lockHolder;                            // the description of the process's own first holder
   int lockHolders = 0;                                  // its sessions that hold the write lock
-  int unloading = 0;                                    // sessions that are giving back their notify object
+  int unloading = 0;                                    // sessions that are releasing their notify object
   std::uint64_t changes = 0;                            // made to the stacks by Apply
-  std::map<std::u16string, std::u16string> lastStacks;  // as StackLinkage::TakeOut writes it
+  std::map<std::u16string, std::u16string> lastStacks;  // the stack that each left last, as TakeOut stores it
 };
 
-// Each gives an object with one reference, which the caller releases; none outlives the current machine.
+// Each returns an object with one reference, which the caller releases; none outlives the current machine.
 INetCfg* CreateNetCfg();  // as CoCreateInstance does
 // An engine object as a notify object gets it: that of a transaction that is under way, which others open and close.
 INetCfg* CreateTransaction();

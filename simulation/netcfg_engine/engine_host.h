@@ -1,5 +1,5 @@
-// What the simulated engine asks of the process that it runs in. A simulated machine answers by its own state; another
-// program that links the engine gives answers of its own.
+// What the simulated engine needs of the process that it runs in. A simulated machine implements it over its own state;
+// another program that links the engine implements it too.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace simulation::engine_host {
 
 Engine& State();
 
-// Called as each operation of the engine begins. A value is the code that it must fail or answer with.
+// Called as each operation of the engine begins. A value is the code that it must return, a failure or another success.
 std::optional<std::int32_t> Enter(Operation operation, const Arguments& arguments);
 
 // Lets the engine's time pass.

@@ -30,7 +30,7 @@ inline constexpr char16_t kNetTransKey[] =
 // A string value of any size; false when the value is missing or of another type.
 bool ReadString(HKEY key, const char16_t* name, std::u16string& text);
 
-// A service that may stand in stacks.
+// A service that may be in stacks.
 struct FilterDriver {
   std::u16string componentId;
   std::u16string service;
@@ -54,7 +54,7 @@ class StackLinkage {
 
   // Whether the service has virtual adapters at all.
   bool IsFilter(const FilterDriver& filter) const;
-  // The bottoms of all stacks that `filter` can stand in, in the order of their subkeys: not its own virtual adapters,
+  // The bottoms of all stacks that `filter` can be in, in the order of their subkeys: not its own virtual adapters,
   // nor those of another driver that nothing is bound to.
   std::vector<const AdapterInstance*> Bottoms(const FilterDriver& filter) const;
   const AdapterInstance* BottomAt(const FilterDriver& filter, std::u16string_view subkey) const;  // null for any other
@@ -63,11 +63,11 @@ class StackLinkage {
   // Both write the registry and bring this object up to date. A failure is that of the first write that failed.
   //
   // Takes every virtual adapter of the filter out of the stack. Who stood above is bound to who stands below; the
-  // stack's own virtual adapters of the filter stay, bound to nothing. `lastStacks` gets an entry for each that leaves:
-  // its name and the stack's bottom, both upper-cased.
+  // stack's own virtual adapters of the filter stay, bound to nothing. In `lastStacks`, the name of each
+  // that leaves gets the name of the stack's bottom, both upper-cased.
   LSTATUS TakeOut(const FilterDriver& filter, std::u16string_view bottom,
                   std::map<std::u16string, std::u16string>& lastStacks);
-  // Puts a virtual adapter of the filter that stands in no stack on top: the first that left this stack, else the first
+  // Puts a virtual adapter of the filter that is in no stack on top: the first that left this stack, else the first
   // of all, else a new one. ERROR_FILE_NOT_FOUND when the bottom is not there any more.
   LSTATUS PutOnTop(const FilterDriver& filter, std::u16string_view bottom,
                    const std::map<std::u16string, std::u16string>& lastStacks);

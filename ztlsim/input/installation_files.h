@@ -15,7 +15,8 @@ struct InstallationFiles {
   std::string driverFile;             // becomes the installed driver
 };
 
-// Puts them into the machine, which has its drive; empty names stand for nothing. A result says what went wrong.
+// Puts them into the machine, which has its drive; empty names are passed over. A result is what went wrong, in
+// English.
 std::optional<std::string> PlaceInstallationFiles(simulation::Machine& machine, const InstallationFiles& files);
 
 }  // namespace ztlsim

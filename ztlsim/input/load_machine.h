@@ -12,10 +12,10 @@
 namespace ztlsim {
 
 // Merges the exports in order. Without a CurrentControlSet so far, it becomes a link, as on a running system: to the
-// set that SYSTEM\Select names as current, else to ControlSet001. What later files say of it then goes there.
+// set that SYSTEM\Select names as current, else to ControlSet001. What later files set in it then goes there.
 std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, simulation::Registry& registry);
 
-// The directory that stands for drive C: a kept one, or a temporary one that goes with the object.
+// The directory that serves as drive C: a kept one, or a temporary one that is deleted with the object.
 class DriveDirectory {
  public:
   DriveDirectory() = default;
@@ -23,8 +23,8 @@ class DriveDirectory {
   DriveDirectory(const DriveDirectory&) = delete;
   DriveDirectory& operator=(const DriveDirectory&) = delete;
 
-  // Makes the directory where it is missing; an empty `kept` makes a temporary one. A result says
-  // what went wrong.
+  // Makes the directory where it is missing; an empty `kept` makes a temporary one. A result is
+  // what went wrong, in English.
   std::optional<std::string> Make(const std::string& kept);
   const std::filesystem::path& Path() const { return path_; }
 

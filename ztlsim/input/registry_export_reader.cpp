@@ -128,11 +128,11 @@ class Parser {
   // the messages.
   char16_t At(std::size_t index) const { return index < text_.size() ? text_[index] : u'\0'; }
   bool AtLineBreak() const { return At(pos_) == u'\n' || At(pos_) == u'\r'; }
-  std::size_t BehindBlanks(std::size_t index) const {
+  std::size_t AfterBlanks(std::size_t index) const {
     while (At(index) == u' ' || At(index) == u'\t') ++index;
     return index;
   }
-  void SkipBlanks() { pos_ = BehindBlanks(pos_); }
+  void SkipBlanks() { pos_ = AfterBlanks(pos_); }
   std::size_t LineEnd() const {  // a NUL counts as one
     std::size_t end = pos_;
     while (At(end) != u'\0' && At(end) != u'\n' && At(end) != u'\r') ++end;
@@ -166,7 +166,7 @@ class Parser {
   }
   bool Expected(std::string_view what) { return Fail("expected " + std::string(what) + Found()); }
 
-  // Passes blanks, a comment and the line break; nothing else may stand there.
+  // Passes blanks, a comment and the line break; nothing else may be there.
   bool EndOfLine(std::string_view expected = "the end of the line") {
     SkipBlanks();
     if (At(pos_) == u';') pos_ = LineEnd();
@@ -208,8 +208,8 @@ class Parser {
     for (std::size_t i = pos_; i < end; ++i) {
       if (At(i) != u']') continue;
       close = i;
-      const std::size_t behind = BehindBlanks(i + 1);
-      if (behind == end || At(behind) == u';') break;
+      const std::size_t next = AfterBlanks(i + 1);
+      if (next == end || At(next) == u';') break;
     }
     if (close == pos_) return Expected("a key's name that ends with ]");
     const bool deletes = At(pos_ + 1) == u'-';
@@ -271,7 +271,7 @@ class Parser {
     return true;
   }
 
-  // What stands after the =, into data_. `expected` says what may stand after it.
+  // What comes after the =, into data_. `expected` is what may come after it.
   bool Data(DWORD& type, std::string_view& expected) {
     data_.clear();
     if (At(pos_) == u'"') {
@@ -347,7 +347,7 @@ class Parser {
     return Expected("one to eight hexadecimal digits");
   }
 
-  // Bytes between commas, into data_. It stops at the first thing that cannot go on; `expected` says what could have.
+  // Bytes between commas, into data_. It stops at the first thing that cannot go on; `expected` is what could have.
   bool Bytes(std::string_view& expected) {
     do {
       expected = "a byte of one or two hexadecimal digits";

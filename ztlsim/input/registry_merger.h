@@ -13,7 +13,7 @@
 namespace ztlsim {
 
 // Takes names in any order, however many there are below one key. Keys with many subkeys or values are in a form of
-// their own as long as the merger lives: nobody else may use the registry meanwhile.
+// their own until the merger is destroyed: nobody else may use the registry meanwhile.
 class RegistryMerger {
  public:
   using Path = std::vector<std::u16string_view>;  // a name for each level, from the hive on; never empty
@@ -25,7 +25,7 @@ class RegistryMerger {
 
   // Follows links, as Registry::Create does. The result is the registry's, until it or a key above it is deleted.
   simulation::RegistryKey& CreateKey(const Path& path);
-  void DeleteKey(const Path& path);  // with everything below it; a link itself, not what it stands for
+  void DeleteKey(const Path& path);  // with everything below it; a link itself, not its target
   void SetValue(simulation::RegistryKey& key, const std::u16string& name, platform::DWORD type,
                 std::vector<platform::BYTE> data);
   void DeleteValue(simulation::RegistryKey& key, const std::u16string& name);
@@ -37,7 +37,7 @@ class RegistryMerger {
   Subkeys* ManySubkeys(simulation::RegistryKey& key);  // null while they are few
   Places* ManyValues(simulation::RegistryKey& key);    // null while they are few
   simulation::RegistryKey* FindSubkey(simulation::RegistryKey& key, std::u16string_view name);
-  void Flush(simulation::RegistryKey& top);  // gives it and all below it their usual form
+  void Flush(simulation::RegistryKey& top);  // puts it and all below it into their usual form
 
   simulation::RegistryKey& root_;
   // By upper-cased name: the subkeys, which the key itself is without for now, and where in the key the values are.

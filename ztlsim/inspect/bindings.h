@@ -1,4 +1,4 @@
-// What a machine's registry says about the filter's bindings: its paths, the adapters that it excludes, its loops.
+// The filter's bindings as a machine's registry has them: its paths, the adapters that it excludes, its loops.
 #pragma once
 
 #include <string>

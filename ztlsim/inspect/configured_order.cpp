@@ -31,7 +31,7 @@ class OrderCheck {
     bool ended = false;
     for (const std::u16string& entry : state_.configuredOrder) {
       if (ended) return;
-      // It stands for the filter's own class at least, as long as that class is known.
+      // It includes the filter's own class, as long as that class is known.
       if (EqualNoCase(entry, ztl::kOthers))
         ended = ztl::IsFilterClass(state_.ownClass) && !CheckClass(entry, state_.ownClass);
       else if (ztl::IsFilterClass(entry))
@@ -44,7 +44,7 @@ class OrderCheck {
   }
 
  private:
-  // An entry that stands for the drivers of a class. False when the module's lists end at it.
+  // An entry for the drivers of a class. False when the module's lists end at it.
   bool CheckClass(const std::u16string& entry, const std::u16string& className) {
     char16_t services[ztl::kClassServicesCapacity] = {};
     if (ztl::ReturnFilterClassIMs(className, services, ztl::kClassServicesCapacity) != ERROR_SUCCESS) {
@@ -65,7 +65,7 @@ class OrderCheck {
     return true;
   }
 
-  // An entry that stands for these drivers.
+  // An entry for these drivers: whether all of them are in the lists.
   void CheckRoom(const std::u16string& entry, std::vector<std::u16string> drivers) {
     std::erase_if(drivers, [this](const std::u16string& driver) { return ContainsName(state_.imList, driver); });
     if (!drivers.empty())
@@ -76,7 +76,7 @@ class OrderCheck {
               std::to_string(ztl::kDevIdListCapacity - 1) + " of device ids");
   }
 
-  // An entry that stands for no driver.
+  // An entry without a driver that can be moved.
   void AddUnknown(const std::u16string& entry) {
     char16_t services[ztl::kClassServicesCapacity] = {};
     char16_t ownClass[ztl::kClassListCapacity];

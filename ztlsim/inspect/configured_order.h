@@ -1,4 +1,4 @@
-// Findings of the configured order: what each of its entries stands for, and whether the module's lists have room.
+// Findings of the configured order: which drivers each of its entries means, and whether the module's lists have room.
 #pragma once
 
 #include "simulation/machine.h"

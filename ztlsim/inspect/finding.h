@@ -90,7 +90,7 @@ inline constexpr FindingRow kFindingKinds[] = {
      "a pass changes or deletes it"},
 };
 
-// Whether the rows stand in the order of the kinds, and none is missing.
+// Whether the rows are in the order of the kinds, and none is missing.
 constexpr bool EveryKindHasItsRow() {
   for (std::size_t i = 0; i < std::size(kFindingKinds); ++i)
     if (kFindingKinds[i].kind != static_cast<FindingKind>(i)) return false;
@@ -104,7 +104,7 @@ struct Finding {
   FindingKind kind;
   std::u16string key;                   // full path, in the letter case of the registry
   std::optional<std::u16string> value;  // the value's name; unset when the finding is of the key
-  // UTF-8 sentences without their full stops; control characters of the registry's texts stand as they are.
+  // UTF-8 sentences without their full stops; control characters of the registry's texts are kept.
   std::string text;         // what is wrong
   std::string consequence;  // what will happen because of it
 };

@@ -18,7 +18,7 @@ namespace {
 
 constexpr UINT kDirectoryCapacity = 260;
 
-// The text that a function of the module hands out, if it does.
+// The text that a function of the module returns, if it does.
 template <class Function, class... Arguments>
 std::optional<std::u16string> TextFrom(Function function, Arguments... arguments) {
   char16_t* text = nullptr;

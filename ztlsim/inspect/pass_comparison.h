@@ -1,4 +1,4 @@
-// Findings of the stacks and of the adapter records: what stands in the registry, compared with what a pass makes of
+// Findings of the stacks and of the adapter records: what is in the registry, compared with what a pass makes of
 // it.
 #pragma once
 

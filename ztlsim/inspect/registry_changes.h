@@ -10,7 +10,7 @@
 namespace ztlsim {
 
 // One change: of a value when `name` is set (empty: the default value), else of a key as such. `before` and `after` are
-// set as far as the value existed; a key that came or went is told by `keyCreated`/`keyDeleted`.
+// set as far as the value existed; a key that came or went has `keyCreated` or `keyDeleted`.
 struct RegistryChange {
   std::u16string key;  // full path, in the letter case of the registry
   std::optional<std::u16string> name;

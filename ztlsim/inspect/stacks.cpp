@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <utility>
 
 #include "module/names.h"
 #include "module/order/order_im.h"
@@ -69,7 +68,7 @@ AdapterStack ReadStack(HKEY classKey, const char16_t* top, const InstancesByName
   UniqueKey linkage;
   ValueBuffer<ztl::kRootDeviceCapacity> rootDevice;
   if (linkage.Open(classKey, (stack.top + u"\\Linkage").c_str(), KEY_READ) != ERROR_SUCCESS ||
-      rootDevice.Read(linkage.Get(), u"RootDevice", REG_MULTI_SZ, ztl::kRootDeviceLimit) != ERROR_SUCCESS)
+      rootDevice.Read(linkage.Get(), ztl::kRootDeviceValue, REG_MULTI_SZ, ztl::kRootDeviceLimit) != ERROR_SUCCESS)
     return stack;
   for (const std::u16string_view guid : rootDevice.List()) {
     StackEntry& entry = stack.entries.emplace_back();
@@ -93,7 +92,7 @@ void ReadOrder(MachineState& state) {
   UniqueKey parameters;
   ValueBuffer<260> order;
   state.orderIsSet = parameters.Open(HKEY_LOCAL_MACHINE, ztl::kParametersKey, KEY_READ) == ERROR_SUCCESS &&
-                     order.Read(parameters.Get(), u"IMOrder", REG_MULTI_SZ, 516) == ERROR_SUCCESS;
+                     order.Read(parameters.Get(), ztl::kImOrderValue, REG_MULTI_SZ, ztl::kOrderLimit) == ERROR_SUCCESS;
   state.configuredOrder = state.orderIsSet ? ToVector(order.List()) : std::vector<std::u16string>{u"Others"};
   char16_t ownClass[32];
   DWORD capacity = std::size(ownClass);

@@ -1,4 +1,4 @@
-// What a machine's registry says about its adapter stacks, seen through the module's own lookups.
+// A machine's adapter stacks as its registry has them, read through the module's own lookups.
 #pragma once
 
 #include <optional>
@@ -37,7 +37,7 @@ struct MachineState {
   std::vector<std::u16string> missingKeys;  // keys that a pass starts from and that are not there
 };
 
-// Nothing is changed. What `before` (may be null) knows of the entries' owners is taken over: a transaction does not
+// Nothing is changed. The entries' owners in `before` (may be null) are taken over: a transaction does not
 // change them.
 MachineState ReadMachineState(simulation::Machine& machine, const MachineState* before = nullptr);
 
@@ -45,7 +45,7 @@ MachineState ReadMachineState(simulation::Machine& machine, const MachineState* 
 struct StackPair {
   std::optional<AdapterStack> before;  // unset: no transport was bound to it
   std::optional<AdapterStack> after;   // unset: no transport is bound to it any more
-  // Of each entry of `after`, where both have entries: it is new, or stands at another height above the physical
+  // Of each entry of `after`, where both have entries: it is new, or is at another height above the physical
   // adapter.
   std::vector<bool> moved;
   bool changed = false;  // an entry or what is bound to the top, where both have entries

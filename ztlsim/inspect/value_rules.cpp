@@ -60,7 +60,7 @@ bool IsRead(HKEY key, const ValueRule& rule) {
   return ValueBuffer<1024>().Read(key, rule.name, rule.type, rule.limit) == ERROR_SUCCESS;
 }
 
-// A name that a search cannot take in ends it. That does no harm when what is looked for does not stand there.
+// A name that a search cannot take in ends it. That does no harm when what is looked for is not there.
 template <std::size_t Capacity>
 void CheckKeyNames(simulation::Machine& machine, const char16_t* path, std::u16string_view suffix, Findings& findings) {
   UniqueKey key;

@@ -2,7 +2,6 @@
 
 #include <bit>
 #include <cstring>
-#include <utility>
 
 namespace ztlsim {
 namespace {

@@ -1,7 +1,5 @@
 #include "ztlsim/scenario/host_process.h"
 
-#include <string_view>
-
 #include "module/names.h"
 #include "platform/com_ptr.h"
 #include "platform/netcfg_notify.h"
@@ -20,9 +18,9 @@ ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
   return result;
 }
 
-// Asks for the notices that the object wants, and gives all of them, as it wants all that there are here. Of each path
-// as the filter's own and as somebody's; the queries come before the change and the notices after it.
-void GiveNotices(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
+// Queries which notices the object supports, and sends all of them, as it supports all that there are here. Of each
+// path as the filter's own and as somebody's; the queries come before the change and the notices after it.
+void SendNotices(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
   const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
   const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
   if (options.paths.empty() && !options.changeFlag) return;
@@ -157,7 +155,7 @@ CallResults Notify(const CallOptions& options, Process& process) {
                   {.use =
                        [](const CallOptions& given, Process&, INetCfgComponentControl* object,
                           INetCfgComponent* component, CallResults&) {
-                         GiveNotices(given, object, component);
+                         SendNotices(given, object, component);
                          return true;
                        },
                    .appliesPnp = false});

@@ -15,7 +15,7 @@
 
 namespace ztlsim {
 
-// A binding path that the notify object is told of.
+// A binding path that the notify object gets a notice of.
 struct PathNotice {
   std::u16string token;
   platform::HRESULT enabled;  // S_OK, S_FALSE, or the failure to tell

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kHeadBytes =
     std::string_view("01/31/26 12:00:00: ").size() + std::string_view("     Tag:severity: ").size();
 
-// The log gives a trouble of its own to the debugger as two texts: this one and the trouble.
+// The log writes a trouble of its own to the debugger as two texts: this one and the trouble.
 constexpr std::string_view kTroublePrefix = "ERROR: ";
 
 }  // namespace

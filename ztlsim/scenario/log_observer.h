@@ -8,7 +8,7 @@
 
 namespace ztlsim {
 
-// Collects the message of every line written to the module's log for as long as it lives, without the line's head.
+// Collects the message of every line written to the module's log until it is destroyed, without the line's head.
 class LogObserver {
  public:
   LogObserver(simulation::Machine& machine, std::vector<std::string>& messages);

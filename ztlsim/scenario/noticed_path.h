@@ -7,7 +7,7 @@
 
 namespace ztlsim {
 
-// The engine's part of a notice. It lives as long as the call.
+// The engine's part of a notice. It is there during the call.
 class NoticedPath : public platform::INetCfgBindingPath {
  public:
   using HRESULT = platform::HRESULT;
