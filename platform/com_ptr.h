@@ -1,4 +1,4 @@
-// Owning COM references and task memory.
+// Owning COM references.
 #pragma once
 
 #include <utility>

@@ -6,6 +6,8 @@
 namespace platform {
 
 void OutputDebugStringA(const char* text);
-int MessageBoxA(HWND owner, const char* text, const char* caption, UINT style);  // returns when the user closes it
+// `style` is made of the system's MB_ flags. Returns the pressed button's number when the user has closed the box; 0 on
+// failure.
+int MessageBoxA(HWND owner, const char* text, const char* caption, UINT style);
 
 }  // namespace platform

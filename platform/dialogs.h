@@ -53,12 +53,12 @@ struct PROPSHEETPAGEW {
 };
 static_assert(sizeof(PROPSHEETPAGEW) == 96);
 
-HPROPSHEETPAGE CreatePropertySheetPageW(const PROPSHEETPAGEW* page);  // null on failure
+HPROPSHEETPAGE CreatePropertySheetPageW(const PROPSHEETPAGEW* page);  // null on failure; its sheet destroys it
 
 HWND GetParent(HWND window);
 HWND GetDlgItem(HWND dialog, int id);  // null when the dialog has no such control
-LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
-BOOL SetWindowTextW(HWND window, const char16_t* text);
+LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);  // what the window answers
+BOOL SetWindowTextW(HWND window, const char16_t* text);                         // zero on failure
 // Up to `capacity` - 1 characters and a terminator. Returns the length without it; 0 for an empty text and on failure,
 // which leaves `text` empty.
 int GetWindowTextW(HWND window, char16_t* text, int capacity);

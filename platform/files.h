@@ -25,17 +25,17 @@ constexpr int RUNTIME_EMFILE = 24;
 constexpr int RUNTIME_ENOSPC = 28;
 constexpr int RUNTIME_EDEADLOCK = 36;
 
-int _open(const char* path, int flags, int permission = 0);
-int _creat(const char* path, int permission);  // creates the file or truncates it to zero length
+int _open(const char* path, int flags, int permission = 0);  // flags: _O_…; permission: _S_…
+int _creat(const char* path, int permission);                // creates the file or truncates it to zero length
 int _close(int descriptor);
-LONG _filelength(int descriptor);                      // bytes
-LONG _lseek(int descriptor, LONG offset, int origin);  // the new position in bytes from the start
-int _read(int descriptor, void* buffer, UINT bytes);   // bytes stored, 0 at the end
-int _write(int descriptor, const void* buffer, UINT bytes);
-// Locks or unlocks `bytes` bytes from the current position, which may lie beyond the end. A lock belongs to its
-// descriptor. _LK_LOCK tries ten times, a second apart, then fails with RUNTIME_EDEADLOCK.
+LONG _filelength(int descriptor);                            // bytes
+LONG _lseek(int descriptor, LONG offset, int origin);        // the new position in bytes from the start
+int _read(int descriptor, void* buffer, UINT bytes);         // bytes stored, 0 at the end
+int _write(int descriptor, const void* buffer, UINT bytes);  // bytes of the buffer that were written
+// Locks or unlocks `bytes` bytes, as `mode` (_LK_…) says, from the current position, which may lie beyond the end. A
+// lock belongs to its descriptor. _LK_LOCK tries ten times, a second apart, then fails with RUNTIME_EDEADLOCK.
 int _locking(int descriptor, int mode, LONG bytes);
-int _mkdir(const char* path);  // one level; RUNTIME_EEXIST when it exists already
+int _mkdir(const char* path);  // one level; 0 on success, RUNTIME_EEXIST when it exists already
 
 // Copies a file (winbase.h), over an existing one unless `failIfExists` is set. Zero on failure, with the reason in
 // GetLastError.

@@ -30,7 +30,7 @@ inline bool IsResourceId(const char16_t* name) { return reinterpret_cast<std::ui
 constexpr WORD RT_DIALOG = 5;  // a type
 // Null when the module has no such resource. The bytes live as long as the module.
 HRSRC FindResourceW(HINSTANCE module, const char16_t* name, const char16_t* type);
-const void* LoadResourceData(HINSTANCE module, HRSRC resource);
-DWORD SizeofResource(HINSTANCE module, HRSRC resource);
+const void* LoadResourceData(HINSTANCE module, HRSRC resource);  // null on failure
+DWORD SizeofResource(HINSTANCE module, HRSRC resource);          // bytes; 0 on failure
 
 }  // namespace platform

@@ -74,7 +74,7 @@ class MultiStringBuilder {
   // The characters that the next entry may take, its terminator included.
   std::size_t Room() const { return remaining_ - 1; }
 
-  // Takes over an entry of `length` characters that was written, with its terminator, at the cursor.
+  // Takes over an entry of `length` characters, less than Room(), that was written, with its terminator, at the cursor.
   void Advance(std::size_t length) {
     cursor_ += length + 1;
     remaining_ -= length + 1;

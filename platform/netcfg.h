@@ -78,7 +78,8 @@ constexpr DWORD EBP_BELOW = 2;
 template <class Item>
 class IEnumNetCfg : public IUnknown {
  public:
-  virtual HRESULT Next(ULONG count, Item** items, ULONG* fetched) = 0;  // S_OK and the items, S_FALSE at the end
+  // S_OK and the items, S_FALSE at the end. `fetched` may be null when `count` is 1.
+  virtual HRESULT Next(ULONG count, Item** items, ULONG* fetched) = 0;
   virtual HRESULT Skip(ULONG count) = 0;
   virtual HRESULT Reset() = 0;
   virtual HRESULT Clone(IEnumNetCfg** copy) = 0;
@@ -101,7 +102,7 @@ class INetCfg : public IUnknown {
 class INetCfgLock : public IUnknown {
  public:
   // Waits up to `timeout` milliseconds; S_FALSE when another client holds the lock, whose description `*holder` is
-  // then.
+  // then, or null; the caller frees it with CoTaskMemFree.
   virtual HRESULT AcquireWriteLock(DWORD timeout, const char16_t* description, char16_t** holder) = 0;
   virtual HRESULT ReleaseWriteLock() = 0;
   virtual HRESULT IsWriteLocked(char16_t** holder) = 0;

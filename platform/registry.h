@@ -71,8 +71,8 @@ LSTATUS RegEnumValueW(HKEY key, DWORD index, char16_t* name, DWORD* nameLength, 
                       BYTE* data, DWORD* dataBytes);
 
 // Type and data of the value `name` (null or empty: the default value). `*dataBytes` is the buffer's size (in) and the
-// size of the stored data (out). A null `data` asks for the size alone; ERROR_MORE_DATA when the data is larger than
-// the buffer.
+// size of the stored data (out). A null `data` asks for the size alone, and `type` may be null; ERROR_MORE_DATA when
+// the data is larger than the buffer.
 // Text that is stored without a terminator gets one when the buffer has room for it; `*dataBytes` does not count it.
 LSTATUS RegQueryValueExW(HKEY key, const char16_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* dataBytes);
 

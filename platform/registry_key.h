@@ -100,7 +100,7 @@ class SubkeyEnumeration {
   }
   LSTATUS Code() const { return code_; }  // of the last Next
 
-  // Both are the same buffer: each call invalidates what the other returned.
+  // After a successful Next. Both are the same buffer: each call invalidates what the other returned.
   const char16_t* Name() {
     text_[length_] = u'\0';
     return text_;

@@ -51,7 +51,9 @@ BOOL SetupFindFirstLineW(HINF inf, const char16_t* section, const char16_t* key,
 BOOL SetupGetStringFieldW(const INFCONTEXT* line, DWORD field, char16_t* text, DWORD capacity, DWORD* size);
 
 // Copies an INF, named by its full path, into the INF directory under a name oemN.inf of its own, unless it is there
-// already, and records the media location. `destination` may be null; else it receives the new full path.
+// already, and records the media location. `copyStyle` 0 copies it whatever is there. `destination` may be
+// null; else it receives the new full path, whose file name `*component` points to, in `capacity` characters, of which
+// `*size` are needed. Zero on failure.
 BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWORD mediaType, DWORD copyStyle,
                       char16_t* destination, DWORD capacity, DWORD* size, char16_t** component);
 

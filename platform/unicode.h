@@ -27,7 +27,7 @@ constexpr bool Decode(const char*& text, const char* end, char32_t& character) {
   character = kReplacementCharacter;
   if (lead < 0xC2 || lead > 0xF4) return false;
   const int following = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-  // The range of the second byte shuts out overlong forms, surrogates and what lies beyond U+10FFFF.
+  // The range of the second byte excludes overlong forms, surrogates and all above U+10FFFF.
   unsigned low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
   unsigned high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
   char32_t decoded = lead & (0x3Fu >> following);

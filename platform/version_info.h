@@ -27,8 +27,8 @@ DWORD GetFileVersionInfoSizeW(const char16_t* path, DWORD* unused);
 // Reads up to `bytes` bytes of the block; zero on failure.
 BOOL GetFileVersionInfoW(const char16_t* path, DWORD unused, DWORD bytes, void* block);
 // Finds an entry of a block that was read: `value` then points into the block. For the root entry "\", the fixed file
-// information, `length` is counted in bytes. Zero when there is no such entry. The lengths in the block are not
-// checked: the value may reach beyond the end of the block.
+// information, `length` is counted in bytes; for texts, in characters. Zero when there is no such entry. The lengths in
+// the block are not checked: the value may reach beyond the end of the block.
 BOOL VerQueryValueW(const void* block, const char16_t* entry, void** value, UINT* length);
 
 using HGLOBAL = void*;

@@ -41,7 +41,7 @@ class TemplateReader {
     return text;
   }
   std::u16string Text() { return Text(Word()); }
-  // A number in place of a text stands in `*number`.
+  // `*number` receives a number that takes the place of a text.
   std::u16string TextOrNumber(WORD* number) {
     const WORD first = Word();
     if (first != 0xFFFF) return Text(first);

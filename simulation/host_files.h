@@ -18,7 +18,7 @@ platform::LONG Seek(int file, platform::LONG offset, int origin);  // returns th
 // In text translation mode: return the bytes of the buffer that were filled or written.
 int Read(int file, void* buffer, platform::UINT bytes);
 int Write(int file, const void* buffer, platform::UINT bytes);
-bool TryLock(int file, platform::LONG bytes);  // from the current position; errno 13: another holder is there
+bool TryLock(int file, platform::LONG bytes);  // from the current position; RUNTIME_EACCES: another holds it
 int Unlock(int file, platform::LONG bytes);
 int MakeDirectory(const std::filesystem::path& path);
 

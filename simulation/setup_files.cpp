@@ -256,7 +256,7 @@ DWORD GetPrivateProfileStringW(const char16_t* section, const char16_t* key, con
     const std::optional<std::string> bytes = simulation::ReadFile(simulation::Current().files.RealPath(path), rc);
     std::optional<std::u16string> found;
     if (bytes && section != nullptr && key != nullptr)
-      // These files know no UTF-8: its mark is three characters like any other.
+      // UTF-8 has no meaning in these files: its mark is read as three characters.
       found = simulation::ProfileValue(bytes->starts_with("\xEF\xBB\xBF") ? simulation::Windows1252ToUtf16(*bytes)
                                                                           : simulation::DecodeSetupText(*bytes),
                                        section, key);

@@ -110,7 +110,7 @@ BOOL VerQueryValueW(const void* block, const char16_t* entry, void** value, UINT
   Machine& machine = simulation::Current();
   if (const auto code = machine.Enter(Operation::VerQueryValueW, {.name = entry})) return Fail(*code);
   const std::lock_guard lock(machine.mutex);
-  // Only of the memory that was handed out is it known where it ends.
+  // The end is known only of memory that GlobalAlloc returned.
   const auto memory = std::find_if(machine.globalMemory.begin(), machine.globalMemory.end(),
                                    [block](const auto& each) { return each.second->bytes.data() == block; });
   if (memory == machine.globalMemory.end()) return Fail(ERROR_INVALID_PARAMETER);

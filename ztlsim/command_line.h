@@ -27,7 +27,7 @@ struct Options {
   bool json = false;
 };
 
-// Fills the options. When it returns an exit status, all is said and the program is at its end.
+// Fills the options. An exit status means that the program ends with it; everything has been printed.
 std::optional<int> ReadCommandLine(int argc, char** argv, Options& options);
 
 }  // namespace ztlsim

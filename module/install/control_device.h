@@ -1,7 +1,6 @@
 // The running filter driver's control device, and what the system counts of the driver's devices.
 //
-// Each operation opens the device, sends one request and closes it. Where the device cannot be opened, the driver is
-// taken for not running.
+// A device that cannot be opened means that the driver does not run.
 #pragma once
 
 #include "platform/device.h"
@@ -15,7 +14,7 @@ constexpr platform::DWORD IOCTL_ZTL_UNLINK_PARAMS_SAVE = 0x222014;
 constexpr platform::DWORD IOCTL_ZTL_RUNNING_VERSION = 0x222018;
 
 struct ZTL_VERSION_REPLY {
-  platform::DWORD parts[4];
+  platform::DWORD parts[4];  // the version's four parts, the first one first
 };
 static_assert(sizeof(ZTL_VERSION_REPLY) == 16);
 
@@ -30,14 +29,15 @@ struct KernelPath {
 // INVALID_HANDLE_VALUE, with the thread's last error set, on failure. The caller closes the handle.
 platform::HANDLE OpenControlDevice();
 
-// Sends a request about a key. The driver may write its answer over the path. 0 or the system error code.
+// Sends a request about a key. 0 or the system error code. The driver may write its answer, of at most `bytes` bytes,
+// over the path.
 platform::DWORD SendPath(platform::HANDLE device, platform::DWORD code, KernelPath& path);
 
 // The running driver's packed version (install/versions.h); 0 when it does not run or does not answer.
 platform::DWORD ZtlRunningVersion();
 
 // Asks the driver to destroy the registry link `linkName` below `keyPath`. 0, also when the driver is not running, or
-// the system error code of the request. `root` is HKEY_LOCAL_MACHINE.
+// the system error code of the request. The driver knows HKEY_LOCAL_MACHINE alone; `root` is not looked at.
 platform::DWORD DestroySymLinkKey(platform::HKEY root, const char16_t* keyPath, const char16_t* linkName);
 
 // The number of device instances that the system counts for the driver's service; 0 when it cannot be read.

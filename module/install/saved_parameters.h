@@ -1,5 +1,6 @@
 // The driver's parameters that survive a removal of the component: saved when the module is unregistered, restored at
-// the next installation. The start-up command that is pending until then (RunOnce) goes with the saving.
+// the next installation. The start-up command that is pending until then (RunOnce) is deleted when they
+// are saved.
 #pragma once
 
 #include "platform/types.h"

@@ -12,7 +12,7 @@ using namespace platform;
 
 namespace {
 
-// Appends to a buffer and stops for good at the first character that does not fit whole.
+// Appends to a buffer and takes nothing more after the first character that does not fit whole.
 template <class Char>
 class Output {
  public:

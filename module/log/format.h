@@ -1,9 +1,9 @@
 // Bounded printf-style formatting, the same on every system.
 //
 // Understood: %s and %S (text), %u %d %x %X with an optional l or h (numbers of up to 32 bits, signed as their argument
-// is), %%; flags 0 and -, width and precision. In an 8-bit format %s takes 8-bit text and %S UTF-16 text; in a wide
-// format it is the other way round.
-// 8-bit text is UTF-8: what is converted never loses a character, but for lone surrogates, which become U+FFFD.
+// is), %%; flags 0 and -, width and precision (of text in the text's own units). A null text is "(null)". In an 8-bit
+// format %s takes 8-bit text and %S UTF-16 text; in a wide format it is the other way round. 8-bit text is UTF-8: what
+// is converted never loses a character, but for lone surrogates, which become U+FFFD.
 #pragma once
 
 #include <concepts>

@@ -25,7 +25,7 @@ constexpr std::size_t kBackupPathBytes = 272;
 constexpr std::size_t kCopyBytes = 32768;
 constexpr std::size_t kTraceCharacters = 4096;
 
-// A runtime descriptor, closed when it goes out of scope. Closing also gives up the descriptor's locks.
+// A runtime descriptor, closed when it goes out of scope. Closing also releases the descriptor's locks.
 class Descriptor {
  public:
   explicit Descriptor(int value) : value_(value) {}

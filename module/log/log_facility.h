@@ -45,7 +45,8 @@ bool OpenLogFile(const LogFacility& log, int* descriptor);
 // Rotates the file when it has reached its size limit.
 void EnforceCircular(const LogFacility& log);
 
-// Copies the log to its backup while holding the file; 1 when done (also when a read error cut it short), 0 on failure.
+// Copies the log to its backup while holding a lock on all of it and the byte after it; 1 when done (also when a read
+// error cut it short), 0 on failure.
 int CopyLogFile(const char* sourcePath, const char* destinationPath);
 
 // What the templates below call. `arguments` has an entry for each conversion of the format, in its order.

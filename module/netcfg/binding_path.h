@@ -16,8 +16,8 @@ inline constexpr char16_t kTokenArrow[] = u"->";
 platform::ComPtr<platform::INetCfgBindingPath> FindBindingPath(platform::INetCfg* session, const char16_t* componentId,
                                                                const char16_t* pathToken);
 
-// Enables or disables the path and applies that, in a configuration session of its own. The result code of the last
-// step that was made; 0 when the component has no such path.
+// Enables or disables the path and applies that, in a configuration session of its own (HrOpenSession). The result
+// code of the last step that was made; 0 when the component has no such path.
 platform::HRESULT EnableBindingPath(const char16_t* componentId, const char16_t* pathToken, bool enable);
 
 }  // namespace ztl

@@ -16,7 +16,7 @@ namespace ztl {
 // uninitialized once; after any other result the caller closes the session with HrReleaseINetCfg.
 platform::HRESULT HrGetINetCfg(platform::INetCfg** session);
 
-// Closes a session: uninitializes it, releases the write lock when it holds it, releases the reference and
+// Closes a session: uninitializes it, releases the write lock when `hasWriteLock` is set, releases the reference and
 // uninitializes COM once, whatever fails on the way. The result of the last step that was made of the first two.
 platform::HRESULT HrReleaseINetCfg(bool hasWriteLock, platform::INetCfg* session);
 

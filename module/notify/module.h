@@ -20,8 +20,8 @@ platform::BOOL DllMain(platform::HINSTANCE hinstDLL, platform::DWORD fdwReason, 
 // S_OK when there is no instance and no server lock, else S_FALSE.
 platform::HRESULT DllCanUnloadNow();
 
-// The class object of CSampleFilter. E_POINTER, CLASS_E_CLASSNOTAVAILABLE, or E_NOINTERFACE for anything but IUnknown
-// and IClassFactory.
+// The class object of CSampleFilter, with a reference for the caller. E_POINTER, CLASS_E_CLASSNOTAVAILABLE, or
+// E_NOINTERFACE for anything but IUnknown and IClassFactory.
 platform::HRESULT DllGetClassObject(platform::REFCLSID rclsid, platform::REFIID riid, void** ppv);
 
 // Runs the registration script. Returns its failure, or that of ERROR_INSUFFICIENT_BUFFER when the module's path is

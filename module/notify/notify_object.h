@@ -49,6 +49,7 @@ class CSampleFilter : public ComObjectRoot,
   platform::ULONG Release() override { return --m_references; }
 
   // INetCfgComponentControl
+  // Keeps references to both, which may be null, until the release.
   platform::HRESULT Initialize(platform::INetCfgComponent* pIComp, platform::INetCfg* pINetCfg,
                                platform::BOOL fInstalling) override;
   // For eActPropertyUI: the failure of HrOpenAdapterParamsKey, with "Param1" already written.
@@ -65,7 +66,8 @@ class CSampleFilter : public ComObjectRoot,
 
   // INetCfgComponentPropertyUi
   platform::HRESULT QueryPropertyUi(platform::IUnknown* pUnkReserved) override;
-  // Returns the failure to ask the context for its adapter; the context is stored all the same.
+  // Keeps a reference to the connection whose properties are opened. Null resets it, and leaves the adapter as it was.
+  // Returns the failure to ask the connection for its adapter; it is kept all the same.
   platform::HRESULT SetContext(platform::IUnknown* pUnkReserved) override;
   // `*pahpspPrivate` becomes an array of `*pcPages` page handles in task memory, which the engine frees with
   // CoTaskMemFree; null, with no page, when there is no memory. E_POINTER when one of the three pointers is null.
@@ -81,6 +83,7 @@ class CSampleFilter : public ComObjectRoot,
   platform::HRESULT NotifyBindingPath(platform::DWORD dwChangeFlag, platform::INetCfgBindingPath* pIPath) override;
 
   // INetCfgComponentNotifyGlobal
+  // E_POINTER for null.
   platform::HRESULT GetSupportedNotifications(platform::DWORD* dwNotifications) override;
   platform::HRESULT SysQueryBindingPath(platform::DWORD dwChangeFlag, platform::INetCfgBindingPath* pIPath) override;
   platform::HRESULT SysNotifyBindingPath(platform::DWORD dwChangeFlag, platform::INetCfgBindingPath* pIPath) override;

@@ -15,7 +15,7 @@ using namespace platform;
 
 namespace {
 
-constexpr std::size_t kWordCapacity = 600;  // characters: a path and what stands around it
+constexpr std::size_t kWordCapacity = 600;  // characters: a path and the text around it
 constexpr int kMaxDepth = 32;               // of nested keys
 
 constexpr std::size_t kMaxKeys = 64;  // of a script

@@ -13,7 +13,7 @@ using namespace platform;
 
 namespace {
 
-// Sizes of the name buffers in characters. A longer subkey name ends the search it is met in, so they decide what a
+// Sizes of the name buffers in characters. A longer subkey name ends the search that finds it, so they decide what a
 // lookup can see.
 constexpr std::size_t kAdapterSvcNameCapacity = 20;
 constexpr std::size_t kInstanceNameCapacity = 64;

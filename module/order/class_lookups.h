@@ -33,8 +33,8 @@ platform::LSTATUS OpenBase(platform::UniqueKey& key, const char16_t* path, platf
 void LogMultiSz(const char16_t* label, platform::MultiStringView list);
 
 // With a service name: its filter class, as a one-entry multi-string. Without (null): the list of known filter classes,
-// which ends with the value's data when that lacks its terminators. `*capacity` becomes the number of characters
-// stored: the class and its terminator, or the list.
+// which ends with the value's data when that lacks its terminators. `*capacity`, in characters, becomes the number
+// stored: the class and its terminator, or the list; after a failure it is as it was.
 platform::LSTATUS GetFilterClass(const char16_t* serviceName, char16_t* buffer, platform::DWORD* capacity);
 
 bool IsFilterClass(std::u16string_view name);

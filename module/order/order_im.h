@@ -9,7 +9,7 @@
 
 namespace ztl {
 
-// Sizes of name buffers in characters: a longer subkey name ends the search it is met in.
+// Sizes of name buffers in characters: a longer subkey name ends the search that finds it.
 inline constexpr std::size_t kAdapterNameCapacity = 64;   // the adapter keys
 inline constexpr std::size_t kSetOrderPathCapacity = 20;  // the instances, with the linkage suffix
 

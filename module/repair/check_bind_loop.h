@@ -36,7 +36,8 @@ using InstanceEnumeration = platform::SubkeyEnumeration<256 + 8>;
 void CheckBindLoop();
 
 // One scan of the adapter instances. Without `fix` the number of subkeys of the net adapter class. With it, the first
-// loop is repaired and its 1-based position returned; the number of subkeys when there is none.
+// loop is repaired and its 1-based position returned; the number of subkeys when there is none. 0 when the class does
+// not open.
 std::int32_t FixBindLoop(bool fix);
 
 // Whether the current instance of the enumeration is a loop that can be repaired. Logs what it sees on the way.

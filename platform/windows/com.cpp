@@ -1,7 +1,7 @@
 #include "platform/com.h"
 
 #include "platform/windows/cast.h"
-// Behind <windows.h>.
+// After <windows.h>.
 #include <objbase.h>
 
 namespace platform {

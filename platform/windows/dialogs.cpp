@@ -1,7 +1,7 @@
 #include "platform/dialogs.h"
 
 #include "platform/windows/cast.h"
-// Behind <windows.h>.
+// After <windows.h>.
 #include <prsht.h>
 
 namespace platform {

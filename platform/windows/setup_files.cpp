@@ -1,7 +1,7 @@
 #include "platform/setup_files.h"
 
 #include "platform/windows/cast.h"
-// Behind <windows.h>.
+// After <windows.h>.
 #include <setupapi.h>
 
 namespace platform {

@@ -224,7 +224,7 @@ bool StackLinkage::IsBottom(const FilterDriver& filter, const AdapterInstance& i
          !(unbound && !OwnerOf(instance.name).empty());
 }
 
-// The service that is bound to what stands below: the filter's, or that of the adapter's own driver.
+// The instance's service: that of the filter that owns it, or of the adapter's own driver.
 std::u16string StackLinkage::ServiceOf(const AdapterInstance& instance) {
   std::u16string service = OwnerOf(instance.name);
   UniqueKey netClass;

@@ -62,7 +62,7 @@ class StackLinkage {
 
   // Both write the registry and bring this object up to date. A failure is that of the first write that failed.
   //
-  // Takes every virtual adapter of the filter out of the stack. Who stood above is bound to who stands below; the
+  // Takes every virtual adapter of the filter out of the stack. The driver above is bound to the one below; the
   // stack's own virtual adapters of the filter stay, bound to nothing. In `lastStacks`, the name of each
   // that leaves gets the name of the stack's bottom, both upper-cased.
   LSTATUS TakeOut(const FilterDriver& filter, std::u16string_view bottom,

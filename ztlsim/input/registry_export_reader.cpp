@@ -124,8 +124,8 @@ class Parser {
   }
 
  private:
-  // The unit at `index`; 0 after the end. A NUL in the file fits nowhere, so nothing has to tell the two apart but
-  // the messages.
+  // The unit at `index`; 0 after the end. A NUL in the file is an error everywhere, so only the
+  // messages distinguish the two.
   char16_t At(std::size_t index) const { return index < text_.size() ? text_[index] : u'\0'; }
   bool AtLineBreak() const { return At(pos_) == u'\n' || At(pos_) == u'\r'; }
   std::size_t AfterBlanks(std::size_t index) const {
@@ -432,7 +432,7 @@ std::optional<InputError> ReadRegistryExport(const std::string& file, std::strin
   const bool marked = bytes.starts_with("\xEF\xBB\xBF");
   if (marked) bytes.remove_prefix(3);
   if (bytes.empty()) return unreadable("expected a registry export, found an empty file");
-  // Version 4 was written in the system's 8-bit encoding; version 5 in 8 bits comes from somebody's text editor.
+  // Version 4 was written in the system's 8-bit encoding; version 5 in 8 bits was saved by a text editor.
   const bool isUtf8 = marked || (!bytes.starts_with("REGEDIT4") && IsUtf8(bytes));
   return Parser<ByteText>(file, {bytes, isUtf8}, registry).Run();
 }

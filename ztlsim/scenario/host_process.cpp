@@ -19,7 +19,7 @@ ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
 }
 
 // Queries which notices the object supports, and sends all of them, as it supports all that there are here. Of each
-// path as the filter's own and as somebody's; the queries come before the change and the notices after it.
+// path as the filter's own and as another component's; the queries come before the change and the notices after it.
 void SendNotices(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
   const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
   const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);

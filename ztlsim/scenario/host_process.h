@@ -18,7 +18,7 @@ namespace ztlsim {
 // A binding path that the notify object gets a notice of.
 struct PathNotice {
   std::u16string token;
-  platform::HRESULT enabled;  // S_OK, S_FALSE, or the failure to tell
+  platform::HRESULT enabled;  // S_OK, S_FALSE, or the failure to query it
 };
 
 enum class PageButton { Ok, Apply, Cancel };
@@ -57,8 +57,8 @@ class Process {
   virtual platform::INetCfgPnpReconfigCallback* CreatePnpReconfigCallback() = 0;
   virtual platform::INetLanConnectionUiInfo* CreateLanConnection(const platform::GUID& adapter) = 0;
 
-  // Shows the pages, which it takes over, in a property sheet with its user before it. Whether the user has applied
-  // them.
+  // Shows the pages, which it takes over, in a property sheet, and does what `input` says. Whether they were
+  // applied.
   virtual bool ShowPages(std::span<const platform::HPROPSHEETPAGE> pages, const PageInput& input) = 0;
 
   // The module's entries, which are there until it is unloaded.
