@@ -11,7 +11,6 @@ namespace {
 
 using namespace platform;
 using namespace ztl_test;
-using simulation::Operation;
 
 using Lists = std::map<std::u16string, std::pair<std::vector<BYTE>, std::vector<BYTE>>>;  // RootDevice and UpperBind
 

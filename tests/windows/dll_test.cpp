@@ -136,7 +136,7 @@ TEST_F(DllTest, TheSystemReadsItsVersionBlock) {
     void* value = nullptr;
     UINT length = 0;
     VerQueryValueW(block.data(), name.c_str(), &value, &length);
-    return std::string(static_cast<const char*>(value), length * unit);
+    return std::string(static_cast<const char*>(value), std::size_t{length} * unit);
   };
   const DWORD fixed[] = {0xFEEF04BD, 0x10000, 0x40011, 0x4976, 0x40011, 0x4976, 0x3F, 0, 0x10004, 1, 0, 0, 0};
   EXPECT_EQ(query(L"\\", 1), std::string(reinterpret_cast<const char*>(fixed), sizeof fixed));

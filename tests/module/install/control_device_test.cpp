@@ -8,7 +8,6 @@ namespace {
 
 using namespace platform;
 using namespace ztl_test;
-using simulation::Operation;
 
 const std::u16string kService = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL";
 const std::u16string kRunOnce = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";

@@ -17,7 +17,6 @@ namespace {
 
 using namespace platform;
 using namespace ztl_test;
-using simulation::Operation;
 using simulation::Utf16ToUtf8;
 
 namespace fs = std::filesystem;

@@ -216,7 +216,8 @@ TEST_F(PropertyPageTest, TheProcedureHandlesNothingElse) {
     EXPECT_EQ(ztl::PropPageDlgProc(page, WM_NOTIFY, 0, reinterpret_cast<LPARAM>(&notice)), code == -201 ? 1 : 0);
     EXPECT_EQ(GetWindowLongPtrW(page, DWLP_MSGRESULT), code == -201 ? 0 : 7);
   }
-  for (const WPARAM wParam : {0x0300'0001, 0x0400'073B, 0x0501'073C, 0x0300'073B}) {  // the last one without its object
+  // The last one without its object.
+  for (const WPARAM wParam : {0x0300'0001u, 0x0400'073Bu, 0x0501'073Cu, 0x0300'073Bu}) {
     if (wParam == 0x0300'073B) SetWindowLongPtrW(page, DWLP_USER, 0);
     EXPECT_EQ(ztl::PropPageDlgProc(page, WM_COMMAND, wParam, 0), 0);
   }
