@@ -28,8 +28,8 @@ class Recording {
     simulation::Operation operation;
     std::uint32_t number;
     std::uint32_t number2;
-    std::uint32_t data;  // of a value: offset in texts_
-    auto operator<=>(const Kind&) const = default;
+    std::uint32_t data;                             // of a value: offset in texts_
+    auto operator<=>(const Kind&) const = default;  // NOLINT(modernize-use-nullptr): in what the compiler makes
   };
   struct Call {
     std::uint16_t kind;      // index into kinds_

@@ -72,7 +72,7 @@ void RepairPass(benchmark::State& state) {
       ztl::CheckBindLoop();
       state.PauseTiming();
       calls += static_cast<double>(machine->Calls());
-      if (machine->Calls(simulation::Operation::Apply) != adapters / kStacksALoop * 2)
+      if (machine->Calls(simulation::Operation::Apply) != std::size_t{adapters} / kStacksALoop * 2)
         state.SkipWithError("not every loop was repaired");
     }
     state.ResumeTiming();

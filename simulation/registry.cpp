@@ -442,7 +442,7 @@ LSTATUS Registry::SetValue(HKEY key, const char16_t* name, DWORD type, const BYT
   RegistryKey* at;
   if (const LSTATUS status = Resolve(key, KEY_SET_VALUE, true, &at)) return status;
   // The character after the data is looked at only when the last one of the data is no terminator.
-  const BYTE* const next = data + dataBytes / 2 * 2;
+  const BYTE* const next = data + std::size_t{dataBytes} / 2 * 2;
   if (IsText(type) && dataBytes >= 2 && CharacterAt(next - 2) && !CharacterAt(next)) dataBytes += 2;
   at->SetValue(name ? name : u"", type, std::vector<BYTE>(data, data + dataBytes));
   return ERROR_SUCCESS;

@@ -83,7 +83,7 @@ class CheckedFormat {
       const bool native = conversion.type == 's';
       const bool isText = native || conversion.type == 'S';
       const Kind wanted = !isText ? Kind::Number : native == (sizeof(Char) == 1) ? Kind::Text8 : Kind::Text16;
-      if (conversion.type == 0 || used == count || kinds[used] != wanted) FormatDoesNotMatchItsArguments();
+      if (conversion.type == 0 || used >= count || kinds[used] != wanted) FormatDoesNotMatchItsArguments();
       ++used;
     }
     if (used != count) FormatDoesNotMatchItsArguments();

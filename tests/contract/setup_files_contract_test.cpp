@@ -18,7 +18,7 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 // Files below a directory of each test, which comes and goes with it.
 class SetupFilesContract : public Contract {

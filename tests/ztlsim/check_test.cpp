@@ -45,7 +45,7 @@ class Check : public MachineTest {
   }
   simulation::RegistryKey& Adapters() { return Key(kParametersPath + u"\\Adapters"); }
   simulation::RegistryValue& UpperBind() { return *Instance(u"0002\\Linkage").FindValue(u"UpperBind"); }
-  void Link(std::u16string subkey, const char16_t* name, std::vector<BYTE> data) {
+  void Link(const std::u16string& subkey, const char16_t* name, std::vector<BYTE> data) {
     Instance(subkey + u"\\Linkage").SetValue(name, REG_MULTI_SZ, std::move(data));
   }
   template <class... Entries>

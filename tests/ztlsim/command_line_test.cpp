@@ -51,7 +51,7 @@ class CommandLine : public ztl_test::MachineTest {
 };
 
 TEST_F(CommandLine, RefusesWhatItCannotUse) {
-  std::ofstream(root_ / "empty.reg");
+  std::ofstream(root_ / "empty.reg") << "";
   std::ofstream(root_ / "text.reg") << "A text.\n";
   const std::string laptop = " --machine " + kSamples + "laptop.reg";
   const struct {

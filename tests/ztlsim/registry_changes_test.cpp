@@ -13,7 +13,6 @@ namespace ztlsim {
 namespace {
 
 using simulation::Registry;
-using simulation::RegistryKey;
 
 TEST(RegistryChanges, TurnTheOneIntoTheOther) {
   for (unsigned round = 0; round < 200; ++round) {

@@ -43,7 +43,7 @@ std::optional<std::string> CopyDirectory(const fs::path& directory, const fs::pa
   std::error_code error;
   for (fs::recursive_directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
     if (!entry->is_regular_file(error)) continue;
-    if (const auto trouble = CopyInto(entry->path(), destination / entry->path().lexically_relative(directory)))
+    if (auto trouble = CopyInto(entry->path(), destination / entry->path().lexically_relative(directory)))
       return trouble;
   }
   return error ? Trouble(directory, error) : std::nullopt;
@@ -81,9 +81,9 @@ std::optional<std::string> PlaceInstallationFiles(simulation::Machine& machine, 
   const Inspection inspection(machine);
   const simulation::Files& drive = machine.files;
   for (const std::string& inf : files.infFiles)
-    if (const auto trouble = CopyInto(inf, drive.RealPath(kInfDirectory) / fs::path(inf).filename())) return trouble;
+    if (auto trouble = CopyInto(inf, drive.RealPath(kInfDirectory) / fs::path(inf).filename())) return trouble;
   if (!files.driverFile.empty())
-    if (const auto trouble =
+    if (auto trouble =
             CopyInto(files.driverFile, drive.RealPath((kSystemDirectory + std::u16string(ztl::kDriverFile)).c_str())))
       return trouble;
   if (files.mediaDirectory.empty()) return std::nullopt;
@@ -91,7 +91,7 @@ std::optional<std::string> PlaceInstallationFiles(simulation::Machine& machine, 
   std::error_code ignored;
   if (IsInside(drive.RealPath(kMedia), media) && !fs::equivalent(media, drive.RealPath(kMedia), ignored))
     return files.mediaDirectory + ": holds the machine's drive";
-  if (const auto trouble = CopyDirectory(media, drive.RealPath(kMedia))) return trouble;
+  if (auto trouble = CopyDirectory(media, drive.RealPath(kMedia))) return trouble;
   return StoreFilterInfs(drive);
 }
 

@@ -13,7 +13,6 @@ using namespace ztl_test;
 using simulation::Arguments;
 using simulation::Operation;
 
-constexpr char kLogPath[] = "C:\\Windows\\temp\\ztlinst.log";
 constexpr std::size_t kLimit = 1024000;
 
 class LogTest : public MachineTest {
