@@ -123,7 +123,7 @@ std::unique_ptr<Machine> MakeMachine(unsigned adapters, const Drive& drive) {
   std::vector<Stack> stacks(adapters);
   for (Stack& stack : stacks) stack = {RandomGuid(random), RandomGuid(random), RandomGuid(random)};
 
-  // The virtual adapters were installed behind the physical ones, stack by stack. In every second stack the other
+  // The virtual adapters were installed after the physical ones, stack by stack. In every second stack the other
   // driver stands on top, where the filter belongs.
   const auto isWrong = [](unsigned i) { return i % 2 == 0; };
   for (unsigned i = 0; i < adapters; ++i) {

@@ -37,7 +37,7 @@ class Recording {
     std::uint32_t argument;  // offset in wideTexts_ or texts_, or the index of an enumeration
   };
 
-  // Texts or data, each once, one behind the other; offset 0 is null.
+  // Texts or data, each once, one after the other; offset 0 is null.
   template <class Char>
   struct Texts {
     using Text = std::basic_string<Char>;

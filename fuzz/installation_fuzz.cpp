@@ -1,4 +1,4 @@
-// Any bytes are an INF file and the installed driver's file of a machine that installs the filter. The first two tell
+// Any bytes are an INF file and the installed driver's file of a machine that installs the filter. The first two say
 // where the second begins.
 #include <algorithm>
 #include <cstddef>

@@ -217,7 +217,7 @@ def real_commands(case, number):
 
 
 def prepare(prefix, case, number, die_at=""):
-    """Writes the machine as it is for the simulation, and for the registry behind what clears the one before it. The
+    """Writes the machine as it is for the simulation, and for the registry after what clears the one before it. The
     system's tool terminates text that is not, so that the host process sets such values itself."""
     header, _, body = export_text(case.machine).partition("\n")
     assert header.startswith("Windows Registry Editor Version 5.00"), case.machine

@@ -11,7 +11,7 @@ using CreateTransaction = platform::INetCfg*();
 using CreatePnpReconfigCallback = platform::INetCfgPnpReconfigCallback*();
 using CreateLanConnection = platform::INetLanConnectionUiInfo*(const platform::GUID& adapter);
 
-// `otherClient` (null-terminated; empty for none) holds the write lock all the time; `grantSecondLock` tells whether a
+// `otherClient` (null-terminated; empty for none) holds the write lock all the time; `grantSecondLock` is whether a
 // second session of the process gets it. From now on requests are recorded.
 using StartEngine = void(const char16_t* otherClient, bool grantSecondLock);
 

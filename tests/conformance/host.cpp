@@ -26,7 +26,7 @@ using simulation::Utf8ToUtf16;
 using Json = nlohmann::ordered_json;
 
 std::vector<std::string> g_debuggerOutput;
-std::string g_dieAt;  // the process ends where the module tells the debugger of this; empty: nowhere
+std::string g_dieAt;  // the process ends when the debugger gets a text with this in it; empty: never
 
 constexpr UINT kDied = 99;
 
@@ -198,7 +198,7 @@ int Main(int argc, char** argv) {
 // ztl_host log NAME: --count queries that each log three lines, --filler bytes long.
 // ztl_host look KEYS: nothing.
 // All: --job FILE of what the command line, which is in the log, does not tell: the values to "set" at first, the text
-// to "die_at", when the module tells the debugger of it, and the keys to "read" at last; --report FILE.
+// to "die_at", when the debugger gets it, and the keys to "read" at last; --report FILE.
 int main(int argc, char** argv) {
   try {
     return Main(argc, argv);

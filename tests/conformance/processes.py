@@ -77,7 +77,7 @@ def check_without_rotation(prefix):
 def check_rotations(prefix):
     """Through rotations the log holds all that was written since the last of them, and its lines are whole. What stood
     before may be lost with the backup. Where several processes rotate together there, a copy begins on top of another,
-    or goes on behind its truncation, and cuts a line with each."""
+    or goes on after its truncation, and cuts a line with each."""
     writers = Writers(prefix, 900, {"f": 900, "g": 850, "h": 10, "i": 400, "j": 700})
     writers.run()
     reports = writers.reports()

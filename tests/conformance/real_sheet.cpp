@@ -3,7 +3,7 @@
 #include "simulation/text_encoding.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
-// Behind <windows.h>.
+// After <windows.h>.
 #include <commctrl.h>
 
 namespace ztl_conformance {

@@ -8,7 +8,7 @@
 
 namespace ztl_conformance {
 
-// Shows the pages, which it takes over, and does what the input says; `applied` tells whether the pages took it. What
+// Shows the pages, which it takes over, and does what the input says; `applied` becomes whether the pages took it. What
 // the user saw, as ztlsim reports it: null when no page could be shown.
 nlohmann::ordered_json UseSheet(std::span<const platform::HPROPSHEETPAGE> pages, const ztlsim::PageInput& input,
                                 bool& applied);

@@ -1,4 +1,4 @@
-// Many lines of the module's log, each of which tells who wrote it.
+// Many lines of the module's log, each of which names its writer.
 #pragma once
 
 #include <cstddef>

@@ -141,7 +141,7 @@ TEST_F(RegistryContract, EnumerationNeedsRoomForTheTerminatedNameAndTheData) {
 TEST_F(RegistryContract, TextIsCompletedWhenItIsSetAndWhenItIsQueried) {
   const struct {
     DWORD type;
-    const char16_t* memory;  // what lies at the data and behind it
+    const char16_t* memory;  // what lies at the data and after it
     DWORD size, stored, capacity, read;
   } kCases[] = {
       {REG_BINARY, u"a", 2, 2, 2, 2},     {REG_BINARY, u"a", 2, 2, 1, 0},      {REG_BINARY, u"", 0, 0, 9, 0},

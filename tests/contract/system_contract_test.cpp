@@ -30,7 +30,7 @@ namespace {
 using SystemContract = Contract;
 
 TEST_F(SystemContract, TheVersionComesInEitherSizeOfItsStructure) {
-  constexpr DWORD kWhole = sizeof(OSVERSIONINFOEXW), kOlder = 276;  // the latter ends behind szCSDVersion
+  constexpr DWORD kWhole = sizeof(OSVERSIONINFOEXW), kOlder = 276;  // the latter ends after szCSDVersion
   for (const DWORD size : {kWhole, kOlder, kOlder - 1, kWhole + 1, 0u}) {
     OSVERSIONINFOEXW version = {size, 999, 999, 999, 999, {}, 999, 999, 999, 99, 99};
     // A failure's reason is left open: Windows says ERROR_INSUFFICIENT_BUFFER, Wine nothing.
@@ -110,7 +110,7 @@ int RunElsewhere(const std::string& argument) {
 #endif
 }
 
-// A line is appended to a log under a lock of bytes behind the file's end.
+// A line is appended to a log under a lock of bytes after the file's end.
 TEST_F(SystemContract, ALockHoldsOutOtherProcessesUntilItsDescriptorGivesItUp) {
   const std::string last = ::testing::internal::GetArgvs().back(), kind = last.substr(0, 4);
   const bool isElsewhere = kind == "busy" || kind == "free";

@@ -1,4 +1,4 @@
-// What only the simulated registry has: direct access to the tree, links, refused rights, copies, leaks.
+// What only the simulated registry has: direct access to the tree, links, copies, leaks.
 #include "simulation/machine.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
@@ -23,7 +23,6 @@ class SimulatedRegistry : public ::testing::Test {
   LSTATUS Create(const char16_t* path, DWORD options = 0) {
     return RegCreateKeyExW(HKEY_USERS, path, 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &key_, nullptr);
   }
-  LSTATUS SetValue(const char16_t* name) { return RegSetValueExW(key_, name, 0, REG_BINARY, nullptr, 0); }
 
   Machine machine_;
   CurrentMachine current_{machine_};
@@ -61,24 +60,6 @@ TEST_F(SimulatedRegistry, ALinkStandsForItsTarget) {
   EXPECT_EQ(Open(u"Link"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(Create(u"Link"), ERROR_SUCCESS);  // a plain key now
   EXPECT_EQ(Open(u"Link"), ERROR_SUCCESS);
-}
-
-TEST_F(SimulatedRegistry, RefusesDeniedRights) {
-  constexpr DWORD kDelete = 0x10000;
-  using Statuses = std::vector<LSTATUS>;
-  const std::pair<DWORD, Statuses> kCases[] = {
-      {0, {0, 0, 0, 0, 0, 0}},       {KEY_SET_VALUE, {0, 5, 0, 5, 0, 0}},  {KEY_CREATE_SUB_KEY, {0, 5, 0, 0, 5, 0}},
-      {kDelete, {0, 5, 0, 0, 0, 5}}, {KEY_ALL_ACCESS, {5, 5, 5, 6, 5, 5}},
-  };
-  for (const auto& [denied, statuses] : kCases) {
-    RegistryKey& key = registry_.Create(u"HKEY_USERS\\Key");
-    key.DeleteSubkey(u"New");
-    key.denied = key.CreateSubkey(u"Sub").denied = denied;
-    // The largest access is what is left.
-    EXPECT_EQ((Statuses{Open(u"Key", KEY_READ), Open(u"Key", KEY_ALL_ACCESS), RegOpenKeyW(HKEY_USERS, u"Key", &key_),
-                        SetValue(u"v"), Create(u"Key\\New"), RegDeleteKeyW(HKEY_USERS, u"Key\\Sub")}),
-              statuses);
-  }
 }
 
 TEST_F(SimulatedRegistry, CopiesAndRestarts) {

@@ -20,8 +20,7 @@ std::vector<platform::BYTE> Bytes(std::u16string_view text);  // the text's unit
 std::vector<platform::BYTE> Sz(std::u16string_view text);
 std::vector<platform::BYTE> MultiSz(std::initializer_list<std::u16string_view> entries);
 std::string ReadFile(const std::filesystem::path& path);
-std::vector<std::string> Lines(
-    const std::string& text);  // ended by CR LF each; anything behind the last one is one too
+std::vector<std::string> Lines(const std::string& text);  // ended by CR LF each; anything after the last one is one too
 
 inline constexpr std::u16string_view kNetClass =
     u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Class\\{4D36E972-E325-11CE-BFC1-08002bE10318}";

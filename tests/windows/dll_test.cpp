@@ -4,12 +4,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <regex>
 #include <set>
 #include <string>
 #include <thread>
-#include <utility>
 
 #include "tests/support/built_file.h"
 // The public headers come last: they define some of the boundary's names as macros.
@@ -27,32 +25,12 @@ constexpr wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{5b1e7c42-93d0-4f6a-
 constexpr wchar_t kService[] = L"System\\CurrentControlSet\\Services\\ZTL";
 constexpr wchar_t kProduct[] = L"Software\\Quillmark\\ZTL";
 
-// A key of HKEY_LOCAL_MACHINE and what stands below it: subkeys, ended by a backslash, and values, after an @.
-using Tree = std::map<std::wstring, std::pair<DWORD, std::string>>;
-Tree Read(const std::wstring& path, const std::wstring& inner = L"") {
-  Tree tree;
-  HKEY key;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != 0) return tree;
-  tree[inner];
-  wchar_t name[300];
-  BYTE data[600];
-  DWORD length = 300, bytes = sizeof data, type;
-  for (DWORD i = 0; RegEnumValueW(key, i++, name, &length, nullptr, &type, data, &bytes) == 0;) {
-    tree[inner + L"@" + name] = {type, std::string(data, data + bytes)};
-    length = 300, bytes = sizeof data;
-  }
-  for (DWORD i = 0; RegEnumKeyW(key, i++, name, 300) == 0;) tree.merge(Read(path + L"\\" + name, inner + name + L"\\"));
-  RegCloseKey(key);
-  return tree;
-}
-
-void Set(const std::wstring& key, const wchar_t* name, DWORD type, const std::string& data) {
-  const auto bytes = static_cast<DWORD>(data.size());
-  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, type, data.data(), bytes), 0);
-}
-
-std::string Bytes(const std::wstring& text) {
-  return {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)};
+// A text below the class's key; "none" where there is none.
+std::wstring Registered(const std::wstring& subkey) {
+  wchar_t text[MAX_PATH] = L"none";
+  DWORD bytes = sizeof text;
+  RegGetValueW(HKEY_LOCAL_MACHINE, (kClassKey + subkey).c_str(), nullptr, RRF_RT_REG_SZ, nullptr, text, &bytes);
+  return text;
 }
 
 // Each test loads the DLL, and has a log and registry keys of its own.
@@ -160,26 +138,25 @@ TEST_F(DllTest, Regsvr32RegistersAndUnregistersItTwice) {
   const fs::path folder = fs::temp_directory_path() / "it's here", copy = folder / "ztli64x.dll";
   fs::create_directories(folder);
   fs::copy_file(path_, copy, fs::copy_options::overwrite_existing);
-  Set(std::wstring(kClassKey) + L"\\Old", L"", REG_DWORD, "1234");
-  Set(kService, L"Start", REG_DWORD, "1234");
+  const std::wstring old = std::wstring(kClassKey) + L"\\Old";
+  DWORD start = 3, bytes = sizeof start;
+  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, old.c_str(), nullptr, REG_SZ, L"old", 8), 0);
+  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kService, L"Start", REG_DWORD, &start, bytes), 0);
   for (const wchar_t* const option : {L"/s", L"/s", L"/u", L"/u"}) {
     const std::wstring quoted = L"\"" + copy.wstring() + L"\"";
     fs::remove(log_);
     EXPECT_EQ(_wspawnlp(_P_WAIT, L"regsvr32.exe", L"regsvr32.exe", L"/s", option, quoted.c_str(), nullptr), 0);
     const std::string log = std::regex_replace(Log(), std::regex(" pid=.*"), "");
     if (option[1] == L'u') {
-      EXPECT_EQ(Read(kClassKey), Tree());
+      EXPECT_EQ(Registered(L"") + Registered(L"\\InProcServer32"), L"nonenone");
       EXPECT_EQ(log,
                 "   INFO: DLL_PROCESS_ATTACH 4.17.0.18806\n   INFO: DllUnregisterServer\n"
                 "  ERROR: ZtlRunningVersion CreateFile err=2\n   INFO: PrepareZtlForUnload() called\n"
                 "   INFO: DLL_PROCESS_DETACH\n");
       continue;
     }
-    EXPECT_EQ(Read(kClassKey), (Tree{{L"", {}},
-                                     {L"@", {REG_SZ, Bytes(L"ZTL Filter Configuration Notify Object")}},
-                                     {L"InProcServer32\\", {}},
-                                     {L"InProcServer32\\@", {REG_SZ, Bytes(copy.wstring())}},
-                                     {L"InProcServer32\\@ThreadingModel", {REG_SZ, Bytes(L"Apartment")}}}));
+    EXPECT_EQ(Registered(L"\\Old"), L"none");
+    EXPECT_EQ(Registered(L"\\InProcServer32"), copy.wstring());
     EXPECT_EQ(log,
               "   INFO: DLL_PROCESS_ATTACH 4.17.0.18806\n   INFO: DllRegisterServer\n   INFO: DLL_PROCESS_DETACH\n");
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
@@ -188,7 +165,8 @@ TEST_F(DllTest, Regsvr32RegistersAndUnregistersItTwice) {
     EXPECT_EQ(static_cast<IUnknown*>(object)->Release(), 0u);
     CoUninitialize();
   }
-  EXPECT_EQ(Read(kService), (Tree{{L"", {}}, {L"@Start", {REG_DWORD, std::string("\4\0\0\0", 4)}}}));
+  RegGetValueW(HKEY_LOCAL_MACHINE, kService, L"Start", RRF_RT_REG_DWORD, nullptr, &start, &bytes);
+  EXPECT_EQ(start, 4u);
   fs::remove_all(folder);
 }
 

@@ -102,10 +102,6 @@ TEST_F(CommandLine, RunsTheSamples) {
     ASSERT_EQ(Run("run upgrade --root . --out after.reg --changes changes.reg" + machine), 0) << err_;
     EXPECT_EQ(err_, "");
     const json run = json::parse(out_);
-    for (const char* key :
-         {"scenario", "result", "reboot_required", "stacks", "im_list", "devid_list", "paths", "loops", "excluded",
-          "changes", "pnp_reconfig", "device_requests", "elapsed_ms", "standard_output", "log"})
-      EXPECT_TRUE(run.contains(key)) << key;
     EXPECT_EQ(run["scenario"], "upgrade");
     for (const std::string result : run["result"])
       EXPECT_TRUE(result.size() == 10 && result.starts_with("0x") &&

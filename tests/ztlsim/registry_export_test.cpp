@@ -7,8 +7,6 @@
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,9 +14,6 @@
 namespace ztlsim {
 namespace {
 
-using simulation::WriteFileWhole;
-
-namespace fs = std::filesystem;
 using simulation::Registry;
 using ztl_test::Dump;
 
@@ -164,27 +159,6 @@ TEST(RegistryExport, ReadsWhatItWrites) {
     ASSERT_EQ(Dump(copy.Root()), Dump(registry.Root()));
     ASSERT_EQ(FormatRegistryExport(copy), bytes);
   }
-}
-
-class RegistryExportFile : public ztl_test::MachineTest {
- protected:
-  std::string At(const char* name) const { return (root_ / "Windows" / name).string(); }
-  auto Files() const { return std::distance(fs::directory_iterator(At("")), {}); }
-  const std::string path_ = At("a");
-};
-
-TEST_F(RegistryExportFile, IsWrittenAndReadWhole) {
-  Registry registry, copy;
-  registry.Create(u"HKEY_USERS\\big").SetValue(u"b", platform::REG_BINARY, std::vector<platform::BYTE>(700000, 0xAB));
-  EXPECT_EQ(WriteFileWhole(path_, "earlier"), std::nullopt);
-  EXPECT_EQ(WriteFileWhole(path_, FormatRegistryExport(registry)), std::nullopt);
-  EXPECT_FALSE(ReadRegistryExport(path_, copy));
-  EXPECT_EQ(Dump(copy.Root()), Dump(registry.Root()));
-  EXPECT_EQ(Files(), 1);
-  EXPECT_EQ(ReadRegistryExport(At(""), registry)->message, "expected a registry export, found a directory");
-  EXPECT_EQ(ReadRegistryExport(At("no"), registry)->message, "cannot be opened: No such file or directory");
-  EXPECT_EQ(WriteFileWhole(At("no/a"), "x"), At("no/a") + ": No such file or directory");
-  EXPECT_TRUE(WriteFileWhole(At("."), "x"));
 }
 
 }  // namespace

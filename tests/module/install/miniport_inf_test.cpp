@@ -31,7 +31,7 @@ class MiniportInfTest : public MachineTest {
     fs::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   }
-  // An INF of a component; the rest of its text comes behind.
+  // An INF of a component; the rest of its text comes after it.
   void Inf(const std::string& name, const std::string& driverVer, const std::string& id = "qro_ztl",
            const std::string& rest = "") {
     Write(inf_ / name, "[version]\r\nSignature=\"$Windows NT$\"\r\nDriverVer=" + driverVer +
@@ -138,7 +138,7 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
   EXPECT_FALSE(fs::exists(inf_ / "oem4.inf"));  // the same file is there already
 }
 
-// What a file says of the lengths of its version block and of the value in it is not believed beyond the block.
+// Whatever a file says of the lengths of its version block and of the value in it, nothing beyond the block is read.
 TEST_F(MiniportInfTest, DamagedVersionBlocksAreReadAsFarAsTheyGo) {
   constexpr DWORD kWhole = 0x04110000;
   const struct {

@@ -39,10 +39,10 @@ TEST_F(LogTest, SeveritiesDecideWhereAMessageGoes) {
     bool inFile;
   };
   OpenModuleLog();
-  for (const Case& c :
-       {Case{SEV_DEBUG, "DEBUG", false}, Case{SEV_INFO, "INFO", true}, Case{0, "INFO", true},
-        Case{SEV_WARNING, "WARNING", true}, Case{SEV_ERROR, "ERROR", true}, Case{SEV_POPUP, "POPUP", true},
-        Case{3, nullptr, false}, Case{64, nullptr, false}, Case{0x80000000u, nullptr, false}}) {
+  for (const Case& c : {Case{SEV_DEBUG, "DEBUG", false}, Case{SEV_INFO, "INFO", true}, Case{0, "INFO", true},
+                        Case{SEV_WARNING, "WARNING", true}, Case{SEV_ERROR, "ERROR", true},
+                        Case{SEV_CRITICAL, "CRITICAL", true}, Case{SEV_POPUP, "POPUP", true}, Case{3, nullptr, false},
+                        Case{64, nullptr, false}, Case{0x80000000u, nullptr, false}}) {
     WriteLog(0);
     machine_.debugOutput.clear();
     LogMessage(g_ModuleLog, c.severity, "text");
@@ -201,7 +201,9 @@ TEST_F(LogTest, ALineMovesToWhereTheEndIsOnceItIsLocked) {
       if (operation != Operation::_locking || LogText().size() != 50) return;
       WriteLog(otherSize, 'o');
     };
+    const std::uint64_t before = machine_.Calls(Operation::_locking);
     EXPECT_EQ(Troubles(), Strings{});
+    EXPECT_EQ(machine_.Calls(Operation::_locking) - before, 4u);
     machine_.observer = nullptr;
     EXPECT_EQ(LogText().substr(0, otherSize), std::string(otherSize, 'o'));
     EXPECT_EQ(LogText().size(), otherSize + 44);

@@ -34,6 +34,7 @@ TEST_F(ModuleTest, TheClassObjectMakesInstancesThatKeepTheModule) {
   EXPECT_EQ(ztl::DllGetClassObject(CLSID_CNetCfg, IID_IClassFactory, &object), CLASS_E_CLASSNOTAVAILABLE);
   EXPECT_EQ(object, nullptr);
   EXPECT_EQ(ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_INetCfg, &object), E_NOINTERFACE);
+  EXPECT_EQ(ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IUnknown, &object), S_OK);
   ASSERT_EQ(ztl::DllGetClassObject(ztl::CLSID_CSampleFilter, IID_IClassFactory, reinterpret_cast<void**>(&factory)),
             S_OK);
   EXPECT_EQ(ztl::DllCanUnloadNow(), S_OK);

@@ -151,54 +151,37 @@ TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
   struct Case {
     const char* name;
     std::function<void()> record;
-    const char* trace;
     const char* apply;  // "default N" where nothing is applied
     bool installs;      // what an installation lets the release do
   };
   const Case cases[] = {
-      {"none", [] {}, nullptr, "default 0", true},
-      {"install", [this] { setup_->Install(7); }, "--> ::Install eActInstall", "eActInstall", true},
-      {"upgrade", [this] { setup_->Upgrade(1, 2); }, "--> ::Upgrade eActUpgrade", "default 4", true},
-      {"remove", [this] { setup_->Removing(); }, "--> ::Removing eActRemove", "eActRemove", false},
-      {"add",
-       [this] {
-         setup_->Removing();
-         TakeLog();
-         global_->SysNotifyComponent(NCN_ADD, nullptr);
-       },
-       "--> ::SysNotifyComponent dwChangeFlag 0x00000001", "default 4", true},
-      {"transport", [this] { global_->SysNotifyComponent(NCN_NETTRANS | NCN_REMOVE, nullptr); },
-       "--> ::SysNotifyComponent dwChangeFlag 0x00020002", "default 4", true},
-      {"page", [this] { RecordPage(); }, "--> ::MergePropPages", "eActPropertyUI", false},
-      {"service", [this] { global_->SysNotifyComponent(NCN_REMOVE | NCN_NETSERVICE, nullptr); },
-       "--> ::SysNotifyComponent dwChangeFlag 0x00080002", "default 0", true},
+      {"none", [] {}, "default 0", true},
+      {"install", [this] { setup_->Install(7); }, "eActInstall", true},
+      {"upgrade", [this] { setup_->Upgrade(1, 2); }, "default 4", true},
+      {"remove", [this] { setup_->Removing(); }, "eActRemove", false},
+      {"add", [this] { setup_->Removing(), global_->SysNotifyComponent(NCN_ADD, nullptr); }, "default 4", true},
+      {"transport", [this] { global_->SysNotifyComponent(NCN_NETTRANS | NCN_REMOVE, nullptr); }, "default 4", true},
+      {"page", [this] { RecordPage(); }, "eActPropertyUI", false},
+      {"service", [this] { global_->SysNotifyComponent(NCN_REMOVE | NCN_NETSERVICE, nullptr); }, "default 0", true},
   };
   for (const Case& c : cases)
     for (const bool applyPnp : {false, true}) {
       SCOPED_TRACE(c.name);
       Create();
-      EXPECT_EQ(TakeLog(), (Strings{"--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize"}));
       c.record();
-      const Strings recorded = TakeLog();
-      if (c.trace != nullptr) EXPECT_EQ(recorded.at(0), c.trace);
+      TakeLog();
       EXPECT_EQ(control_->ApplyRegistryChanges(), S_OK);
-      const Strings applied = TakeLog();
-      EXPECT_EQ(applied.at(0), "--> ::ApplyRegistryChanges");
-      EXPECT_EQ(applied.at(1), "--> ::ApplyRegistryChanges " + std::string(c.apply));
-      EXPECT_EQ(applied.back(), "--> ::ApplyRegistryChanges exit");
-      const char* const order = "GetFilterClass open NetService base rc=2";
+      EXPECT_EQ(TakeLog().at(1), "--> ::ApplyRegistryChanges " + std::string(c.apply));
       machine_.faults = {{.operation = Operation::RegOpenKeyExW, .times = 1000, .code = 2}};
-      if (applyPnp) {
-        EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), S_OK);
-        EXPECT_EQ(TakeLog(), (Strings{"--> ::ApplyPnpChanges", order, "OrderIM: GetFilterClass rc=2",
-                                      "--> ::ApplyPnpChanges exit"}));
-      }
+      if (applyPnp) EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), S_OK);
+      TakeLog();
       Release();
       machine_.faults.clear();
       const Strings released = TakeLog();
       Strings expected = {released.at(0)};
       EXPECT_TRUE(released[0].ends_with(applyPnp ? "OrderIM=1" : "OrderIM=0"));
-      if (c.installs && !applyPnp) expected.insert(expected.end(), {order, "OrderIM: GetFilterClass rc=2"});
+      if (c.installs && !applyPnp)
+        expected.insert(expected.end(), {"GetFilterClass open NetService base rc=2", "OrderIM: GetFilterClass rc=2"});
       if (c.apply != std::string("eActRemove")) expected.push_back("Total 0 NDIS bindings");
       if (c.installs)
         expected.insert(expected.end(), {"UnBindZTLFromExcludedMacs: Platfrom 2 Major 10 Minor 0 ServPack 0",
