@@ -7,11 +7,10 @@ import sys
 LOG = "platform module/names.h module/version.h module/log"
 PASSES = f"{LOG} module/netcfg module/order"
 TOOL = "platform module simulation ztlsim/text_encoding.h ztlsim/inspection.h ztlsim/input"
-WRITER = "ztlsim/report/value_text.h ztlsim/report/registry_export_writer.h"
 KNOWS = {"platform": "", "simulation": "platform", "module/log": LOG, "module/netcfg": LOG, "module/order": LOG,
          "module/repair": PASSES, "module/install": PASSES, "module/notify": "platform module", "ztlsim/input": TOOL,
-         "ztlsim/inspect": f"{TOOL} {WRITER} ztlsim/scenario/registry_changes.h",
-         "ztlsim/scenario": f"{TOOL} {WRITER} ztlsim/inspect", "ztlsim/report": f"{TOOL} ztlsim"}
+         "ztlsim/inspect": TOOL, "ztlsim/scenario": f"{TOOL} ztlsim/inspect",
+         "ztlsim/report": f"{TOOL} ztlsim/inspect ztlsim/scenario"}
 root = pathlib.Path(sys.argv[1])
 for folder, known in KNOWS.items():
     sources = [path for path in (root / folder).rglob("*") if path.suffix in (".h", ".cpp")]

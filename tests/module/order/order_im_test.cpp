@@ -8,7 +8,6 @@ namespace {
 
 using namespace ztl;
 using namespace ztl_test;
-using platform::REG_MULTI_SZ;
 using simulation::Operation;
 
 class OrderTest : public MachineTest {
