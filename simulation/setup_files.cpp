@@ -104,7 +104,7 @@ std::u16string OemName(const fs::path& directory, std::string_view bytes, bool& 
   std::set<std::uint64_t> taken;
   std::error_code error;
   for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
-    const std::u16string name = simulation::FileName(entry->path());
+    std::u16string name = simulation::FileName(entry->path());
     const std::optional<std::uint64_t> number = OemNumber(name);
     if (!number) continue;
     taken.insert(*number);
