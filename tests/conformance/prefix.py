@@ -65,3 +65,7 @@ class Prefix:
     def start(self, *command):
         return subprocess.Popen([self.wine, *command], cwd=self.folder, env=self.environment,
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def status(self, process):
+        """The exit status of a started program. One that Wine could not start, which is 1, gets a second chance."""
+        return process.wait(300) if process.wait(300) != 1 else self.start(*process.args[1:]).wait(300)

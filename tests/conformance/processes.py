@@ -13,7 +13,7 @@ TOKEN = re.compile(rb"PathToken <(\w+):(\d+):(\w*)>")
 OTHER = re.compile(rb"--> ::QueryBindingPath(?: dwChangeFlag 0x00000000| path enable)|DllGetClassObject"
                    rb"|--> ::(?:CSampleFilter|Removing eActRemove|~CSampleFilter ApplyAction=2 OrderIM=0)"
                    rb"|--> EnumCount 0|DllCanUnloadNow hr=0|DLL_PROCESS_DETACH pid=\d+"
-                   rb'|DLL_PROCESS_ATTACH 4\.17\.0\.18806 pid=\d+ <"?C:\\truth\\ztl_host.exe"? log [^<>]*>')
+                   rb'|DLL_PROCESS_ATTACH [\d.]+ pid=\d+ <"?C:\\truth\\ztl_host.exe"? log [^<>]*>')
 
 
 class Writers:
@@ -33,7 +33,7 @@ class Writers:
                 command += ["--job", "die.json"]
             running[name] = self.prefix.start(*command)
         for name, process in running.items():
-            status, expected = process.wait(300), 99 if die_at and die_at[0] == name else 0
+            status, expected = self.prefix.status(process), 99 if die_at and die_at[0] == name else 0
             assert status == expected, f"writer {name} ended with {status} instead of {expected}"
 
     def reports(self):
