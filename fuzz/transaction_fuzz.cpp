@@ -6,7 +6,7 @@
 #include "simulation/machine.h"
 #include "ztlsim/input/registry_export.h"
 #include "ztlsim/inspect/check.h"
-#include "ztlsim/scenario/scenario.h"
+#include "ztlsim/scenario/run_scenario.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   simulation::Machine machine;

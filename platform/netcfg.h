@@ -72,7 +72,6 @@ struct OBO_TOKEN {  // on whose behalf
 };
 constexpr DWORD NSF_POSTSYSINSTALL = 2;
 
-constexpr DWORD EBP_ABOVE = 1;
 constexpr DWORD EBP_BELOW = 2;
 
 template <class Item>

@@ -8,7 +8,6 @@ namespace simulation {
 
 char16_t UpperCaseBeyondAscii(char16_t character);
 
-// Simple case mapping, as the registry compares names.
 inline char16_t UpperCase(char16_t character) {
   if (character >= 0x80) return UpperCaseBeyondAscii(character);
   return character >= u'a' && character <= u'z' ? static_cast<char16_t>(character - 0x20) : character;

@@ -5,7 +5,7 @@ import re
 import sys
 
 LOG = "platform module/names.h module/version.h module/log"
-PASSES = f"{LOG} module/netcfg module/order"
+PASSES = f"{LOG} module/netcfg"
 TOOL = "platform module simulation ztlsim/text_encoding.h ztlsim/inspection.h ztlsim/input"
 KNOWS = {"platform": "", "simulation": "platform", "module/log": LOG, "module/netcfg": LOG, "module/order": LOG,
          "module/repair": PASSES, "module/install": PASSES, "module/notify": "platform module", "ztlsim/input": TOOL,

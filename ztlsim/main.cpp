@@ -1,12 +1,18 @@
 // ztlsim: runs the module's code on a machine made from registry exports.
+#include <array>
+#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <optional>
+#include <span>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "simulation/machine.h"
+#include "simulation/whole_file.h"
 #include "ztlsim/command_line.h"
 #include "ztlsim/exit_status.h"
 #include "ztlsim/input/installation_files.h"
@@ -14,13 +20,43 @@
 #include "ztlsim/inspect/check.h"
 #include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/report/report.h"
-#include "ztlsim/scenario/scenario.h"
+#include "ztlsim/scenario/run_scenario.h"
 #include "ztlsim/terminal.h"
 #include "ztlsim/text_encoding.h"
 
 namespace {
 
 using namespace ztlsim;
+
+// Reads numbers that are separated by dots. How many there are; 0 when the text is anything else or has too many.
+template <class Number>
+std::size_t ReadParts(const std::string& text, std::span<Number> parts) {
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  for (std::size_t count = 0; count < parts.size();) {
+    const auto [next, error] = std::from_chars(at, end, parts[count]);
+    if (error != std::errc()) return 0;
+    ++count;
+    at = next;
+    if (at == end) return count;
+    if (*at++ != '.') return 0;
+  }
+  return 0;
+}
+
+// "MAJOR.MINOR" or "MAJOR.MINOR.SP".
+std::optional<simulation::WindowsVersion> ParseWindowsVersion(const std::string& text) {
+  std::uint16_t parts[3] = {0, 0, 0};
+  if (ReadParts<std::uint16_t>(text, parts) < 2) return std::nullopt;
+  return simulation::WindowsVersion{.major = parts[0], .minor = parts[1], .servicePack = parts[2]};
+}
+
+// "A.B.C.D", each part of 32 bits.
+std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text) {
+  std::array<platform::DWORD, 4> parts{};
+  if (ReadParts<platform::DWORD>(text, parts) != 4) return std::nullopt;
+  return parts;
+}
 
 int Print(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kSuccess;
@@ -48,7 +84,7 @@ int Run(const Options& options, simulation::Machine& machine) {
   if (!options.changes.empty())
     if (const auto error = simulation::WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
       status = Complain(*error, kMethodFailed);
-  for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, 0);
+  for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, kSuccess);
   const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)
                                          : FormatRun(options.scenario, result, OutputIsTerminal()));
   if (printed != kSuccess) status = printed;

@@ -1,8 +1,8 @@
 // Installs the miniport's INF from the package that the filter was installed from.
 //
 // The package's directory is recorded in the filter's own INF as the system has stored it, so that one is found first,
-// among all INF files of the Windows directory. Texts that are handed out are freed with CoTaskMemFree by the receiver,
-// whose pointer stays as it was after a failure.
+// among all INF files of the Windows directory. Texts that are handed out are freed with CoTaskMemFree by the receiver;
+// the pointer is null when there is none.
 #pragma once
 
 #include "platform/setup_files.h"

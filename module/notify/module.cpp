@@ -1,6 +1,6 @@
 #include "module/notify/module.h"
 
-#include "module/install/reinstall_ztl.h"
+#include "module/install/reinstall_filter.h"
 #include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"
 #include "module/names.h"

@@ -2,8 +2,8 @@
 """Runs each scenario twice on the same machine, in the simulation and with the shipped DLL in a real process, and
 compares what comes out: results, registry, log, debugger's texts, requests to the engine, standard output.
 
-The real process has Wine's COM, registry and files. Before any machine, the comparison itself is shown to fail on a
-planted difference of each kind.
+The real process has Wine's COM, registry and files. On one case, the comparison itself is shown to fail on a planted
+difference of each kind.
 """
 import argparse
 import difflib

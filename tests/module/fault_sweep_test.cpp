@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "module/notify/property_page.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/inspect/registry_changes.h"

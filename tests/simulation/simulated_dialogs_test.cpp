@@ -1,6 +1,6 @@
 #include "simulation/dialog_template.h"
 #include "simulation/resources.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 namespace {
 

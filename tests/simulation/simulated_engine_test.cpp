@@ -1,7 +1,7 @@
 // The simulated configuration engine as its clients see it: sessions, the write lock, components and binding paths.
 #include "platform/com_ptr.h"
 #include "platform/netcfg.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 namespace {
 

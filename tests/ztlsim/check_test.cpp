@@ -1,6 +1,6 @@
 #include "ztlsim/inspect/check.h"
 
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <functional>
 #include <nlohmann/json.hpp>

@@ -1,5 +1,5 @@
 // The program as it is started: exit statuses, what it prints, and the files that it writes.
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 // After the platform's headers: the C library defines some of their names as macros.
 #include <gtest/gtest.h>
 

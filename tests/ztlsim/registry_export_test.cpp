@@ -1,6 +1,6 @@
 #include "ztlsim/input/registry_export.h"
 
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "tests/support/random_registry.h"
 #include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/text_encoding.h"

@@ -3,11 +3,11 @@
 #include "module/names.h"
 #include "simulation/machine.h"
 #include "ztlsim/inspect/bindings.h"
-#include "ztlsim/inspect/configured_order.h"
-#include "ztlsim/inspect/findings.h"
-#include "ztlsim/inspect/pass_comparison.h"
+#include "ztlsim/inspect/check_order.h"
+#include "ztlsim/inspect/check_stacks.h"
+#include "ztlsim/inspect/check_values.h"
+#include "ztlsim/inspect/finding_list.h"
 #include "ztlsim/inspect/stacks.h"
-#include "ztlsim/inspect/value_rules.h"
 #include "ztlsim/inspection.h"
 
 namespace ztlsim {

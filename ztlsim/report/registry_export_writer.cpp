@@ -40,7 +40,6 @@ void WriteTree(RegistryExportWriter& writer, const RegistryKey& key, const std::
   }
 }
 
-// Whether everything arrived; if not, `errno` says why. `file` may be null: a failed open.
 }  // namespace
 
 RegistryExportWriter::RegistryExportWriter() { Put(u"\xFEFFWindows Registry Editor Version 5.00\r\n\r\n"); }

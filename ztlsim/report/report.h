@@ -7,7 +7,7 @@
 #include "ztlsim/inspect/bindings.h"
 #include "ztlsim/inspect/check.h"
 #include "ztlsim/inspect/stacks.h"
-#include "ztlsim/scenario/scenario.h"
+#include "ztlsim/scenario/run_scenario.h"
 
 namespace ztlsim {
 

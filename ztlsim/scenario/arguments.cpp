@@ -1,7 +1,6 @@
 #include "ztlsim/scenario/arguments.h"
 
 #include <charconv>
-#include <span>
 #include <string_view>
 #include <system_error>
 
@@ -14,22 +13,6 @@ using namespace platform;
 using simulation::Utf8ToUtf16;
 
 namespace {
-
-// Reads numbers that are separated by dots. How many there are; 0 when the text is anything else or has too many.
-template <class Number>
-std::size_t ReadParts(const std::string& text, std::span<Number> parts) {
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  for (std::size_t count = 0; count < parts.size();) {
-    const auto [next, error] = std::from_chars(at, end, parts[count]);
-    if (error != std::errc()) return 0;
-    ++count;
-    at = next;
-    if (at == end) return count;
-    if (*at++ != '.') return 0;
-  }
-  return 0;
-}
 
 // The whole text as a number.
 template <class Number>
@@ -120,17 +103,5 @@ const CallOption kPropertiesOptions[5] = {
     {"--page", "ok|cancel|apply", "press this button; ok when not given", ReadPageButton},
     {"--again", "", "open the page a second time, and cancel it", ReadAgain},
 };
-
-std::optional<simulation::WindowsVersion> ParseWindowsVersion(const std::string& text) {
-  std::uint16_t parts[3] = {0, 0, 0};
-  if (ReadParts<std::uint16_t>(text, parts) < 2) return std::nullopt;
-  return simulation::WindowsVersion{.major = parts[0], .minor = parts[1], .servicePack = parts[2]};
-}
-
-std::optional<std::array<DWORD, 4>> ParseDriverVersion(const std::string& text) {
-  std::array<DWORD, 4> parts{};
-  if (ReadParts<DWORD>(text, parts) != 4) return std::nullopt;
-  return parts;
-}
 
 }  // namespace ztlsim

@@ -1,20 +1,12 @@
-// What the arguments of the command line mean. Nothing for a text of another form.
+// The options of the scenarios' calls, and what their texts mean.
 #pragma once
 
-#include <array>
 #include <optional>
 #include <string>
 
-#include "simulation/machine.h"
 #include "ztlsim/scenario/host_process.h"
 
 namespace ztlsim {
-
-// "MAJOR.MINOR" or "MAJOR.MINOR.SP".
-std::optional<simulation::WindowsVersion> ParseWindowsVersion(const std::string& text);
-
-// "A.B.C.D", each part of 32 bits.
-std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::string& text);
 
 // An option of one scenario's calls.
 struct CallOption {

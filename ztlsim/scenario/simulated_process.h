@@ -1,10 +1,11 @@
 // The process of a simulated machine.
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "simulation/machine.h"
-#include "ztlsim/scenario/scenario.h"
+#include "ztlsim/scenario/run_scenario.h"
 
 namespace ztlsim {
 

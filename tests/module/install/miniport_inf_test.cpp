@@ -8,7 +8,7 @@
 #include "module/names.h"
 #include "module/notify/module_log.h"
 #include "simulation/text_encoding.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "module/install/saved_parameters.h"
 #include "module/log/log_facility.h"
 #include "module/notify/module_log.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "tests/support/random_registry.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include "module/notify/module_log.h"
 #include "platform/files.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "module/netcfg/configuration_session.h"
 
-#include "module/install/reinstall_ztl.h"
+#include "module/install/reinstall_filter.h"
 #include "module/notify/module_log.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "ztlsim/input/load_machine.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include "module/notify/notify_object.h"
 #include "module/notify/registrar.h"
 #include "simulation/resources.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "tests/support/random_registry.h"
 
 namespace {

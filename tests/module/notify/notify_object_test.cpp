@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "module/notify/module_log.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "ztlsim/scenario/noticed_path.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "module/notify/module.h"
 #include "module/notify/notify_object.h"
 #include "simulation/property_sheet.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 namespace {
 

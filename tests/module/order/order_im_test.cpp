@@ -2,7 +2,7 @@
 
 #include "module/log/log_facility.h"
 #include "module/notify/module_log.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 namespace {
 

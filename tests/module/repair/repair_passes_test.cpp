@@ -8,7 +8,7 @@
 #include "module/notify/notify_object.h"
 #include "module/repair/check_bind_loop.h"
 #include "module/repair/excluded_macs.h"
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 #include "ztlsim/input/load_machine.h"
 
 namespace {

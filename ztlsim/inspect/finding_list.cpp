@@ -1,6 +1,7 @@
-#include "ztlsim/inspect/findings.h"
+#include "ztlsim/inspect/finding_list.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 #include "module/names.h"
@@ -31,6 +32,7 @@ void Findings::SortByKey(std::size_t first) {
 }
 
 std::u16string FullPath(const simulation::Machine& machine, const std::u16string& path) {
+  assert(&simulation::Current() == &machine);
   UniqueKey key;
   if (key.Open(HKEY_LOCAL_MACHINE, path.c_str(), KEY_READ) != ERROR_SUCCESS) return kLocalMachine + path;
   return machine.registry.PathOf(key.Get());

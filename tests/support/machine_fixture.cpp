@@ -1,4 +1,4 @@
-#include "tests/support/machine_test.h"
+#include "tests/support/machine_fixture.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "ztlsim/inspect/pass_comparison.h"
+#include "ztlsim/inspect/check_stacks.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "simulation/machine.h"
-#include "ztlsim/inspect/findings.h"
+#include "ztlsim/inspect/finding_list.h"
 #include "ztlsim/inspect/stacks.h"
 
 namespace ztlsim {

@@ -1,4 +1,4 @@
-#include "ztlsim/inspect/configured_order.h"
+#include "ztlsim/inspect/check_order.h"
 
 #include <string>
 #include <string_view>

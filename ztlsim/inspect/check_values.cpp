@@ -1,4 +1,4 @@
-#include "ztlsim/inspect/value_rules.h"
+#include "ztlsim/inspect/check_values.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,6 +1,7 @@
-// A scenario's run on the current simulated machine.
+// A scenario's run on a simulated machine, and its result.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

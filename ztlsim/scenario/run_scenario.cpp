@@ -1,4 +1,4 @@
-#include "ztlsim/scenario/scenario.h"
+#include "ztlsim/scenario/run_scenario.h"
 
 #include <algorithm>
 #include <memory>

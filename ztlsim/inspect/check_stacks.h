@@ -9,7 +9,7 @@
 
 #include "platform/registry.h"
 #include "simulation/machine.h"
-#include "ztlsim/inspect/findings.h"
+#include "ztlsim/inspect/finding_list.h"
 #include "ztlsim/inspect/registry_changes.h"
 #include "ztlsim/inspect/stacks.h"
 

@@ -1,4 +1,4 @@
-#include "module/install/reinstall_ztl.h"
+#include "module/install/reinstall_filter.h"
 
 #include "module/log/log_facility.h"
 #include "module/names.h"
