@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "module/log/format.h"
+#include "ztlsim/inspect/check.h"
 #include "ztlsim/report/report.h"
 #include "ztlsim/report/value_text.h"
 #include "ztlsim/text_encoding.h"
@@ -204,6 +205,17 @@ std::string FormatStateAsJson(const MachineState& state, const BindingState& bin
   object["loops"] = Loops(bindings);
   object["excluded"] = Excluded(bindings);
   return Print(object);
+}
+
+std::string FormatFindingsAsJson(const std::vector<Finding>& findings) {
+  Json list = Json::array();
+  for (const Finding& finding : findings)
+    list.push_back({{"kind", FindingName(finding.kind)},
+                    {"key", Utf16ToUtf8(finding.key)},
+                    {"value", finding.value ? Json(Utf16ToUtf8(*finding.value)) : Json(nullptr)},
+                    {"text", finding.text},
+                    {"consequence", finding.consequence}});
+  return Print({{"findings", list}});
 }
 
 }  // namespace ztlsim
