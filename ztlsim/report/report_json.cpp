@@ -206,4 +206,15 @@ std::string FormatStateAsJson(const MachineState& state, const BindingState& bin
   return Print(object);
 }
 
+std::string FormatFindingsAsJson(const std::vector<Finding>& findings) {
+  Json list = Json::array();
+  for (const Finding& finding : findings)
+    list.push_back({{"kind", FindingName(finding.kind)},
+                    {"key", Utf16ToUtf8(finding.key)},
+                    {"value", finding.value ? Json(Utf16ToUtf8(*finding.value)) : Json(nullptr)},
+                    {"text", finding.text},
+                    {"consequence", finding.consequence}});
+  return Print({{"findings", list}});
+}
+
 }  // namespace ztlsim
