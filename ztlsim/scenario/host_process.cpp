@@ -119,10 +119,11 @@ void UseClassObject(const ModuleEntries& module, CallResults& results) {
 }
 
 CallResults Transact(const CallOptions& options, Process& process, const Transaction& transaction) {
+  const HRESULT hr = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+  if (Failed(hr)) return {{"CoInitializeEx", hr}};
   CallResults results;
-  const HRESULT initialized = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
   CallNotifyObject(options, process, transaction, results);
-  if (!Failed(initialized)) platform::CoUninitialize();
+  platform::CoUninitialize();
   return results;
 }
 
