@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -17,6 +18,7 @@ namespace {
 
 constexpr int kFirstDescriptor = 3;
 constexpr int kLockTries = 10;
+constexpr int kMaxLinks = 40;  // of one path
 
 // The part of a path below the drive's root, with slashes; false for a path of another form. Like Windows, no ".."
 // leads out of the root.
@@ -43,6 +45,11 @@ bool BelowRoot(std::string_view path, std::string& relative) {
 int SetErrno(int code) {
   errno = code;
   return -1;
+}
+
+int OpenReal(const std::filesystem::path& real, bool create, bool truncate) {
+  if (real.empty()) return SetErrno(RUNTIME_ENOENT);
+  return real == DeniedPath() ? SetErrno(RUNTIME_EACCES) : host::Open(real, create, truncate);
 }
 
 }  // namespace
@@ -72,12 +79,20 @@ std::filesystem::path Files::RealPath(const char16_t* path) const {
   return Locate(std::u8string(relative.begin(), relative.end()));
 }
 
+// Links are followed here, one by one, so that the result has none below the root.
 std::filesystem::path Files::Locate(const std::filesystem::path& relative) const {
   std::error_code error;
+  std::vector<std::filesystem::path> pending(relative.begin(), relative.end());  // the next name is the last one
+  std::reverse(pending.begin(), pending.end());
   std::filesystem::path real = root;
-  for (const std::filesystem::path& name : relative) {
+  std::filesystem::path link;  // the last one
+  std::size_t depth = 0;       // below the root
+  for (int links = 0; !pending.empty();) {
+    const std::filesystem::path name = std::move(pending.back());
+    pending.pop_back();
+    if (name.empty() || name == ".") continue;
     std::filesystem::path next = real / name;
-    if (!std::filesystem::exists(next, error)) {
+    if (name != ".." && !std::filesystem::exists(std::filesystem::symlink_status(next, error))) {
       const std::u16string upper = UpperCase(FileName(name));
       for (std::filesystem::directory_iterator entry(real, error), end; !error && entry != end; entry.increment(error))
         if (UpperCase(FileName(entry->path())) == upper) {
@@ -85,9 +100,36 @@ std::filesystem::path Files::Locate(const std::filesystem::path& relative) const
           break;
         }
     }
-    real = std::move(next);
+    const std::filesystem::path target = name == ".." ? std::filesystem::path() : host::LinkTarget(next);
+    if (target.has_root_path() || (!target.empty() && ++links > kMaxLinks) || (name == ".." && depth == 0)) {
+      AddTrouble((target.empty() ? link : next).string(), "a link that leads out of the drive");
+      return DeniedPath();
+    }
+    if (!target.empty()) {
+      const std::vector<std::filesystem::path> steps(target.begin(), target.end());
+      pending.insert(pending.end(), steps.rbegin(), steps.rend());
+      link = std::move(next);
+    } else if (name == "..") {
+      real = real.parent_path();
+      --depth;
+    } else {
+      real = std::move(next);
+      ++depth;
+    }
   }
   return real;
+}
+
+void Files::AddTrouble(const std::string& file, const std::string& why) const {
+  const std::lock_guard lock(troublesMutex_);
+  std::string trouble = file + ": " + why;
+  if (std::find(troubles_.begin(), troubles_.end(), trouble) == troubles_.end())
+    troubles_.push_back(std::move(trouble));
+}
+
+std::vector<std::string> Files::Troubles() const {
+  const std::lock_guard lock(troublesMutex_);
+  return troubles_;
 }
 
 int Files::OpenDescriptors() const {
@@ -109,17 +151,18 @@ int Files::HostFile(int descriptor) const {
 int Files::Open(const char* path, bool create, bool truncate) {
   const std::lock_guard lock(mutex_);
   if (root.empty()) return SetErrno(RUNTIME_ENOENT);
-  // A message opens its file twice, and its cost is to be that of the system calls: the real path is made once, and a
-  // file in another letter case is looked for only when there is none of this name.
+  // A message opens its file twice, and its cost is to be that of the system calls: the real path is made once, and
+  // again only when there is no file.
   if (lastPath_ != path || lastRoot_ != root.native()) {
-    std::string relative;
-    if (!BelowRoot(path, relative)) return SetErrno(RUNTIME_ENOENT);
-    lastReal_ = root / relative;
+    lastReal_ = RealPath(path);
     lastRoot_ = root.native();
     lastPath_ = path;
   }
-  int hostFile = host::Open(lastReal_, false, truncate);
-  if (hostFile == -1 && errno == RUNTIME_ENOENT) hostFile = host::Open(RealPath(path), create, truncate);
+  int hostFile = OpenReal(lastReal_, false, truncate);
+  if (hostFile == -1 && errno == RUNTIME_ENOENT) {
+    lastReal_ = RealPath(path);
+    hostFile = OpenReal(lastReal_, create, truncate);
+  }
   if (hostFile == -1) return -1;
   const auto slot = std::find(hostFiles_.begin(), hostFiles_.end(), 0);
   if (slot == hostFiles_.end()) {
@@ -152,9 +195,24 @@ int Files::Lock(int descriptor, int mode, LONG bytes) {
   return 0;
 }
 
+int Files::Write(int descriptor, const void* buffer, UINT bytes) {
+  const int hostFile = HostFile(descriptor);
+  if (hostFile == -1) return -1;
+  const int written = host::Write(hostFile, buffer, bytes);
+  if (written == static_cast<int>(bytes)) {
+    if (onWrite) onWrite(PathOf(descriptor), {static_cast<const char*>(buffer), bytes});
+  } else {
+    const int error = written == -1 ? errno : RUNTIME_ENOSPC;
+    AddTrouble(PathOf(descriptor), std::strerror(error));
+    errno = error;
+  }
+  return written;
+}
+
 int Files::MakeDirectory(const char* path) {
   const std::filesystem::path real = RealPath(path);
-  return real.empty() ? SetErrno(RUNTIME_ENOENT) : host::MakeDirectory(real);
+  if (real.empty()) return SetErrno(RUNTIME_ENOENT);
+  return real == DeniedPath() ? SetErrno(RUNTIME_EACCES) : host::MakeDirectory(real);
 }
 
 }  // namespace simulation
@@ -231,11 +289,9 @@ int _read(int descriptor, void* buffer, UINT bytes) {
 }
 
 int _write(int descriptor, const void* buffer, UINT bytes) {
-  const int file = EnterFile(Operation::_write, descriptor, bytes, buffer, bytes);
-  if (file == -1) return -1;
-  const simulation::Files& files = simulation::Current().files;
-  if (files.onWrite) files.onWrite(files.PathOf(descriptor), {static_cast<const char*>(buffer), bytes});
-  return simulation::host::Write(file, buffer, bytes);
+  return EnterDescriptor(Operation::_write, descriptor, bytes, buffer, bytes)
+             ? simulation::Current().files.Write(descriptor, buffer, bytes)
+             : -1;
 }
 
 int _locking(int descriptor, int mode, LONG bytes) {
@@ -254,6 +310,7 @@ BOOL CopyFileW(const char16_t* existing, const char16_t* copy, BOOL failIfExists
   if (const auto code = machine.Enter(Operation::CopyFileW, {.name = existing})) return fail(*code);
   const fs::path from = machine.files.RealPath(existing), to = machine.files.RealPath(copy);
   std::error_code error;
+  if (from == simulation::DeniedPath() || to == simulation::DeniedPath()) return fail(ERROR_ACCESS_DENIED);
   if (!fs::exists(from, error))
     return fail(fs::exists(from.parent_path(), error) ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   if (!fs::exists(to.parent_path(), error)) return fail(ERROR_PATH_NOT_FOUND);

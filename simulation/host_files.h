@@ -10,7 +10,10 @@
 
 namespace simulation::host {
 
-// Opens a file for reading and writing. Returns the host's descriptor, which Close closes.
+// Where a link leads: empty when `path` is none. (On Windows every link counts as one to an absolute path.)
+std::filesystem::path LinkTarget(const std::filesystem::path& path);
+
+// Opens a file for reading and writing, but no link. Returns the host's descriptor, which Close closes.
 int Open(const std::filesystem::path& path, bool create, bool truncate);
 int Close(int file);
 platform::LONG Length(int file);

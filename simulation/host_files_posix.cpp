@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <system_error>
 
 #include "platform/files.h"
 #include "simulation/host_files.h"
@@ -27,6 +28,7 @@ int Failed() {
     case EPERM:
     case EROFS:
     case ETXTBSY:
+    case ELOOP:
       errno = RUNTIME_EACCES;
       break;
     case ENFILE:
@@ -65,8 +67,14 @@ std::size_t WriteBlock(int file, const char* data, std::size_t bytes) {
 
 }  // namespace
 
+std::filesystem::path LinkTarget(const std::filesystem::path& path) {
+  std::error_code isNone;
+  return std::filesystem::read_symlink(path, isNone);
+}
+
 int Open(const std::filesystem::path& path, bool create, bool truncate) {
-  const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0), 0666);
+  const int file =
+      ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | (create ? O_CREAT : 0) | (truncate ? O_TRUNC : 0), 0666);
   return file == -1 ? Failed() : file;
 }
 

@@ -1,4 +1,7 @@
 #include "simulation/host_files.h"
+// Its macros stand for names that ours declare as functions.
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
 // The runtime's own header defines names that ours declare as constants, so it comes last.
 #include <direct.h>
 #include <errno.h>
@@ -8,6 +11,17 @@
 #include <sys/stat.h>
 
 namespace simulation::host {
+
+// Links and mounted directories stand for another name; a file that a cloud service keeps elsewhere does not.
+std::filesystem::path LinkTarget(const std::filesystem::path& path) {
+  ::WIN32_FIND_DATAW found;
+  const HANDLE search = ::FindFirstFileW(path.c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return {};
+  ::FindClose(search);
+  const bool isLink =
+      (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(found.dwReserved0);
+  return isLink ? path.root_path() : std::filesystem::path();
+}
 
 int Open(const std::filesystem::path& path, bool create, bool truncate) {
   return ::_wopen(path.c_str(), _O_RDWR | _O_TEXT | (create ? _O_CREAT : 0) | (truncate ? _O_TRUNC : 0),

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "module/version.h"
+#include "simulation/whole_file.h"
 #include "ztlsim/exit_status.h"
 
 namespace ztlsim {
@@ -96,10 +97,11 @@ std::optional<int> ReadCommandLine(int argc, char** argv, Options& options) {
                     : check->parsed() ? Options::Command::kCheck
                                       : Options::Command::kRun;
 
-  for (const CLI::Option* option : run->get_options())
-    if (option->count() > 0 && option->get_expected_max() > 0 && option->get_type_size() > 0 &&
-        option->results().front().empty() && option->get_type_name() != "TEXT")
-      return Complain(option->get_name() + ": an empty name", kBadInput);
+  for (const CLI::App* command : {show, check, run})
+    for (const CLI::Option* option : command->get_options())
+      if (option->get_type_name() != "TEXT")
+        for (const std::string& text : option->results())
+          if (text.empty()) return Complain(option->get_name() + ": an empty name", kBadInput);
   for (const Scenario& scenario : kScenarios)
     for (const CallOption& option : scenario.options)
       for (const std::string& text : texts[option.name]) {
@@ -108,8 +110,8 @@ std::optional<int> ReadCommandLine(int argc, char** argv, Options& options) {
         if (const auto expected = option.read(text, options.calls))
           return Complain(option.name + (" " + text) + ": expected " + *expected, kBadInput);
       }
-  if (!options.out.empty() && options.out == options.changes)
-    return Complain("--out and --changes name the same file", kBadInput);
+  if (!options.out.empty() && !options.changes.empty() && simulation::IsSamePlace(options.out, options.changes))
+    return Complain("--out " + options.out + " and --changes " + options.changes + ": the same file", kBadInput);
   return std::nullopt;
 }
 

@@ -60,6 +60,7 @@ std::optional<std::array<platform::DWORD, 4>> ParseDriverVersion(const std::stri
 
 int Print(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kSuccess;
+  EndOnClosedPipe();
   return Complain("standard output could not be written", kMethodFailed);
 }
 
@@ -72,18 +73,21 @@ int Run(const Options& options, simulation::Machine& machine) {
     machine.files.root = drive.Path();
     std::error_code error;
     const std::filesystem::path windows = machine.files.RealPath("C:\\Windows");
+    if (windows == simulation::DeniedPath()) return Complain(machine.files.Troubles().back(), kBadInput);
     if (std::filesystem::create_directories(windows, error); error)
       return Complain(windows.string() + ": " + error.message(), kBadInput);
     if (const auto trouble = PlaceInstallationFiles(machine, options.files)) return Complain(*trouble, kBadInput);
     result = RunScenario(machine, *FindScenario(options.scenario), options.calls, options.process);
   }
-  int status = kSuccess;
+  int status = result.driveTroubles.empty() ? kSuccess : kMethodFailed;
   if (!options.out.empty())
-    if (const auto error = simulation::WriteFileWhole(options.out, FormatRegistryExport(machine.registry)))
+    if (const auto error = simulation::WriteFileWhole(
+            options.out, [&](const simulation::Sink& sink) { WriteRegistryExport(machine.registry, sink); }))
       status = Complain(*error, kMethodFailed);
   if (!options.changes.empty())
     if (const auto error = simulation::WriteFileWhole(options.changes, FormatRegistryChanges(result.changes)))
       status = Complain(*error, kMethodFailed);
+  for (const std::string& trouble : result.driveTroubles) Complain("drive C: " + trouble, kSuccess);
   for (const std::string& trouble : result.logTroubles) Complain("log: " + trouble, kSuccess);
   const int printed = Print(options.json ? FormatRunAsJson(options.scenario, result)
                                          : FormatRun(options.scenario, result, OutputIsTerminal()));
@@ -95,6 +99,7 @@ int Main(int argc, char** argv) {
   Options options;
   if (const auto status = ReadCommandLine(argc, argv, options)) return *status;
   WriteOutputAsUtf8();
+  CleanUpWhenStopped();
   simulation::Machine machine;
   const auto version = ParseWindowsVersion(options.os);
   if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);

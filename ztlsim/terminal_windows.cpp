@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include "simulation/whole_file.h"
 #include "ztlsim/terminal.h"
 
 namespace ztlsim {
@@ -13,5 +14,17 @@ bool OutputIsTerminal() {
 }
 
 void WriteOutputAsUtf8() { ::SetConsoleOutputCP(CP_UTF8); }
+
+// The system calls it on a thread of its own, and ends the program after it.
+void CleanUpWhenStopped() {
+  ::SetConsoleCtrlHandler(
+      [](::DWORD) {
+        simulation::RemoveTemporaries();
+        return FALSE;
+      },
+      TRUE);
+}
+
+void EndOnClosedPipe() {}
 
 }  // namespace ztlsim

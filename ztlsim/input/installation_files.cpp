@@ -8,6 +8,7 @@
 #include "module/names.h"
 #include "platform/system_info.h"
 #include "platform/text.h"
+#include "ztlsim/input/input_file.h"
 #include "ztlsim/inspection.h"
 #include "ztlsim/text_encoding.h"
 
@@ -20,31 +21,31 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char16_t kMedia[] = u"C:\\Media";
-constexpr char16_t kInfDirectory[] = u"C:\\Windows\\Inf";
+constexpr char kInfDirectory[] = "Windows/Inf";  // below the drive's root
 constexpr char16_t kSystemDirectory[] = u"C:\\Windows\\System32\\";
 
 std::optional<std::string> Trouble(const fs::path& file, const std::error_code& error) {
   return file.string() + ": " + error.message();
 }
 
-std::optional<std::string> CopyInto(const fs::path& file, const fs::path& destination) {
+// `destination` is a real path of the drive.
+std::optional<std::string> CopyInto(const fs::path& file, const simulation::Files& drive, const fs::path& destination) {
+  std::string bytes;
+  if (const auto trouble = ReadInputFile(file, "a file", bytes)) return file.string() + ": " + *trouble;
+  if (destination == simulation::DeniedPath()) return drive.Troubles().back();
   std::error_code error;
   fs::create_directories(destination.parent_path(), error);
   if (error) return Trouble(destination.parent_path(), error);
-  if (!fs::is_regular_file(file, error))
-    return Trouble(file, error ? error : std::make_error_code(std::errc::is_a_directory));
-  LSTATUS rc = ERROR_SUCCESS;
-  const std::optional<std::string> bytes = simulation::ReadFile(file, rc);
-  return bytes ? simulation::WriteFileWhole(destination, *bytes)
-               : Trouble(file, std::make_error_code(std::errc::permission_denied));
+  return simulation::WriteFileWhole(destination, bytes);
 }
 
-std::optional<std::string> CopyDirectory(const fs::path& directory, const fs::path& destination) {
+std::optional<std::string> CopyDirectory(const fs::path& directory, const simulation::Files& drive,
+                                         const fs::path& below) {
   std::error_code error;
   for (fs::recursive_directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
     if (!entry->is_regular_file(error)) continue;
-    if (auto trouble = CopyInto(entry->path(), destination / entry->path().lexically_relative(directory)))
-      return trouble;
+    const fs::path destination = drive.Locate(below / entry->path().lexically_relative(directory));
+    if (auto trouble = CopyInto(entry->path(), drive, destination)) return trouble;
   }
   return error ? Trouble(directory, error) : std::nullopt;
 }
@@ -62,7 +63,7 @@ std::optional<std::string> StoreFilterInfs(const simulation::Files& drive) {
   std::vector<std::u16string> names;
   std::error_code error;
   for (fs::directory_iterator entry(drive.RealPath(kMedia), error), end; !error && entry != end; entry.increment(error))
-    if (std::u16string name = entry->path().filename().u16string();
+    if (std::u16string name = simulation::FileName(entry->path());
         name.size() > 4 && EqualNoCase(std::u16string_view(name).substr(name.size() - 4), u".inf"))
       names.push_back(std::move(name));
   std::sort(names.begin(), names.end());
@@ -81,17 +82,17 @@ std::optional<std::string> PlaceInstallationFiles(simulation::Machine& machine, 
   const Inspection inspection(machine);
   const simulation::Files& drive = machine.files;
   for (const std::string& inf : files.infFiles)
-    if (auto trouble = CopyInto(inf, drive.RealPath(kInfDirectory) / fs::path(inf).filename())) return trouble;
+    if (auto trouble = CopyInto(inf, drive, drive.Locate(kInfDirectory / fs::path(inf).filename()))) return trouble;
   if (!files.driverFile.empty())
-    if (auto trouble =
-            CopyInto(files.driverFile, drive.RealPath((kSystemDirectory + std::u16string(ztl::kDriverFile)).c_str())))
+    if (auto trouble = CopyInto(files.driverFile, drive,
+                                drive.RealPath((kSystemDirectory + std::u16string(ztl::kDriverFile)).c_str())))
       return trouble;
   if (files.mediaDirectory.empty()) return std::nullopt;
   const fs::path media = files.mediaDirectory;
   std::error_code ignored;
   if (IsInside(drive.RealPath(kMedia), media) && !fs::equivalent(media, drive.RealPath(kMedia), ignored))
     return files.mediaDirectory + ": holds the machine's drive";
-  if (auto trouble = CopyDirectory(media, drive.RealPath(kMedia))) return trouble;
+  if (auto trouble = CopyDirectory(media, drive, "Media")) return trouble;
   return StoreFilterInfs(drive);
 }
 

@@ -1,5 +1,6 @@
 #include "ztlsim/input/load_machine.h"
 
+#include <cstdlib>
 #include <random>
 #include <system_error>
 
@@ -21,6 +22,13 @@ void LinkControlSet(Registry& registry) {
   if (registry.Find(system + name) != nullptr) registry.Link(system + u"CurrentControlSet", system + name);
 }
 
+// Which setting names a directory for temporary files, and what it is.
+std::string TemporaryDirectorySetting() {
+  for (const char* const name : {"TMPDIR", "TMP", "TEMP", "TEMPDIR"})
+    if (const char* const value = std::getenv(name)) return std::string(name) + "=" + value;
+  return "/tmp";
+}
+
 }  // namespace
 
 std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, Registry& registry) {
@@ -35,21 +43,20 @@ std::optional<std::string> DriveDirectory::Make(const std::string& kept) {
   std::error_code error;
   if (kept.empty()) {
     const std::filesystem::path parent = std::filesystem::temp_directory_path(error);
+    if (error) return "no directory for temporary files: " + TemporaryDirectorySetting() + ": " + error.message();
     std::random_device random;
-    do path_ = parent / ("ztlsim-" + std::to_string(random()));
-    while (!error && !std::filesystem::create_directory(path_, error));
-    temporary_ = !error;
+    bool isNew = false;
+    while (!isNew && !error)
+      temporary_.emplace(parent / ("ztlsim-" + std::to_string(random())), [&](const std::filesystem::path& path) {
+        isNew = std::filesystem::create_directory(path, error);
+      });
+    path_ = temporary_->Path();
   } else {
     path_ = kept;
+    std::filesystem::create_directories(path_, error);
   }
-  if (!error) std::filesystem::create_directories(path_, error);
   if (!error) return std::nullopt;
   return path_.string() + ": " + error.message();
-}
-
-DriveDirectory::~DriveDirectory() {
-  std::error_code ignored;
-  if (temporary_) std::filesystem::remove_all(path_, ignored);
 }
 
 }  // namespace ztlsim

@@ -18,11 +18,6 @@ std::optional<InputError> LoadRegistry(const std::vector<std::string>& files, si
 // The directory that serves as drive C: a kept one, or a temporary one that is deleted with the object.
 class DriveDirectory {
  public:
-  DriveDirectory() = default;
-  ~DriveDirectory();
-  DriveDirectory(const DriveDirectory&) = delete;
-  DriveDirectory& operator=(const DriveDirectory&) = delete;
-
   // Makes the directory where it is missing; an empty `kept` makes a temporary one. A result is
   // what went wrong, in English.
   std::optional<std::string> Make(const std::string& kept);
@@ -30,7 +25,7 @@ class DriveDirectory {
 
  private:
   std::filesystem::path path_;
-  bool temporary_ = false;
+  std::optional<simulation::Temporary> temporary_;
 };
 
 }  // namespace ztlsim

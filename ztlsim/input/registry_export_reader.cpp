@@ -1,15 +1,11 @@
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <memory>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "ztlsim/input/input_file.h"
 #include "ztlsim/input/registry_export.h"
 #include "ztlsim/input/registry_merger.h"
 #include "ztlsim/text_encoding.h"
@@ -17,7 +13,6 @@
 namespace ztlsim {
 namespace {
 
-namespace fs = std::filesystem;
 using platform::BYTE;
 using platform::DWORD;
 using platform::REG_BINARY;
@@ -396,21 +391,8 @@ std::string InputError::Text() const {
 }
 
 std::optional<InputError> ReadRegistryExport(const std::string& path, Registry& registry) {
-  const auto unreadable = [&](const std::string& why) { return InputError{path, 0, why}; };
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (fs::is_directory(status)) return unreadable("expected a registry export, found a directory");
-  if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_fifo(status))
-    return unreadable("expected a registry export, found a device or a socket");
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-  if (!file) return unreadable(std::string("cannot be opened: ") + std::strerror(errno));
-
   std::string bytes;
-  const std::uintmax_t size = fs::file_size(path, error);
-  if (!error) bytes.reserve(static_cast<std::size_t>(size));
-  char block[65536];
-  while (const std::size_t stored = std::fread(block, 1, sizeof block, file.get())) bytes.append(block, stored);
-  if (std::ferror(file.get()) != 0) return unreadable(std::string("cannot be read: ") + std::strerror(errno));
+  if (const auto trouble = ReadInputFile(path, "a registry export", bytes)) return InputError{path, 0, *trouble};
   return ReadRegistryExport(path, bytes, registry);
 }
 

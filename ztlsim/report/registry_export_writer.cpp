@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <utility>
 
 namespace ztlsim {
 namespace {
@@ -17,6 +18,7 @@ using simulation::RegistryValue;
 // Text is moved as bytes.
 static_assert(std::endian::native == std::endian::little);
 
+constexpr std::size_t kPartBytes = 65536;  // that the sink gets at a time
 constexpr std::u16string_view kDigits = u"0123456789abcdef";
 
 // Whether quotes can hold the text: whole characters, one NUL, at the end, and no line break, which would go into the
@@ -42,7 +44,9 @@ void WriteTree(RegistryExportWriter& writer, const RegistryKey& key, const std::
 
 }  // namespace
 
-RegistryExportWriter::RegistryExportWriter() { Put(u"\xFEFFWindows Registry Editor Version 5.00\r\n\r\n"); }
+RegistryExportWriter::RegistryExportWriter(simulation::Sink sink) : sink_(std::move(sink)) {
+  Put(u"\xFEFFWindows Registry Editor Version 5.00\r\n\r\n");
+}
 
 void RegistryExportWriter::BeginKey(std::u16string_view path) {
   Put(u"[");
@@ -89,6 +93,12 @@ void RegistryExportWriter::DeletedValue(std::u16string_view name) {
 
 void RegistryExportWriter::Put(std::u16string_view text) {
   bytes_.append(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t));
+  if (bytes_.size() >= kPartBytes) Finish();
+}
+
+void RegistryExportWriter::Finish() {
+  sink_(bytes_);
+  bytes_.clear();
 }
 
 void RegistryExportWriter::BeginValue(std::u16string_view name) {
@@ -136,16 +146,23 @@ void RegistryExportWriter::Bytes(const std::vector<BYTE>& data) {
   }
 }
 
-std::string FormatRegistryExport(const Registry& registry) {
-  RegistryExportWriter writer;
+void WriteRegistryExport(const Registry& registry, const simulation::Sink& sink) {
+  RegistryExportWriter writer(sink);
   for (const auto& hive : registry.Root().subkeys) {
     if (!hive->link) WriteTree(writer, *hive, hive->name);
   }
-  return writer.Finish();
+  writer.Finish();
+}
+
+std::string FormatRegistryExport(const Registry& registry) {
+  std::string bytes;
+  WriteRegistryExport(registry, [&bytes](std::string_view part) { bytes += part; });
+  return bytes;
 }
 
 std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes) {
-  RegistryExportWriter writer;
+  std::string bytes;
+  RegistryExportWriter writer([&bytes](std::string_view part) { bytes += part; });
   const RegistryChange* section = nullptr;  // a change of the key whose section is being written
   for (const RegistryChange& change : changes) {
     if (section != nullptr && (change.keyDeleted || section->key != change.key)) {
@@ -165,7 +182,8 @@ std::string FormatRegistryChanges(const std::vector<RegistryChange>& changes) {
     }
   }
   if (section != nullptr) writer.EndKey();
-  return writer.Finish();
+  writer.Finish();
+  return bytes;
 }
 
 }  // namespace ztlsim

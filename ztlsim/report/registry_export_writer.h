@@ -4,10 +4,10 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "simulation/registry.h"
+#include "simulation/whole_file.h"
 #include "ztlsim/inspect/registry_changes.h"
 
 namespace ztlsim {
@@ -15,13 +15,13 @@ namespace ztlsim {
 // Calls in the order of the file: each key with its values, BeginKey to EndKey; deleted keys stand by themselves.
 class RegistryExportWriter {
  public:
-  RegistryExportWriter();
+  explicit RegistryExportWriter(simulation::Sink sink);
   void BeginKey(std::u16string_view path);
   void EndKey();
   void DeletedKey(std::u16string_view path);
   void Value(const simulation::RegistryValue& value);
   void DeletedValue(std::u16string_view name);
-  std::string Finish() { return std::move(bytes_); }
+  void Finish();
 
  private:
   void Put(std::u16string_view text);
@@ -31,11 +31,13 @@ class RegistryExportWriter {
   void Hex(platform::BYTE byte);
   void Bytes(const std::vector<platform::BYTE>& data);
 
-  std::string bytes_;
+  simulation::Sink sink_;
+  std::string bytes_;    // not in the sink yet
   std::u16string line_;  // being built
 };
 
 // The whole registry as the bytes of an export. Links are left out: their targets are written under their own names.
+void WriteRegistryExport(const simulation::Registry& registry, const simulation::Sink& sink);
 std::string FormatRegistryExport(const simulation::Registry& registry);
 
 // The changes as the bytes of an export: importing it into the registry as it was makes the changes.

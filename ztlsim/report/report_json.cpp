@@ -187,6 +187,7 @@ std::string FormatRunAsJson(const std::string& scenario, const ScenarioResult& r
   object["elapsed_ms"] = result.elapsedMilliseconds;
   object["standard_output"] = Utf16ToUtf8(result.standardOutput);
   object["log"] = result.log;
+  object["drive_troubles"] = result.driveTroubles;
   if (result.asProcess) {
     object["debugger_output"] = result.debugOutput;
     object["engine_requests"] = Json::array();

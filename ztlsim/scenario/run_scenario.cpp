@@ -45,6 +45,7 @@ ScenarioResult RunScenario(simulation::Machine& machine, const Scenario& scenari
   result.changes = CompareRegistries(*registryBefore, machine.registry);
   result.pnpReconfigs = machine.engine.pnpReconfigs;
   result.deviceRequests = machine.driver.requests;
+  result.driveTroubles = machine.files.Troubles();
   return result;
 }
 

@@ -38,10 +38,11 @@ struct ScenarioResult {
   bool asProcess = false;
   std::vector<simulation::EngineRequest> engineRequests;  // when run as a process
   std::vector<std::string> debugOutput;
-  std::vector<std::string> log;          // the message of every line written to the log, without its head
-  std::vector<std::string> logTroubles;  // what kept lines from the log
-  std::u16string standardOutput;         // what the module wrote to its process's
-  std::int64_t elapsedMilliseconds = 0;  // on the simulated clock, which only the engine's waiting moves
+  std::vector<std::string> log;            // the message of every line written to the log, without its head
+  std::vector<std::string> logTroubles;    // what kept lines from the log
+  std::vector<std::string> driveTroubles;  // what the directory that stands for drive C: refused
+  std::u16string standardOutput;           // what the module wrote to its process's
+  std::int64_t elapsedMilliseconds = 0;    // on the simulated clock, which only the engine's waiting moves
 
   bool RebootRequired() const;
   bool Failed() const;  // a method of the notify object, or the entry, failed

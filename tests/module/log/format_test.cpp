@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -48,8 +49,17 @@ TEST(Format, WhatDoesNotFitIsCutAtACharacterAndKeepsItsLineFeed) {
   EXPECT_EQ(Text<5>("%s", "ab\xE7\xBD\x91"), "ab");                          // the same as 8-bit text
   EXPECT_EQ(Text<5>("%S%s", u"ab网", "c"), "ab");                            // nothing follows what was cut
   EXPECT_EQ(Text<5>("%s", "\x85\x85\x85\x85\x85\x85"), "\x85\x85\x85\x85");  // no UTF-8, so cut anywhere
+  for (const auto& [text, bytes] : {std::pair(u"abc\u00E9", 2u), {u"abc\uFFFF", 3u}, {u"abc\U00010000", 4u}}) {
+    EXPECT_EQ(Text<5>("%S", text), "abc");
+    EXPECT_EQ(Text<6>("%S", text).size(), bytes > 2 ? 3u : 5u);
+    EXPECT_EQ(Text<7>("%S", text).size(), bytes > 3 ? 3u : 3 + bytes);
+    EXPECT_EQ(Text<8>("%S", text).size(), 3 + bytes);
+  }
   char16_t wide[4];
   EXPECT_EQ(Format(wide, u"ab%s", u"\U0001F600"), 2u);
+  EXPECT_EQ(Format(wide, u"ab%s", u"\uFFFF"), 3u);
+  EXPECT_EQ(Format(wide, u"ab%S", "\xEF\xBF\xBF"), 3u);
+  EXPECT_EQ(Format(wide, u"ab%S", "\xF0\x90\x80\x80"), 2u);
 }
 
 }  // namespace

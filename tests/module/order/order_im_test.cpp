@@ -1,5 +1,8 @@
 #include "module/order/order_im.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "module/log/log_facility.h"
 #include "module/notify/module_log.h"
 #include "tests/support/machine_fixture.h"
@@ -25,6 +28,78 @@ class OrderTest : public MachineTest {
 
   std::uint8_t changed_ = 7;
 };
+
+// What the pass says up to a limit, and not from the next size on.
+TEST_F(OrderTest, EveryLimitIsWhereItIs) {
+  using Text = std::u16string;
+  struct Limit {
+    const char* what;
+    std::size_t most;
+    std::function<void(std::size_t size)> make;
+    std::string said;  // at most at this size
+  };
+  const auto text = [](std::size_t size) { return Text(size, u'x'); };
+  const auto named = [this](std::u16string_view subkey, const Text& name) {
+    simulation::RegistryKey& netClass = *machine_.registry.Find(kNetClass);
+    simulation::RegistryKey& from = *netClass.FindSubkey(subkey);
+    simulation::RegistryKey& to = netClass.CreateSubkey(name);
+    to.values = from.values;
+    for (const auto& below : from.subkeys) to.CreateSubkey(below->name).values = below->values;
+    netClass.DeleteSubkey(subkey);
+  };
+  const auto linkage = [this](const char16_t* name, const Text& entries, std::size_t zeros) {
+    machine_.registry.Find(Text(kNetClass) + u"\\0001\\Linkage")
+        ->SetValue(name, platform::REG_MULTI_SZ, Bytes(entries + Text(zeros, u'\0')));
+  };
+  const auto order = [this](const Text& entries, std::size_t zeros) {
+    machine_.registry.Find(kParameters)
+        ->SetValue(u"IMOrder", platform::REG_MULTI_SZ, Bytes(entries + Text(zeros, u'\0')));
+  };
+  const Text list = Text(u"{A}") + u'\0' + u"{Z}" + u'\0';
+  const Limit limits[] = {
+      {"entries of a stack", 16,
+       [&](std::size_t size) {
+         Text entries = list;
+         for (std::size_t i = 3; i < size; ++i) (entries += static_cast<char16_t>(u'a' + i)) += u'\0';
+         linkage(u"RootDevice", entries + u"{P}", 2);
+       },
+       "++REORDER 0001"},
+      {"the name of a top", 31, [&](std::size_t size) { named(u"0001", text(size)); },
+       "++REORDER " + std::string(31, 'x')},
+      {"the name where an ordinal is looked for", 31, [&](std::size_t size) { named(u"0002", text(size)); },
+       "++REORDER 0001"},
+      {"the name where a place is looked for", 11, [&](std::size_t size) { named(u"0002", text(size)); },
+       "-" + std::string(11, 'x') + "\\LINKAGE"},
+      {"the name of an adapter with a service", 15, [&](std::size_t size) { named(u"0000", text(size)); },
+       "  RootDevice {P} E1000"},
+      {"the name of a filter's adapter", 63, [&](std::size_t size) { named(u"0002", text(size)); },
+       "  RootDevice {Z} ZTL"},
+      {"RootDevice", 510, [&](std::size_t size) { linkage(u"RootDevice", list + u"{P}", size - list.size() - 3); },
+       "++REORDER 0001"},
+      {"UpperBind", 254, [&](std::size_t size) { linkage(u"UpperBind", u"Tcpip", size - 5); }, "0001 is a node"},
+      {"IMOrder", 258, [&](std::size_t size) { order(u"Others", size - 6); },
+       "<IMOrder> successfully read from Registry"},
+      {"a driver that the order names", 254, [&](std::size_t size) { order(text(size), 2); },
+       "<" + std::string(254, 'x') + "> is probably not active"},
+      {"the component of a service", 59,
+       [&](std::size_t size) { AddService(text(size), u"B", u"compression", u"b_mp"); }, "+add <B/b_mp> to IM list"},
+      {"a service", 63, [&](std::size_t size) { AddService(u"{3}", text(size), u"compression", u"b_mp"); },
+       "+add <" + std::string(63, 'x') + "/b_mp> to IM list"},
+      {"a transport", 63, [&](std::size_t size) { AddTransport(u"{2}", text(size)); },
+       "NetTransport: " + std::string(63, 'x')},
+  };
+  const std::unique_ptr<simulation::Registry> before = machine_.registry.Copy();
+  for (const Limit& limit : limits)
+    for (const int past : {-1, 0, 1}) {
+      SCOPED_TRACE(std::string(limit.what) + " " + std::to_string(past));
+      machine_.registry.CopyFrom(*before);
+      limit.make(limit.most + static_cast<std::size_t>(past));
+      std::string said = limit.said;
+      if (const std::size_t at = said.find("xx"); at != said.npos && past < 0) said.erase(at, 1);
+      const Strings log = Run();
+      EXPECT_EQ(std::count(log.begin(), log.end(), said) > 0, past <= 0);
+    }
+}
 
 TEST_F(OrderTest, AnOwnClassThatLeavesNoRoomStopsThePass) {
   auto ownClass = [this](std::u16string_view text, bool terminated) {

@@ -1,0 +1,144 @@
+#include "tests/fault_sweep/footprint.h"
+
+#include <cstdio>
+#include <cstring>
+#include <regex>
+
+#include "platform/com.h"
+#include "platform/device.h"
+#include "platform/netcfg.h"
+#include "ztlsim/text_encoding.h"
+
+namespace ztl_test {
+
+using namespace platform;
+using simulation::Arguments;
+using simulation::Operation;
+
+namespace {
+
+std::string Hex(std::int64_t number) {
+  char text[24];
+  std::snprintf(text, sizeof(text), "0x%llX", static_cast<unsigned long long>(number));
+  return text;
+}
+
+std::string Rights(std::int64_t access) {
+  return access == KEY_READ ? "KEY_READ" : access == KEY_ALL_ACCESS ? "KEY_ALL_ACCESS" : Hex(access);
+}
+
+// What differs from machine to machine gets a name in angle brackets; the classes keep their GUIDs.
+std::string General(std::string text) {
+  static const std::pair<std::regex, const char*> patterns[] = {
+      {std::regex("HKEY_LOCAL_MACHINE"), "HKLM"},
+      {std::regex("##[^\\\\]*"), "<link>"},
+      {std::regex("(08002bE10318\\}\\\\)[0-9]{4}"), "$1<instance>"},
+      {std::regex("^[0-9]{4}(\\\\|$)"), "<instance>$1"},
+      {std::regex("\\{(?!4D36E97[2-5]-|AD498944-|5B1E7C42-)[0-9A-F]{8}-[-0-9A-F]*\\}", std::regex::icase), "<GUID>"},
+      {std::regex("\\|"), "\\|"}};
+  for (const auto& [pattern, name] : patterns) text = std::regex_replace(text, pattern, name);
+  return text;
+}
+
+std::string Name(const char16_t* name) { return name != nullptr ? ztlsim::Utf16ToUtf8(name) : "(null)"; }
+
+std::string KeyPath(const simulation::Machine& machine, const Arguments& arguments) {
+  return ztlsim::Utf16ToUtf8(machine.registry.PathOf(arguments.key));
+}
+
+// The type, and whether the data ends as the type says.
+std::string Stored(const Arguments& arguments) {
+  const DWORD type = static_cast<DWORD>(arguments.number2);
+  const char* const names[] = {"REG_NONE", "REG_SZ", "REG_EXPAND_SZ", "REG_BINARY", "REG_DWORD", "", "", "REG_MULTI_SZ"};
+  const std::size_t zeros = type == REG_MULTI_SZ ? 4 : type == REG_SZ || type == REG_EXPAND_SZ ? 2 : 0;
+  const std::string end(zeros, '\0');
+  const bool ends = arguments.dataBytes >= zeros &&
+                    std::memcmp(static_cast<const char*>(arguments.data) + arguments.dataBytes - zeros, end.data(), zeros) == 0;
+  return (type < std::size(names) ? names[type] : Hex(type)) + std::string(zeros == 0 ? "" : ends ? ", terminated" : ", not terminated");
+}
+
+struct Row {
+  std::string object, how;
+};
+
+Row Describe(const simulation::Machine& machine, Operation operation, const Arguments& arguments) {
+  const auto most = [&] { return "at most " + std::to_string(arguments.number2); };
+  const std::string below = KeyPath(machine, arguments) + "\\" + Name(arguments.name);
+  const std::string value = KeyPath(machine, arguments) + ": " + Name(arguments.name);
+  switch (operation) {
+    case Operation::RegOpenKeyExW:
+      return {below, Rights(arguments.number)};
+    case Operation::RegCreateKeyExW:
+      return {below, Rights(arguments.number) + (arguments.number2 == REG_OPTION_VOLATILE ? ", volatile" : "")};
+    case Operation::RegOpenKeyW:
+    case Operation::RegDeleteKeyW:
+      return {below, ""};
+    case Operation::RegDeleteValueW:
+      return {value, ""};
+    case Operation::RegEnumKeyExW:
+      return {KeyPath(machine, arguments), most() + " characters"};
+    case Operation::RegEnumValueW:
+      return {KeyPath(machine, arguments), most() + " characters, " + std::to_string(arguments.dataBytes) + " bytes"};
+    case Operation::RegQueryValueExW:
+      return {value, most() + " bytes"};
+    case Operation::RegSetValueExW:
+      return {value, Stored(arguments)};
+    case Operation::_open:
+    case Operation::_creat:
+      return {arguments.path, Hex(arguments.flags)};
+    case Operation::_locking:
+      return {"", arguments.flags == _LK_LOCK ? "waits" : Hex(arguments.flags)};
+    case Operation::_lseek:
+      return {"", arguments.flags == 2 ? "from the end" : Hex(arguments.flags)};
+    case Operation::_mkdir:
+      return {arguments.path, ""};
+    case Operation::CreateFileW:
+      return {Name(arguments.name), "access " + Hex(arguments.number) + ", disposition " + Hex(arguments.number2) +
+                                        ", flags " + Hex(arguments.flags)};
+    case Operation::DeviceIoControl: {
+      const std::u16string text(static_cast<const char16_t*>(arguments.data), arguments.dataBytes / 2);
+      return {Hex(arguments.number), ztlsim::Utf16ToUtf8(text)};
+    }
+    case Operation::SetupGetInfFileListW:
+    case Operation::SetupOpenInfFileW:
+    case Operation::SetupCopyOEMInfW:
+      return {Name(arguments.name), Hex(arguments.flags)};
+    case Operation::CoInitializeEx:
+      return {"", Hex(arguments.number)};
+    case Operation::CoCreateInstance: {
+      char16_t clsid[40] = {};
+      simulation::GuidText(*static_cast<const GUID*>(arguments.data), clsid);
+      return {Name(clsid), "context " + Hex(arguments.number)};
+    }
+    case Operation::Install:
+      return {Name(arguments.name), "flags " + Hex(arguments.number) + ", for " + Hex(arguments.flags)};
+    case Operation::AcquireWriteLock:
+      return {Name(arguments.name), "waits " + std::to_string(arguments.number) + " ms"};
+    case Operation::Enable:
+      return {"", arguments.number != 0 ? "enables" : "disables"};
+    case Operation::EnumBindingPaths:
+      return {"", Hex(arguments.number)};
+    default:
+      return {operation >= Operation::CreatePropertySheetPageW && operation < Operation::QueryInterface ? "" : arguments.name != nullptr && operation < Operation::QueryInterface ? Name(arguments.name) : "", ""};
+  }
+}
+
+}  // namespace
+
+void Footprint::See(const simulation::Machine& machine, const std::string& scenario, Operation operation,
+                    const Arguments& arguments) {
+  const auto [object, how] = Describe(machine, operation, arguments);
+  const auto code = [](const std::string& text) { return text.empty() ? std::string() : "`" + text + "`"; };
+  const std::string row = "| " + std::string(simulation::OperationName(operation)) + " | " + code(General(object)) + " | " + General(how) + " | ";
+  const auto [found, isNew] = scenarios_.try_emplace(row);
+  if (isNew) rows_.push_back(row);
+  if (found->second.find(scenario) == std::string::npos) found->second += (found->second.empty() ? "" : ", ") + scenario;
+}
+
+std::string Footprint::Table() const {
+  std::string table = "| Operation | Of what | How | Scenarios |\n|---|---|---|---|\n";
+  for (const std::string& row : rows_) table += row + scenarios_.at(row) + " |\n";
+  return table;
+}
+
+}  // namespace ztl_test
