@@ -207,8 +207,12 @@ int _mkdir(const char* path) {
   return EnterPath(Operation::_mkdir, path) ? simulation::Current().files.MakeDirectory(path) : -1;
 }
 
+// A failure that is to come closes the file all the same.
 int _close(int descriptor) {
-  return EnterDescriptor(Operation::_close, descriptor) ? simulation::Current().files.Close(descriptor) : -1;
+  simulation::Machine& machine = simulation::Current();
+  const auto code = machine.Enter(Operation::_close, {.number = descriptor});
+  const int result = machine.files.Close(descriptor);
+  return code ? simulation::SetErrno(*code) : result;
 }
 
 LONG _filelength(int descriptor) {

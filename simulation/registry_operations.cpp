@@ -110,8 +110,13 @@ LSTATUS RegDeleteKeyW(HKEY key, const char16_t* subKey) {
                  [&](auto& registry) { return registry.DeleteKey(key, subKey); });
 }
 
+// A failure that is to come closes the key all the same.
 LSTATUS RegCloseKey(HKEY key) {
-  return Perform(Operation::RegCloseKey, {.key = key}, [&](auto& registry) { return registry.Close(key); });
+  Machine& machine = simulation::Current();
+  const auto code = machine.Enter(Operation::RegCloseKey, {.key = key});
+  const std::lock_guard lock(machine.mutex);
+  const LSTATUS rc = machine.registry.Close(key);
+  return code.value_or(rc);
 }
 
 }  // namespace platform

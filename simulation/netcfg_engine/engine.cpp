@@ -133,6 +133,7 @@ HRESULT CopyToTask(const std::u16string& text, char16_t** result) {
 struct PathChange {
   FilterDriver filter;
   std::u16string bottom;
+  std::u16string token;
   bool enable;
 };
 
@@ -142,19 +143,27 @@ struct Session {
   bool initialized = false;
   std::vector<PathChange> changes;  // not applied yet
   ComPtr<INetCfgComponentControl> notifyObject;
+  DWORD wantedNotices = 0;  // of other components
 
-  // The stacks, read anew after every change that a session has applied to them.
-  StackLinkage& Stacks() {
-    if (!stacks_ || stacksAt_ != State().changes) {
-      stacks_ = StackLinkage::Read();
-      stacksAt_ = State().changes;
-    }
-    return *stacks_;
+  // The stacks as they were when the session was initialized, or when its own Apply changed them last.
+  std::optional<StackLinkage> stacks;
+  HRESULT ReadStacks() {
+    stacks = StackLinkage::Read();
+    const LSTATUS rc = stacks->Error();
+    if (rc != ERROR_SUCCESS) stacks.reset();
+    return HresultFromError(rc);
   }
-  bool IsEnabled(const FilterDriver& filter, const std::u16string& bottom) {
+  // The code that a question about bindings gets before its answer. A transaction that others have opened reads the
+  // stacks at its first one.
+  HRESULT CheckAnswerable() {
+    if (!initialized) return NETCFG_E_NOT_INITIALIZED;
+    return stacks ? S_OK : ReadStacks();
+  }
+
+  bool IsEnabled(const FilterDriver& filter, const std::u16string& bottom) const {
     for (const PathChange& change : changes)
       if (change.filter.componentId == filter.componentId && change.bottom == bottom) return change.enable;
-    return Stacks().StandsIn(filter, bottom);
+    return stacks->StandsIn(filter, bottom);
   }
 
   HRESULT CheckChangeable() const {
@@ -166,7 +175,7 @@ struct Session {
   void Unload() {
     initialized = false;
     changes.clear();
-    stacks_.reset();
+    stacks.reset();
     ++State().unloading;
     notifyObject.Reset();
     --State().unloading;
@@ -175,10 +184,6 @@ struct Session {
     if (!std::exchange(hasLock, false)) return;
     if (--State().lockHolders == 0) State().lockHolder.clear();
   }
-
- private:
-  std::optional<StackLinkage> stacks_;
-  std::uint64_t stacksAt_ = 0;
 };
 using SharedSession = std::shared_ptr<Session>;
 
@@ -227,16 +232,16 @@ HRESULT Enumerate(std::vector<ComPtr<Item>> items, IEnumNetCfg<Item>** enumerato
 
 class BindingPath final : public Object<Implements<INetCfgBindingPath, IID_INetCfgBindingPath>> {
  public:
-  BindingPath(SharedSession session, FilterDriver filter, std::u16string bottom, const std::u16string& devNodeId)
+  BindingPath(SharedSession session, FilterDriver filter, std::u16string bottom, std::u16string token)
       : session_(std::move(session)),
         filter_(std::move(filter)),
         bottom_(std::move(bottom)),
-        token_(filter_.componentId + u"->" + devNodeId) {}
+        token_(std::move(token)) {}
 
   HRESULT IsEnabled() override {
     const Call call(Operation::IsEnabled, {.name = token_.c_str()});
     if (call.code_) return call.Answer(*call.code_);
-    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+    if (const HRESULT hr = session_->CheckAnswerable(); Failed(hr)) return call.Answer(hr);
     return call.Answer(session_->IsEnabled(filter_, bottom_) ? S_OK : S_FALSE);
   }
   HRESULT Enable(BOOL enable) override {
@@ -246,7 +251,7 @@ class BindingPath final : public Object<Implements<INetCfgBindingPath, IID_INetC
     std::erase_if(session_->changes, [this](const PathChange& change) {
       return change.filter.componentId == filter_.componentId && change.bottom == bottom_;
     });
-    session_->changes.push_back({filter_, bottom_, enable != 0});
+    session_->changes.push_back({filter_, bottom_, token_, enable != 0});
     return call.Result();
   }
   HRESULT GetPathToken(char16_t** token) override {
@@ -307,10 +312,11 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     if (call.code_) return call.Answer(*call.code_);
     if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
     UniqueKey instance;
-    LSTATUS rc = instance.Open(HKEY_LOCAL_MACHINE, instanceKey_.c_str(), KEY_ALL_ACCESS);
-    if (rc == ERROR_SUCCESS)
-      rc = RegCreateKeyExW(instance.Get(), class_.isDevice ? nullptr : u"Parameters", 0, nullptr,
-                           REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, key, nullptr);
+    LSTATUS rc = RegOpenKeyExW(HKEY_LOCAL_MACHINE, instanceKey_.c_str(), 0, KEY_ALL_ACCESS,
+                               class_.isDevice ? key : instance.Receive());
+    if (rc == ERROR_SUCCESS && !class_.isDevice)
+      rc = RegCreateKeyExW(instance.Get(), u"Parameters", 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                           key, nullptr);
     return call.Answer(HresultFromError(rc));
   }
 
@@ -320,25 +326,23 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     const auto* const adapter = static_cast<Component*>(lower);
     const Call call(Operation::IsBoundTo, {.name = adapter->instanceKey_.c_str()});
     if (call.code_) return call.Answer(*call.code_);
-    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
-    const FilterDriver filter = Filter();
-    if (!adapter->class_.isDevice || !session_->Stacks().IsFilter(filter)) return call.Answer(S_FALSE);
-    const std::u16string& key = adapter->instanceKey_;
-    const AdapterInstance* const bottom = session_->Stacks().BottomAt(filter, key.substr(key.rfind(u'\\') + 1));
-    return call.Answer(bottom != nullptr && session_->IsEnabled(filter, bottom->name) ? S_OK : S_FALSE);
+    if (const HRESULT hr = session_->CheckAnswerable(); Failed(hr)) return call.Answer(hr);
+    const FilterDriver* const filter = Filter();
+    if (!adapter->class_.isDevice || filter == nullptr) return call.Answer(S_FALSE);
+    const AdapterInstance* const bottom = session_->stacks->BottomAt(*filter, adapter->Subkey());
+    return call.Answer(bottom != nullptr && session_->IsEnabled(*filter, bottom->name) ? S_OK : S_FALSE);
   }
   HRESULT EnumBindingPaths(DWORD flags, IEnumNetCfgBindingPath** paths) override {
     *paths = nullptr;
     const Call call(Operation::EnumBindingPaths, {.number = flags});
     if (call.Fails()) return call.Result();
-    if (!session_->initialized) return call.Answer(NETCFG_E_NOT_INITIALIZED);
+    if (const HRESULT hr = session_->CheckAnswerable(); Failed(hr)) return call.Answer(hr);
     if (flags != EBP_BELOW) return call.Answer(E_NOTIMPL);
-    const FilterDriver filter = Filter();
     std::vector<ComPtr<INetCfgBindingPath>> list;
-    if (session_->Stacks().IsFilter(filter))
-      for (const AdapterInstance* const bottom : session_->Stacks().Bottoms(filter))
-        list.push_back(
-            ComPtr<INetCfgBindingPath>::Attach(new BindingPath(session_, filter, bottom->name, bottom->devNodeId)));
+    if (const FilterDriver* const filter = Filter())
+      for (const AdapterInstance* const bottom : session_->stacks->Bottoms(*filter))
+        list.push_back(ComPtr<INetCfgBindingPath>::Attach(
+            new BindingPath(session_, *filter, bottom->name, filter->componentId + u"->" + bottom->devNodeId)));
     return call.Result(Enumerate<IID_IEnumNetCfgBindingPath>(std::move(list), paths));
   }
 
@@ -365,16 +369,12 @@ class Component final : public Object<Implements<INetCfgComponent, IID_INetCfgCo
     std::u16string value;
     return ReadString(key.Get(), name, value) ? CopyToTask(value, text) : HresultFromError(ERROR_FILE_NOT_FOUND);
   }
-  FilterDriver Filter() const {
-    FilterDriver filter;
-    UniqueKey key;
-    UniqueKey ndi;
-    if (class_.isDevice || key.Open(HKEY_LOCAL_MACHINE, instanceKey_.c_str(), KEY_READ) != ERROR_SUCCESS) return filter;
-    ReadString(key.Get(), u"ComponentId", filter.componentId);
-    if (ndi.Open(key.Get(), u"Ndi", KEY_READ) != ERROR_SUCCESS) return filter;
-    ReadString(ndi.Get(), u"Service", filter.service);
-    ReadString(ndi.Get(), u"FilterDeviceInfId", filter.deviceId);
-    return filter;
+  std::u16string_view Subkey() const { return std::u16string_view(instanceKey_).substr(instanceKey_.rfind(u'\\') + 1); }
+  // Null for a component that has no virtual adapters.
+  const FilterDriver* Filter() const {
+    if (class_.guid != GUID_DEVCLASS_NETSERVICE) return nullptr;
+    const FilterDriver* const filter = session_->stacks->FilterAt(Subkey());
+    return filter != nullptr && session_->stacks->IsFilter(*filter) ? filter : nullptr;
   }
 
   const SharedSession session_;
@@ -570,6 +570,7 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     if (call.Fails()) return call.Result();
     if (session_->initialized) return call.Answer(NETCFG_E_ALREADY_INITIALIZED);
     if (!isClient_) return call.Answer(NETCFG_E_IN_USE);
+    if (const HRESULT hr = session_->ReadStacks(); Failed(hr)) return call.Answer(hr);
     session_->initialized = true;
     if (State().unloading == 0) LoadNotifyObject();
     return call.Result();
@@ -582,21 +583,29 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     session_->Unload();
     return call.Result();
   }
-  // Notifies the object of the paths that change, changes them, and lets it apply what is its own.
+  // Asks the notify object before a path changes and notifies it after that, and lets it apply what is its own. The
+  // stacks are read for each change: no old list is written over what another session, or an object's pass, has
+  // written.
   HRESULT Apply() override {
     const Call call(Operation::Apply);
     if (call.Fails()) return call.Result();
     if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return call.Answer(hr);
     for (std::vector<PathChange>& changes = session_->changes; !changes.empty(); changes.erase(changes.begin())) {
       const PathChange change = changes.front();
-      StackLinkage stacks = StackLinkage::Read();  // as the notify object and others may have left it
+      StackLinkage stacks = StackLinkage::Read();
       if (stacks.Error() != ERROR_SUCCESS) return call.Answer(HresultFromError(stacks.Error()));
-      if (stacks.StandsIn(change.filter, change.bottom) == change.enable) continue;
-      const LSTATUS rc = change.enable ? stacks.PutOnTop(change.filter, change.bottom, State().lastStacks)
-                                       : stacks.TakeOut(change.filter, change.bottom, State().lastStacks);
-      ++State().changes;
-      if (rc != ERROR_SUCCESS) return call.Answer(HresultFromError(rc));
-      NotifyOf(change);
+      const bool isDone = stacks.StandsIn(change.filter, change.bottom) == change.enable;
+      if (!isDone) {
+        Tell(change, &INetCfgComponentNotifyBinding::QueryBindingPath,
+             &INetCfgComponentNotifyGlobal::SysQueryBindingPath);
+        const LSTATUS rc = change.enable ? stacks.PutOnTop(change.filter, change.bottom, State().lastStacks)
+                                         : stacks.TakeOut(change.filter, change.bottom, State().lastStacks);
+        if (rc != ERROR_SUCCESS) return call.Answer(HresultFromError(rc));
+      }
+      session_->stacks = std::move(stacks);
+      if (!isDone)
+        Tell(change, &INetCfgComponentNotifyBinding::NotifyBindingPath,
+             &INetCfgComponentNotifyGlobal::SysNotifyBindingPath);
     }
     return call.Result(ApplyNotifyObject());
   }
@@ -638,20 +647,35 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
                                 reinterpret_cast<void**>(loaded.Receive()))))
       return;
     const auto own = ComPtr<INetCfg>::Attach(new NetCfg(session_));
-    if (!Failed(loaded->Initialize(found.front().Get(), own.Get(), 0))) session_->notifyObject = std::move(loaded);
+    if (Failed(loaded->Initialize(found.front().Get(), own.Get(), 0))) return;
+    session_->notifyObject = std::move(loaded);
+    session_->wantedNotices = 0;
+    if (const auto global = QueryNotifyObject<INetCfgComponentNotifyGlobal>(IID_INetCfgComponentNotifyGlobal))
+      global->GetSupportedNotifications(&session_->wantedNotices);
   }
-  void NotifyOf(const PathChange& change) {
-    ComPtr<INetCfgComponentNotifyBinding> binding;
-    if (!session_->notifyObject || !EqualNoCase(kNotifyingComponent, change.filter.componentId) ||
-        session_->notifyObject->QueryInterface(IID_INetCfgComponentNotifyBinding,
-                                               reinterpret_cast<void**>(binding.Receive())) != S_OK)
-      return;
-    std::u16string devNodeId;
-    for (const AdapterInstance* const bottom : session_->Stacks().Bottoms(change.filter))
-      if (bottom->name == change.bottom) devNodeId = bottom->devNodeId;
+  // An interface of the notify object; null when there is no object or it lacks that.
+  template <class Interface>
+  ComPtr<Interface> QueryNotifyObject(REFIID riid) const {
+    ComPtr<Interface> result;
+    if (session_->notifyObject &&
+        session_->notifyObject->QueryInterface(riid, reinterpret_cast<void**>(result.Receive())) != S_OK)
+      result.Reset();
+    return result;
+  }
+  // Calls `own` for a path of the notifying component, `global` for another's when the object wants such notices. The
+  // answers change nothing.
+  void Tell(const PathChange& change, HRESULT (INetCfgComponentNotifyBinding::*own)(DWORD, INetCfgBindingPath*),
+            HRESULT (INetCfgComponentNotifyGlobal::*global)(DWORD, INetCfgBindingPath*)) {
+    const DWORD flag = NCN_BINDING_PATH | (change.enable ? NCN_ENABLE : NCN_DISABLE);
     const auto path =
-        ComPtr<INetCfgBindingPath>::Attach(new BindingPath(session_, change.filter, change.bottom, devNodeId));
-    binding->NotifyBindingPath(NCN_BINDING_PATH | (change.enable ? NCN_ENABLE : NCN_DISABLE), path.Get());
+        ComPtr<INetCfgBindingPath>::Attach(new BindingPath(session_, change.filter, change.bottom, change.token));
+    if (EqualNoCase(kNotifyingComponent, change.filter.componentId)) {
+      const auto object = QueryNotifyObject<INetCfgComponentNotifyBinding>(IID_INetCfgComponentNotifyBinding);
+      if (object) (object.Get()->*own)(flag, path.Get());
+    } else if ((flag & session_->wantedNotices) == flag) {
+      const auto object = QueryNotifyObject<INetCfgComponentNotifyGlobal>(IID_INetCfgComponentNotifyGlobal);
+      if (object) (object.Get()->*global)(flag, path.Get());
+    }
   }
   HRESULT ApplyNotifyObject() {
     if (!session_->notifyObject) return S_OK;

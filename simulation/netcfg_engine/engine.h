@@ -49,7 +49,6 @@ struct Engine {
   std::u16string lockHolder;                            // the description of the process's own first holder
   int lockHolders = 0;                                  // its sessions that hold the write lock
   int unloading = 0;                                    // sessions that are releasing their notify object
-  std::uint64_t changes = 0;                            // made to the stacks by Apply
   std::map<std::u16string, std::u16string> lastStacks;  // the stack that each left last, as TakeOut stores it
 };
 

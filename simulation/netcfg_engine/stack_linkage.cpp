@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -15,6 +16,7 @@ namespace {
 using Strings = std::vector<std::u16string>;
 
 constexpr std::size_t kSubkeyCapacity = 256;  // the longest name of a key, and its terminator
+constexpr std::size_t kUsualCapacity = 256;   // of most values; a larger one is asked for twice
 
 // Reads values and remembers the first failure; what is missing, or of another type, reads as empty.
 class Reader {
@@ -23,14 +25,21 @@ class Reader {
 
   bool Open(UniqueKey& key, HKEY parent, const char16_t* subkey) { return Note(key.Open(parent, subkey, KEY_READ)); }
 
-  std::u16string Data(HKEY key, const char16_t* name, DWORD type) {
-    std::u16string text;
+  // `otherType` is set when there is a value of another type.
+  std::u16string Data(HKEY key, const char16_t* name, DWORD type, bool* otherType = nullptr) {
+    std::u16string text(kUsualCapacity, u'\0');
     DWORD storedType = REG_NONE;
-    DWORD bytes = 0;
-    if (!Note(RegQueryValueExW(key, name, nullptr, &storedType, nullptr, &bytes)) || storedType != type) return text;
-    text.assign((bytes + 1) / 2, u'\0');
-    if (!Note(RegQueryValueExW(key, name, nullptr, &storedType, reinterpret_cast<BYTE*>(text.data()), &bytes)))
-      text.clear();
+    DWORD bytes = kUsualCapacity * sizeof(char16_t);
+    auto query = [&] {
+      return RegQueryValueExW(key, name, nullptr, &storedType, reinterpret_cast<BYTE*>(text.data()), &bytes);
+    };
+    LSTATUS rc = query();
+    if (rc == ERROR_MORE_DATA) {
+      text.assign((bytes + 1) / 2, u'\0');
+      rc = query();
+    }
+    text.resize(Note(rc) && storedType == type ? (bytes + 1) / 2 : 0);
+    if (otherType != nullptr && rc == ERROR_SUCCESS && storedType != type) *otherType = true;
     return text;
   }
   std::u16string String(HKEY key, const char16_t* name) {
@@ -42,9 +51,9 @@ class Reader {
     UniqueKey below;
     return Open(below, key, subkey.c_str()) ? String(below.Get(), name) : std::u16string();
   }
-  Strings List(HKEY key, const char16_t* name) {
+  Strings List(HKEY key, const char16_t* name, bool& otherType) {
     Strings entries;
-    const std::u16string text = Data(key, name, REG_MULTI_SZ);
+    const std::u16string text = Data(key, name, REG_MULTI_SZ, &otherType);
     for (const std::u16string_view entry : MultiStringView(text.data(), text.size())) entries.emplace_back(entry);
     return entries;
   }
@@ -71,13 +80,57 @@ LSTATUS WriteString(HKEY key, const char16_t* name, const std::u16string& text) 
                         static_cast<DWORD>((text.size() + 1) * sizeof(char16_t)));
 }
 
-LSTATUS WriteList(HKEY key, const char16_t* name, const Strings& entries) {
-  std::u16string text;
-  for (const std::u16string& entry : entries) (text += entry) += u'\0';
-  text += u'\0';
-  return RegSetValueExW(key, name, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(text.data()),
+// Writes lists, and can put back what was there.
+class ListWriter {
+ public:
+  LSTATUS Write(HKEY netClass, const std::u16string& instance, const char16_t* name, const Strings& entries) {
+    Written old{{}, name, REG_NONE, {}};
+    LSTATUS rc = RegCreateKeyExW(netClass, (instance + u"\\Linkage").c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                 KEY_ALL_ACCESS, nullptr, old.key.Receive(), nullptr);
+    DWORD bytes = 0;
+    if (rc == ERROR_SUCCESS) rc = RegQueryValueExW(old.key.Get(), name, nullptr, &old.type, nullptr, &bytes);
+    const bool isNew = rc == ERROR_FILE_NOT_FOUND;
+    if (rc == ERROR_SUCCESS) {
+      old.data.emplace(bytes);
+      rc = RegQueryValueExW(old.key.Get(), name, nullptr, &old.type, old.data->data(), &bytes);
+    }
+    if (rc != ERROR_SUCCESS && !isNew) return rc;
+    std::u16string text;
+    for (const std::u16string& entry : entries) (text += entry) += u'\0';
+    text += u'\0';
+    rc = RegSetValueExW(old.key.Get(), name, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(text.data()),
                         static_cast<DWORD>(text.size() * sizeof(char16_t)));
-}
+    if (rc == ERROR_SUCCESS) written_.push_back(std::move(old));
+    return rc;
+  }
+  void Undo() {
+    for (; !written_.empty(); written_.pop_back()) {
+      const Written& old = written_.back();
+      if (old.data)
+        SetExact(old);
+      else
+        RegDeleteValueW(old.key.Get(), old.name);
+    }
+  }
+
+ private:
+  struct Written {
+    UniqueKey key;
+    const char16_t* name;
+    DWORD type;
+    std::optional<std::vector<BYTE>> data;  // none where there was no value
+  };
+
+  // Windows would store a NUL that follows unterminated text with it.
+  static void SetExact(const Written& old) {
+    std::vector<BYTE> data = *old.data;
+    const auto bytes = static_cast<DWORD>(data.size());
+    data.insert(data.end(), sizeof(char16_t), BYTE{0xFF});
+    RegSetValueExW(old.key.Get(), old.name, 0, old.type, data.data(), bytes);
+  }
+
+  std::vector<Written> written_;
+};
 
 bool Equal(std::u16string_view a, std::u16string_view b) { return UpperCase(a) == UpperCase(b); }
 
@@ -128,6 +181,13 @@ std::u16string Number(const char* format, unsigned number) {
   return {text, text + length};
 }
 
+void RemoveInstanceKey(const std::u16string& instance) {
+  UniqueKey netClass;
+  if (netClass.Open(HKEY_LOCAL_MACHINE, kNetClassKey, KEY_ALL_ACCESS) != ERROR_SUCCESS) return;
+  for (const char16_t* const below : {u"\\Linkage", u"\\Ndi", u""})
+    RegDeleteKeyW(netClass.Get(), (instance + below).c_str());
+}
+
 }  // namespace
 
 bool ReadString(HKEY key, const char16_t* name, std::u16string& text) {
@@ -149,8 +209,10 @@ StackLinkage StackLinkage::Read() {
   if (reader.Open(netService, HKEY_LOCAL_MACHINE, kNetServiceKey))
     for (const std::u16string& component : reader.Subkeys(netService.Get()))
       if (reader.Open(key, netService.Get(), component.c_str()) && reader.Open(below, key.Get(), u"Ndi"))
-        linkage.filters_.push_back({reader.String(key.Get(), u"ComponentId"), reader.String(below.Get(), u"Service"),
-                                    reader.String(below.Get(), u"FilterDeviceInfId")});
+        linkage.filters_.push_back({component, reader.String(key.Get(), u"ComponentId"),
+                                    reader.String(below.Get(), u"Service"),
+                                    reader.String(below.Get(), u"FilterDeviceInfId"),
+                                    reader.StringAt(below.Get(), u"Interfaces", u"FilterMediaTypes")});
   if (!reader.Open(netClass, HKEY_LOCAL_MACHINE, kNetClassKey)) return linkage;
   for (const std::u16string& subkey : reader.Subkeys(netClass.Get())) {
     if (!reader.Open(key, netClass.Get(), subkey.c_str())) continue;
@@ -159,11 +221,12 @@ StackLinkage StackLinkage::Read() {
                              .deviceId = reader.String(key.Get(), u"MatchingDeviceId"),
                              .filterId = reader.String(key.Get(), u"FilterInfId"),
                              .devNodeId = reader.String(key.Get(), u"DeviceInstanceID"),
+                             .media = reader.StringAt(key.Get(), u"Ndi\\Interfaces", u"LowerRange"),
                              .rootDevice = {},
                              .upperBind = {}};
     if (reader.Open(below, key.Get(), u"Linkage")) {
-      instance.rootDevice = reader.List(below.Get(), u"RootDevice");
-      instance.upperBind = reader.List(below.Get(), u"UpperBind");
+      instance.rootDevice = reader.List(below.Get(), u"RootDevice", instance.hasOtherType);
+      instance.upperBind = reader.List(below.Get(), u"UpperBind", instance.hasOtherType);
     }
     if (!instance.rootDevice.empty() && !Contains(instance.rootDevice, instance.name))
       instance.name = instance.rootDevice.front();
@@ -205,6 +268,12 @@ const std::vector<std::size_t>& StackLinkage::Members(std::u16string_view bottom
   return found == members_.end() ? kNone : found->second;
 }
 
+const FilterDriver* StackLinkage::FilterAt(std::u16string_view subkey) const {
+  const auto found = std::find_if(filters_.begin(), filters_.end(),
+                                  [subkey](const FilterDriver& filter) { return filter.subkey == subkey; });
+  return found == filters_.end() ? nullptr : &*found;
+}
+
 bool StackLinkage::IsFilter(const FilterDriver& filter) const {
   if (filter.service.empty()) return false;
   return !filter.deviceId.empty() || std::any_of(instances_.begin(), instances_.end(),
@@ -221,7 +290,7 @@ bool StackLinkage::IsBottom(const FilterDriver& filter, const AdapterInstance& i
   const std::size_t members = Members(instance.name).size();
   const bool unbound = members <= 1 && instance.upperBind.empty();
   return members > 0 && Find(instance.name) == &instance && !Owns(filter, instance) &&
-         !(unbound && !OwnerOf(instance.name).empty());
+         ShareInterface(filter.mediaTypes, instance.media) && !(unbound && !OwnerOf(instance.name).empty());
 }
 
 // The instance's service: that of the filter that owns it, or of the adapter's own driver.
@@ -257,10 +326,12 @@ bool StackLinkage::StandsIn(const FilterDriver& filter, std::u16string_view bott
 
 LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bottom,
                               std::map<std::u16string, std::u16string>& lastStacks) {
-  // What was bound to the virtual adapters that stood directly on an instance, and who stands above them.
+  // What was bound to the virtual adapters that stood directly on an instance, who stands above them, and the instance
+  // with what is below it.
   struct Gap {
     Strings bound;
     const AdapterInstance* above = nullptr;
+    Strings rest;
   };
   std::map<std::u16string, Gap> gaps;  // by the upper-cased name of the instance below
   std::set<std::u16string> leaving;    // the lists; upper-cased
@@ -273,6 +344,7 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
       while (i + 2 < list.size() && Owns(filter, list[i + 1])) ++i;
       Gap& gap = gaps[UpperCase(list[i + 1])];
       if (first > 0 && gap.above == nullptr) gap.above = Find(list[first - 1]);
+      if (gap.rest.empty()) gap.rest.assign(list.begin() + static_cast<std::ptrdiff_t>(i) + 1, list.end());
       for (std::size_t owned = first; owned <= i; ++owned) {
         leaving.insert(UpperCase(list[owned]));
         for (const std::u16string& service : Find(list[owned])->upperBind)
@@ -282,43 +354,44 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
   }
 
   // What is bound to each instance below a gap then: in place of the filter's service, or before all others.
-  std::vector<std::pair<const AdapterInstance*, Strings>> mended;
+  std::vector<AdapterInstance> after = instances_;
+  auto edit = [&](const AdapterInstance& instance) -> AdapterInstance& {
+    return after[static_cast<std::size_t>(&instance - instances_.data())];
+  };
   for (const auto& [name, gap] : gaps) {
     const AdapterInstance* const below = Find(name);
     if (below == nullptr) continue;
     const Strings inherited = !gap.bound.empty()     ? gap.bound
                               : gap.above != nullptr ? Strings{ServiceOf(*gap.above)}
                                                      : TransportsFor(*below, error_);
-    Strings before = below->upperBind;
-    if (!Contains(before, filter.service)) before.insert(before.begin(), filter.service);
-    Strings after;
-    for (const std::u16string& service : before)
+    if (Contains(inherited, {})) return error_ != ERROR_SUCCESS ? error_ : ERROR_INVALID_DATA;  // nobody to bind to it
+    Strings services = below->upperBind;
+    if (!Contains(services, filter.service)) services.insert(services.begin(), filter.service);
+    AdapterInstance& mended = edit(*below);
+    mended.upperBind.clear();
+    for (const std::u16string& service : services)
       for (const std::u16string& bound : Equal(service, filter.service) ? inherited : Strings{service})
-        AddOnce(after, bound);
-    mended.emplace_back(below, std::move(after));
+        AddOnce(mended.upperBind, bound);
+    if (mended.rootDevice.empty()) mended.rootDevice = gap.rest;
+    mended.hasOtherType = false;
   }
   if (error_ != ERROR_SUCCESS) return error_;
-
-  LSTATUS result = ERROR_SUCCESS;
-  auto write = [&](const AdapterInstance& instance, Strings rootDevice, Strings upperBind) {
-    const LSTATUS rc = Write(instance, std::move(rootDevice), std::move(upperBind));
-    if (result == ERROR_SUCCESS) result = rc;
-  };
-  for (auto& [below, upperBind] : mended)
-    write(*below, below->rootDevice.empty() ? Strings{below->name} : below->rootDevice, std::move(upperBind));
+  std::vector<std::u16string> left;
   for (const std::size_t member : members) {
-    const AdapterInstance& instance = instances_[member];
+    AdapterInstance& instance = after[member];
     if (Owns(filter, instance) && !Equal(instance.name, bottom)) {
-      lastStacks[UpperCase(instance.name)] = UpperCase(bottom);
-      write(instance, {instance.name}, {});
+      left.push_back(UpperCase(instance.name));
+      instance.rootDevice = {instance.name};
+      instance.upperBind.clear();
+      instance.hasOtherType = false;
       continue;
     }
-    Strings rootDevice = instance.rootDevice;
-    std::erase_if(rootDevice, [&leaving](const auto& name) { return leaving.contains(UpperCase(name)); });
-    write(instance, std::move(rootDevice), instance.upperBind);
+    std::erase_if(instance.rootDevice, [&leaving](const auto& name) { return leaving.contains(UpperCase(name)); });
   }
-  Index();
-  return result;
+  const LSTATUS rc = Commit(std::move(after));
+  if (rc == ERROR_SUCCESS)
+    for (const std::u16string& name : left) lastStacks[name] = UpperCase(bottom);
+  return rc;
 }
 
 LSTATUS StackLinkage::PutOnTop(const FilterDriver& filter, std::u16string_view bottom,
@@ -339,7 +412,8 @@ LSTATUS StackLinkage::PutOnTop(const FilterDriver& filter, std::u16string_view b
       break;
     }
   }
-  if (chosen == nullptr) {
+  const bool isNew = chosen == nullptr;
+  if (isNew) {
     if (const LSTATUS rc = AddInstance(filter, bottom); rc != ERROR_SUCCESS) return rc;
     chosen = &instances_.back();
   }
@@ -348,31 +422,73 @@ LSTATUS StackLinkage::PutOnTop(const FilterDriver& filter, std::u16string_view b
   Strings bound = top != nullptr ? top->upperBind : Strings();
   std::erase_if(bound, [&filter](const auto& service) { return Equal(service, filter.service); });
   if (bound.empty()) bound = TransportsFor(*Find(bottom), error_);
-  if (error_ != ERROR_SUCCESS) return error_;
-  const AdapterInstance before = *chosen;
-  stack.insert(stack.begin(), chosen->name);
-  LSTATUS rc = Write(*chosen, std::move(stack), std::move(bound));
-  if (rc == ERROR_SUCCESS && top != nullptr) rc = Write(*top, top->rootDevice, {filter.service});
-  if (rc != ERROR_SUCCESS) Write(*chosen, before.rootDevice, before.upperBind);
-  Index();
+  LSTATUS rc = error_;
+  if (rc == ERROR_SUCCESS) {
+    std::vector<AdapterInstance> after = instances_;
+    auto edit = [&](const AdapterInstance& instance, Strings rootDevice, Strings upperBind) {
+      AdapterInstance& edited = after[static_cast<std::size_t>(&instance - instances_.data())];
+      edited.rootDevice = std::move(rootDevice);
+      edited.upperBind = std::move(upperBind);
+      edited.hasOtherType = false;
+    };
+    if (top != nullptr) edit(*top, top->rootDevice.empty() ? stack : top->rootDevice, {filter.service});
+    stack.insert(stack.begin(), chosen->name);
+    edit(*chosen, std::move(stack), std::move(bound));
+    rc = Commit(std::move(after));
+  }
+  if (rc != ERROR_SUCCESS && isNew) {
+    RemoveInstanceKey(instances_.back().subkey);
+    instances_.pop_back();
+    Index();
+  }
   return rc;
 }
 
-LSTATUS StackLinkage::Write(const AdapterInstance& instance, Strings rootDevice, Strings upperBind) {
-  if (rootDevice == instance.rootDevice && upperBind == instance.upperBind) return ERROR_SUCCESS;
-  UniqueKey key;
-  const std::u16string path = std::u16string(kNetClassKey) + u"\\" + instance.subkey + u"\\Linkage";
-  LSTATUS rc = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                               nullptr, key.Receive(), nullptr);
-  AdapterInstance& written = instances_[static_cast<std::size_t>(&instance - instances_.data())];
-  if (rc == ERROR_SUCCESS && rootDevice != written.rootDevice) {
-    rc = WriteList(key.Get(), u"RootDevice", rootDevice);
-    if (rc == ERROR_SUCCESS) written.rootDevice = std::move(rootDevice);
+bool StackLinkage::IsFilterService(std::u16string_view service) const {
+  return std::any_of(filters_.begin(), filters_.end(),
+                     [&](const auto& filter) { return Equal(filter.service, service) && IsFilter(filter); });
+}
+
+// Whether a transport that reached the bottom of the instance's stack through it reaches that no more.
+bool StackLinkage::Cuts(const AdapterInstance& before) const {
+  if (before.rootDevice.empty() || !OwnerOf(before.rootDevice.back()).empty()) return false;
+  const std::vector<std::size_t>& members = Members(before.rootDevice.back());
+  return std::any_of(before.upperBind.begin(), before.upperBind.end(), [&](const auto& service) {
+    return !IsFilterService(service) && std::none_of(members.begin(), members.end(), [&](std::size_t member) {
+      return Contains(instances_[member].upperBind, service);
+    });
+  });
+}
+
+// Makes the instances what they are to be, here and in the registry, or nothing of it.
+LSTATUS StackLinkage::Commit(std::vector<AdapterInstance> instances) {
+  instances_.swap(instances);
+  Index();
+  const std::vector<AdapterInstance>& before = instances;
+  std::vector<std::size_t> changed;
+  for (std::size_t i = 0; i < before.size(); ++i)
+    if (instances_[i].rootDevice != before[i].rootDevice || instances_[i].upperBind != before[i].upperBind ||
+        instances_[i].hasOtherType != before[i].hasOtherType)
+      changed.push_back(i);
+  LSTATUS rc = ERROR_SUCCESS;
+  if (std::any_of(changed.begin(), changed.end(), [&](std::size_t i) { return Cuts(before[i]); }))
+    rc = ERROR_INVALID_DATA;
+  UniqueKey netClass;
+  ListWriter writer;
+  if (rc == ERROR_SUCCESS) rc = netClass.Open(HKEY_LOCAL_MACHINE, kNetClassKey, KEY_ALL_ACCESS);
+  for (const std::size_t i : changed) {
+    const AdapterInstance& now = instances_[i];
+    auto write = [&](const char16_t* name, const Strings& list, const Strings& old) {
+      if (rc == ERROR_SUCCESS && (list != old || before[i].hasOtherType))
+        rc = writer.Write(netClass.Get(), now.subkey, name, list);
+    };
+    write(u"RootDevice", now.rootDevice, before[i].rootDevice);
+    write(u"UpperBind", now.upperBind, before[i].upperBind);
   }
-  if (rc == ERROR_SUCCESS && upperBind != written.upperBind) {
-    rc = WriteList(key.Get(), u"UpperBind", upperBind);
-    if (rc == ERROR_SUCCESS) written.upperBind = std::move(upperBind);
-  }
+  if (rc == ERROR_SUCCESS) return rc;
+  writer.Undo();
+  instances_.swap(instances);
+  Index();
   return rc;
 }
 
@@ -392,6 +508,7 @@ LSTATUS StackLinkage::AddInstance(const FilterDriver& filter, std::u16string_vie
                         .deviceId = filter.deviceId,
                         .filterId = filter.componentId,
                         .devNodeId = u"ROOT\\" + UpperCase(filter.deviceId) + Number("\\%04u", number),
+                        .media = {},
                         .rootDevice = {},
                         .upperBind = {}};
   rc = RegCreateKeyExW(netClass.Get(), (added.subkey + u"\\Ndi").c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
@@ -407,7 +524,10 @@ LSTATUS StackLinkage::AddInstance(const FilterDriver& filter, std::u16string_vie
   };
   for (const auto& [name, text] : values)
     if (rc == ERROR_SUCCESS) rc = WriteString(key.Get(), name, text);
-  if (rc == ERROR_SUCCESS) instances_.push_back(std::move(added));
+  if (rc == ERROR_SUCCESS)
+    instances_.push_back(std::move(added));
+  else
+    RemoveInstanceKey(added.subkey);
   return rc;
 }
 

@@ -32,9 +32,11 @@ bool ReadString(HKEY key, const char16_t* name, std::u16string& text);
 
 // A service that may be in stacks.
 struct FilterDriver {
+  std::u16string subkey;
   std::u16string componentId;
   std::u16string service;
-  std::u16string deviceId;  // "FilterDeviceInfId": the device id of its virtual adapters
+  std::u16string deviceId;    // "FilterDeviceInfId": the device id of its virtual adapters
+  std::u16string mediaTypes;  // "FilterMediaTypes", separated by commas; empty for all
 };
 
 struct AdapterInstance {
@@ -43,8 +45,10 @@ struct AdapterInstance {
   std::u16string deviceId;
   std::u16string filterId;   // "FilterInfId"; empty for a physical adapter
   std::u16string devNodeId;  // "DeviceInstanceID"; empty when there is none
+  std::u16string media;      // its "LowerRange", separated by commas; empty for all
   std::vector<std::u16string> rootDevice;
   std::vector<std::u16string> upperBind;
+  bool hasOtherType = false;  // one of the two is of another type, which reads as empty until it is written
 };
 
 class StackLinkage {
@@ -52,15 +56,18 @@ class StackLinkage {
   static StackLinkage Read();
   LSTATUS Error() const { return error_; }  // of the first read that failed; what is missing is no failure
 
+  const FilterDriver* FilterAt(std::u16string_view subkey) const;  // of the service class; null when there is none
   // Whether the service has virtual adapters at all.
   bool IsFilter(const FilterDriver& filter) const;
-  // The bottoms of all stacks that `filter` can be in, in the order of their subkeys: not its own virtual adapters,
-  // nor those of another driver that nothing is bound to.
+  // The bottoms of all stacks that `filter` can be in, in the order of their subkeys: of one of its media types, not
+  // its own virtual adapters, nor those of another driver that nothing is bound to.
   std::vector<const AdapterInstance*> Bottoms(const FilterDriver& filter) const;
   const AdapterInstance* BottomAt(const FilterDriver& filter, std::u16string_view subkey) const;  // null for any other
   bool StandsIn(const FilterDriver& filter, std::u16string_view bottom) const;
 
-  // Both write the registry and bring this object up to date. A failure is that of the first write that failed.
+  // Both write the registry and bring this object up to date, or fail and leave both as they were:
+  // ERROR_INVALID_DATA when an adapter would lose what is bound to it, as in a stack with damaged values, else the code
+  // of the first read or write that failed.
   //
   // Takes every virtual adapter of the filter out of the stack. The driver above is bound to the one below; the
   // stack's own virtual adapters of the filter stay, bound to nothing. In `lastStacks`, the name of each
@@ -80,8 +87,9 @@ class StackLinkage {
   const std::vector<std::size_t>& Members(std::u16string_view bottom) const;
   std::u16string OwnerOf(std::u16string_view name) const;
   std::u16string ServiceOf(const AdapterInstance& instance);
-  LSTATUS Write(const AdapterInstance& instance, std::vector<std::u16string> rootDevice,
-                std::vector<std::u16string> upperBind);
+  bool IsFilterService(std::u16string_view service) const;
+  bool Cuts(const AdapterInstance& before) const;
+  LSTATUS Commit(std::vector<AdapterInstance> instances);
   LSTATUS AddInstance(const FilterDriver& filter, std::u16string_view bottom);
   void Index();
 

@@ -321,7 +321,8 @@ class Transaction:
 
     def __init__(self, hklm, version, holder):
         self.hklm, self.version, self.holder = hklm, version, holder
-        self.lines = ["--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize", "--> ::Upgrade eActUpgrade"]
+        self.lines = ["--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize",
+                      "--> ::GetSupportedNotifications", "--> ::Upgrade eActUpgrade"]
         self.log, self.elapsed, self.printed = self.lines.append, 0, ""
         self.order = self.apply()
         self.release()

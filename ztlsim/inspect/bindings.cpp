@@ -104,14 +104,12 @@ std::vector<BindLoopInstance> ReadLoops(HKEY classKey, const std::vector<Adapter
 
 BindingState ReadBindings(simulation::Machine& machine) {
   const Inspection inspection(machine);
-  BindingState state;
   UniqueKey classKey;
-  if (classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_READ) == ERROR_SUCCESS) {
-    const std::vector<AdapterInstance> instances = ReadAdapterInstances(classKey.Get());
-    const std::vector<Adapter> adapters = AdaptersOf(instances);
-    state = {ReadPaths(adapters), ReadExcluded(adapters), ReadLoops(classKey.Get(), instances)};
-  }
-  return state;
+  const bool hasClass = classKey.Open(HKEY_LOCAL_MACHINE, ztl::kNetAdapterClassKey, KEY_READ) == ERROR_SUCCESS;
+  const auto instances = hasClass ? ReadAdapterInstances(classKey.Get()) : std::vector<AdapterInstance>();
+  const std::vector<Adapter> adapters = AdaptersOf(instances);
+  return {ReadPaths(adapters), ReadExcluded(adapters),
+          hasClass ? ReadLoops(classKey.Get(), instances) : std::vector<BindLoopInstance>()};
 }
 
 }  // namespace ztlsim

@@ -18,15 +18,12 @@ ComPtr<Interface> Query(IUnknown* object, REFIID riid) {
   return result;
 }
 
-// Queries which notices the object supports, and sends all of them, as it supports all that there are here. Of each
-// path as the filter's own and as another component's; the queries come before the change and the notices after it.
+// Sends notices of all kinds, as the object supports all that there are here. Of each path as the filter's own and as
+// another component's; the queries come before the change and the notices after it.
 void SendNotices(const CallOptions& options, IUnknown* object, INetCfgComponent* component) {
   const auto own = Query<INetCfgComponentNotifyBinding>(object, IID_INetCfgComponentNotifyBinding);
   const auto global = Query<INetCfgComponentNotifyGlobal>(object, IID_INetCfgComponentNotifyGlobal);
-  if (options.paths.empty() && !options.changeFlag) return;
-  DWORD wanted = 0;
-  global->GetSupportedNotifications(&wanted);
-  if (options.paths.empty()) global->SysNotifyComponent(*options.changeFlag, component);
+  if (options.paths.empty() && options.changeFlag) global->SysNotifyComponent(*options.changeFlag, component);
   for (const PathNotice& notice : options.paths) {
     NoticedPath path(notice);
     const DWORD flag =
@@ -94,6 +91,9 @@ void CallNotifyObject(const CallOptions& options, Process& process, const Transa
   auto setup = Query<INetCfgComponentSetup>(control.Get(), IID_INetCfgComponentSetup);
   hr = control->Initialize(component.Get(), netCfg.Get(), transaction.installing);
   if (Failed(hr)) return call("Initialize", hr);
+  DWORD wanted = 0;
+  Query<INetCfgComponentNotifyGlobal>(control.Get(), IID_INetCfgComponentNotifyGlobal)
+      ->GetSupportedNotifications(&wanted);
   if (transaction.setUp != nullptr) hr = transaction.setUp(*setup.Get());
   if (Failed(hr)) call("setup", hr);
   setup.Reset();
@@ -119,10 +119,11 @@ void UseClassObject(const ModuleEntries& module, CallResults& results) {
 }
 
 CallResults Transact(const CallOptions& options, Process& process, const Transaction& transaction) {
+  const HRESULT hr = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+  if (Failed(hr)) return {{"CoInitializeEx", hr}};
   CallResults results;
-  const HRESULT initialized = platform::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
   CallNotifyObject(options, process, transaction, results);
-  if (!Failed(initialized)) platform::CoUninitialize();
+  platform::CoUninitialize();
   return results;
 }
 

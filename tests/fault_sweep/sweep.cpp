@@ -1,0 +1,456 @@
+// Every call of every scenario fails: once, and from there on with all of its kind, with each code of its kind.
+//
+//   ztl_sweep [--every N] [--seed N] [--jobs N] [--run TEXT]
+//       fails each N-th call of the runs whose name holds the text, from one on that the seed chooses; the seed makes
+//       the random machines too
+//   ztl_sweep --transcript FILE
+//       compares what some runs do, and what each kind of failure changes, with the file; with ZTL_UPDATE_EXPECTED set,
+//       it writes the file again: read its difference
+//
+// A run with a failure ends, makes at most 20 times the calls of the one without, and leaves nothing behind. Codes that
+// mean nothing special differ in what the log says of the code alone. What serves the log changes nothing else. A stack
+// is the old or the new one afterwards or whole, or the log has an error that the other run has not.
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "module/names.h"
+#include "platform/multi_string.h"
+#include "tests/fault_sweep/swept_run.h"
+#include "ztlsim/input/load_machine.h"
+#include "ztlsim/inspect/registry_changes.h"
+#include "ztlsim/report/registry_export_writer.h"
+#include "ztlsim/scenario/scenarios.h"
+#include "ztlsim/text_encoding.h"
+
+namespace ztl_test {
+namespace {
+
+using namespace platform;
+using simulation::Fault;
+using simulation::Registry;
+using simulation::RegistryKey;
+using Strings = std::vector<std::string>;
+
+constexpr std::uint64_t kMostCalls = 20;  // times those of the run without a failure
+constexpr std::uint64_t kMostShown = 20;  // wrong outcomes of a run
+
+// What the run with the failure has said that the one without it has not.
+Strings Added(const Strings& log, const Strings& usual) {
+  std::multiset<std::string> left(usual.begin(), usual.end());
+  Strings added;
+  for (const std::string& line : log)
+    if (const auto same = left.find(line); same != left.end())
+      left.erase(same);
+    else
+      added.push_back(line);
+  return added;
+}
+
+bool Same(const RegistryKey& a, const RegistryKey& b) {
+  return a.name == b.name && a.values == b.values &&
+         std::equal(a.subkeys.begin(), a.subkeys.end(), b.subkeys.begin(), b.subkeys.end(),
+                    [](const auto& x, const auto& y) { return Same(*x, *y); });
+}
+
+// `text` with the code's numbers, as messages print them, replaced by a word.
+std::string WithoutCode(std::string text, std::int32_t code) {
+  char forms[7][16];
+  const std::uint32_t bits = static_cast<std::uint32_t>(code), result = 0x80070000 | (bits & 0xFFFF);
+  std::snprintf(forms[0], 16, "%x", result);
+  std::snprintf(forms[1], 16, "%u", result);
+  std::snprintf(forms[2], 16, "%d", static_cast<std::int32_t>(result));
+  std::snprintf(forms[3], 16, "%08x", bits);
+  std::snprintf(forms[6], 16, "%d", code);
+  std::snprintf(forms[4], 16, "%u", bits);
+  std::snprintf(forms[5], 16, "%x", bits);
+  for (const char* const form : forms) {
+    const std::size_t length = std::strlen(form);
+    const auto isDigit = [&text](std::size_t at) {
+      return at < text.size() && std::isxdigit(static_cast<unsigned char>(text[at]));
+    };
+    for (std::size_t at = text.find(form); at != text.npos; at = text.find(form, at + 1))
+      if (!isDigit(at + length) && (at == 0 || !isDigit(at - 1))) text.replace(at, length, "CODE");
+  }
+  return text;
+}
+
+using Names = std::vector<std::u16string>;
+
+Names Entries(const RegistryKey& key, const char16_t* name) {
+  const simulation::RegistryValue* const value = key.FindValue(name);
+  std::u16string text(value != nullptr ? value->data.size() / 2 : 0, u'\0');
+  if (value != nullptr) std::memcpy(text.data(), value->data.data(), text.size() * 2);
+  Names entries;
+  for (const std::u16string_view entry : MultiStringView(text.data(), text.size()))
+    entries.push_back(simulation::UpperCase(entry));
+  return entries;
+}
+
+// The stacks by their bottoms: "RootDevice" and "UpperBind" of each instance in them, by its subkey.
+using Stack = std::map<std::u16string, std::pair<Names, Names>>;
+std::map<std::u16string, Stack> StacksOf(Registry& registry) {
+  std::map<std::u16string, Stack> stacks;
+  const RegistryKey* const netClass = registry.Find(u"HKEY_LOCAL_MACHINE\\" + std::u16string(ztl::kNetAdapterClassKey));
+  if (netClass == nullptr) return stacks;
+  for (const auto& instance : netClass->subkeys) {
+    const RegistryKey* const linkage = instance->FindSubkey(u"Linkage");
+    if (linkage == nullptr) continue;
+    const Names list = Entries(*linkage, u"RootDevice");
+    stacks[list.empty() ? instance->upperName : list.back()][instance->upperName] = {list,
+                                                                                     Entries(*linkage, u"UpperBind")};
+  }
+  return stacks;
+}
+
+// Whether each list continues in those of the instances that it names.
+bool IsWhole(const Stack& stack) {
+  for (const auto& [subkey, linkage] : stack) {
+    const Names& list = linkage.first;
+    for (const auto& [other, below] : stack) {
+      if (below.first.empty()) return false;
+      const auto at = std::find(list.begin(), list.end(), below.first.front());
+      if (at != list.end() && !std::equal(at, list.end(), below.first.begin(), below.first.end())) return false;
+    }
+  }
+  return true;
+}
+
+// What a run does without a failure.
+struct Reference {
+  const Outcome usual;
+  const std::map<std::u16string, Stack> before, after;
+
+  Reference(const SweptRun& run, Outcome outcome)
+      : usual(std::move(outcome)), before(StacksOf(*run.registry)), after(StacksOf(*usual.registry)) {}
+};
+
+// Bottoms of the stacks that are neither as they were nor as the run without the failure leaves them, nor whole.
+Strings TornStacks(const Reference& reference, Registry& registry) {
+  Strings torn;
+  for (const auto& [bottom, stack] : StacksOf(registry)) {
+    const auto isAsIn = [&](const auto& stacks) {
+      const auto found = stacks.find(bottom);
+      return found != stacks.end() && found->second == stack;
+    };
+    if (!isAsIn(reference.before) && !isAsIn(reference.after) && !IsWhole(stack))
+      torn.push_back(ztlsim::Utf16ToUtf8(bottom));
+  }
+  return torn;
+}
+
+// What the run has come to: its results and what its log has more than the other, with the code's numbers taken out.
+std::string Said(const Outcome& outcome, const Strings& added, std::int32_t code) {
+  std::ostringstream text;
+  for (const auto& [method, hr] : outcome.results) text << method << ' ' << std::hex << hr << '\n';
+  for (const std::string& line : added) text << line << '\n';
+  return WithoutCode(text.str(), code);
+}
+
+// What a worker's process and its parent share.
+struct Progress {
+  std::atomic<std::uint64_t> tried, wrong, at;
+};
+
+// A call to fail, once or with all of its kind that follow, and the codes.
+struct Failure {
+  std::size_t call;
+  Fault fault;
+  const Codes& codes;
+};
+
+std::vector<Failure> FailuresOf(const std::vector<Call>& calls) {
+  std::vector<Failure> failures;
+  std::map<Operation, std::uint64_t> made;
+  for (std::size_t n = 0; n < calls.size(); ++n) {
+    const std::uint64_t number = ++made[calls[n].operation];
+    for (const std::uint64_t times : {std::uint64_t{1}, UINT64_MAX})
+      failures.push_back(
+          {n, {.operation = calls[n].operation, .first = number, .times = times}, CodesOf(calls[n].operation)});
+  }
+  return failures;
+}
+
+// The runs of a worker's process.
+class Worker {
+ public:
+  Worker(const SweptRun& run, std::filesystem::path root, Progress& progress)
+      : run_(run),
+        root_(std::move(root)),
+        progress_(progress),
+        reference_(run, Execute(run_, root_, {}, UINT64_MAX, &calls_)) {}
+
+  // Each `every`-th failure from `from` on.
+  void Try(std::uint64_t from, std::uint64_t every) {
+    const std::vector<Failure> failures = FailuresOf(calls_);
+    for (std::uint64_t i = from; i < failures.size(); i += every) {
+      progress_.at = i;
+      failure_ = &failures[i];
+      std::optional<Outcome> first;
+      std::string firstSaid;
+      for (const std::int32_t code : failures[i].codes.ordinary) {
+        Outcome outcome = Try(code);
+        std::string said = Said(outcome, Added(outcome.log, reference_.usual.log), code);
+        if (first && said != firstSaid) Wrong("is not logged as another code:\n" + said + "but:\n" + firstSaid);
+        if (first && !Same(outcome.registry->Root(), first->registry->Root()))
+          Wrong("not the registry of another code");
+        firstSaid = std::move(said);
+        first = std::move(outcome);
+      }
+      for (const std::int32_t code : failures[i].codes.special) Try(code);
+    }
+  }
+
+ private:
+  Outcome Try(std::int32_t code) {
+    code_ = code;
+    Fault fault = failure_->fault;
+    fault.code = code;
+    const Outcome& usual = reference_.usual;
+    Outcome outcome = Execute(run_, root_, {fault}, kMostCalls * usual.calls);
+    ++progress_.tried;
+    for (const std::string& left : outcome.left) Wrong("left " + left);
+    if (Same(outcome.registry->Root(), usual.registry->Root()) && outcome.results == usual.results) return outcome;
+    if (IsOfLog(*fault.operation)) Wrong("changed more than the log");
+    const Strings added = Added(outcome.log, usual.log);
+    if (std::any_of(added.begin(), added.end(), [](const auto& line) { return line.starts_with("ERROR"); }))
+      return outcome;
+    for (const std::string& bottom : TornStacks(reference_, *outcome.registry))
+      Wrong("tore the stack of " + bottom + " and said nothing");
+    return outcome;
+  }
+
+  void Wrong(const std::string& what) {
+    if (++progress_.wrong > kMostShown) return;
+    std::cerr << run_.name << ", call " << failure_->call + 1 << ", " << calls_[failure_->call].kind
+              << (failure_->fault.times == 1 ? "" : " and all after it") << ", code " << code_ << ": " << what
+              << std::endl;
+  }
+
+  const SweptRun& run_;
+  const std::filesystem::path root_;
+  Progress& progress_;
+  std::vector<Call> calls_;
+  const Reference reference_;
+  const Failure* failure_ = nullptr;
+  std::int32_t code_ = 0;
+};
+
+std::shared_ptr<Registry> Sample(const std::string& name) {
+  auto registry = std::make_shared<Registry>();
+  if (const auto error = ztlsim::LoadRegistry({ZTL_SOURCE_DIR "/samples/" + name + ".reg"}, *registry)) {
+    std::cerr << error->Text() << '\n';
+    std::exit(2);
+  }
+  return registry;
+}
+
+// A sample with some keys and values gone, cut, of another type, or with the data of another value of that name.
+std::shared_ptr<Registry> Damaged(const std::string& name, std::mt19937& random) {
+  std::shared_ptr<Registry> registry = Sample(name);
+  std::vector<RegistryKey*> keys;
+  const std::function<void(RegistryKey&)> collect = [&](RegistryKey& key) {
+    if (!key.values.empty()) keys.push_back(&key);
+    for (const auto& subkey : key.subkeys) collect(*subkey);
+  };
+  for (int change = 0; change < 12; ++change) {
+    keys.clear();
+    collect(registry->Root());
+    RegistryKey& key = *keys[random() % keys.size()];
+    simulation::RegistryValue& value = key.values[random() % key.values.size()];
+    switch (random() % 6) {
+      case 0:
+        key.DeleteValue(std::u16string(value.name));
+        break;
+      case 1:
+        if (key.subkeys.empty() && key.parent->parent != nullptr) key.parent->DeleteSubkey(std::u16string(key.name));
+        break;
+      case 2:
+        value.data.resize(random() % (value.data.size() + 1));
+        break;
+      case 3:
+        value.type = random() % 8;
+        break;
+      default:
+        for (const RegistryKey* const other : keys)
+          if (const auto* const same = other->FindValue(value.name); same != nullptr && random() % 4 == 0)
+            value.data = same->data;
+    }
+  }
+  return registry;
+}
+
+std::vector<SweptRun> EveryRun(unsigned seed) {
+  std::map<std::string, std::shared_ptr<Registry>> machines;
+  for (const auto& file : std::filesystem::directory_iterator(ZTL_SOURCE_DIR "/samples"))
+    if (file.path().extension() == ".reg") machines[file.path().stem()] = Sample(file.path().stem());
+  std::mt19937 random(seed);
+  for (const char* const sample : {"laptop", "loop", "saved-parameters"})
+    for (const char* const number : {" 1", " 2"})
+      machines["damaged " + (sample + std::string(number))] = Damaged(sample, random);
+  std::vector<SweptRun> runs;
+  for (const auto& [name, registry] : machines)
+    for (const ztlsim::Scenario& scenario : ztlsim::kScenarios) {
+      SweptRun run{.name = std::string(scenario.name) + " of " + name, .scenario = scenario.name, .registry = registry};
+      if (name == "windows-5.2") run.windows = 5;
+      run.driver = run.scenario == "remove" || run.scenario == "unregister";
+      run.package = scenario.searchesInf;
+      runs.push_back(run);
+    }
+  return runs;
+}
+
+int Sweep(std::uint64_t every, unsigned seed, unsigned jobs, const std::string& text) {
+  std::vector<SweptRun> runs = EveryRun(seed);
+  std::erase_if(runs, [&](const SweptRun& run) { return run.name.find(text) == run.name.npos; });
+  const std::filesystem::path roots =
+      std::filesystem::temp_directory_path() / ("ztl-sweep-" + std::to_string(getpid()));
+  void* const shared =
+      mmap(nullptr, sizeof(Progress) * (runs.size() + 1), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) return 2;
+  auto* const progress = static_cast<Progress*>(shared);
+  std::map<pid_t, std::size_t> workers;  // the run of each process
+  const auto start = [&](std::size_t i, std::uint64_t from) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      Worker(runs[i], roots / std::to_string(i), progress[i]).Try(from, every);
+      std::_Exit(0);
+    }
+    if (pid != -1) workers[pid] = i;
+  };
+  std::uint64_t tried = 0, wrong = 0;
+  for (std::size_t next = 0; next < runs.size() || !workers.empty();) {
+    for (; next < runs.size() && workers.size() < jobs; ++next) start(next, (seed + 7 * next) % every);
+    int status = 0;
+    const std::size_t i = workers.extract(wait(&status)).mapped();
+    if (status != 0) {
+      const bool hangs = WIFEXITED(status) && WEXITSTATUS(status) == kHangs;
+      std::cerr << runs[i].name << ", failure " << progress[i].at << (hangs ? " does not end" : " ends the process")
+                << ", status " << status << std::endl;
+      if (++progress[i].wrong < kMostShown) {
+        start(i, progress[i].at + every);
+        continue;
+      }
+    }
+    std::cout << runs[i].name << ": " << progress[i].tried << " failures, " << progress[i].wrong << " wrong"
+              << std::endl;
+    tried += progress[i].tried;
+    wrong += progress[i].wrong;
+  }
+  std::filesystem::remove_all(roots);
+  std::cout << tried << " failures in " << runs.size() << " runs, " << wrong << " wrong" << std::endl;
+  return tried == 0 || wrong != 0 ? 1 : 0;
+}
+
+// An export's text, without its mark and carriage returns.
+std::string ExportText(const std::string& bytes) {
+  std::u16string text(bytes.size() / 2, u'\0');
+  std::memcpy(text.data(), bytes.data(), bytes.size());
+  std::erase_if(text, [](char16_t unit) { return unit == 0xFEFF || unit == u'\r'; });
+  return ztlsim::Utf16ToUtf8(text);
+}
+
+// How often the same kind of call fails: the same operation on the same name, or one without a name.
+constexpr int kFailuresPerKind = 2, kFailuresWithoutName = 6;
+
+// What the run does, and what the first failures of each kind of call change in it: the log, what the methods return
+// and how much of the registry comes out otherwise (failures without such an effect are left out).
+std::string Transcript(const SweptRun& run, const std::filesystem::path& root) {
+  std::vector<Call> calls;
+  const Outcome usual = Execute(run, root, {}, UINT64_MAX, &calls);
+  std::ostringstream found;
+  found << "== " << run.name << ": " << usual.calls << " calls\n";
+  for (const std::string& line : usual.log) found << line << '\n';
+  found << ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(*run.registry, *usual.registry)));
+  for (const auto& [method, hr] : usual.results) found << method << ' ' << std::hex << hr << std::dec << '\n';
+  std::map<std::string, int> failed;
+  std::set<std::string> written;
+  for (std::size_t n = 0; n < calls.size(); ++n) {
+    const auto& [operation, kind] = calls[n];
+    if (failed[kind]++ >= (kind.find(' ') != kind.npos ? kFailuresPerKind : kFailuresWithoutName)) continue;
+    const Outcome outcome = Execute(run, root, {{.first = n + 1, .code = CodesOf(operation).transcript}});
+    std::ostringstream text;
+    if (outcome.results != usual.results)
+      for (const auto& [method, hr] : outcome.results)
+        text << "  " << method << ' ' << std::hex << hr << std::dec << '\n';
+    if (const auto changes = ztlsim::CompareRegistries(*usual.registry, *outcome.registry); !changes.empty())
+      text << "  " << changes.size() << " registry changes\n";
+    for (const std::string& line : Added(outcome.log, usual.log)) text << "  " << line << '\n';
+    const bool isClock =
+        operation == Operation::time || operation == Operation::localtime || operation == Operation::strftime;
+    if (!isClock && !text.str().empty() && written.insert(kind + text.str()).second)
+      found << "- " << kind << '\n' << text.str();
+  }
+  return found.str();
+}
+
+int CompareTranscripts(const std::string& file) {
+  const SweptRun runs[] = {{"upgrade", "upgrade", Sample("loop")},
+                           {"upgrade with exclusions", "upgrade", Sample("windows-5.2"), 5},
+                           {"install a package", "install", Sample("saved-parameters"), 10, false, true},
+                           {"remove, with a driver", "remove", Sample("saved-parameters"), 10, true},
+                           {"upgrade that reorders", "upgrade", Sample("laptop")},
+                           {"notify", "notify", Sample("loop")},
+                           {"properties", "properties", Sample("laptop")},
+                           {"reinstall", "reinstall", Sample("saved-parameters")},
+                           {"register", "register", Sample("loop")},
+                           {"unregister, with a driver", "unregister", Sample("saved-parameters"), 10, true},
+                           {"unregister", "unregister", Sample("saved-parameters")},
+                           {"load", "load", Sample("loop")}};
+  const std::filesystem::path root = std::filesystem::temp_directory_path() / ("ztl-sweep-" + std::to_string(getpid()));
+  std::stringstream actual;
+  for (const SweptRun& run : runs) actual << Transcript(run, root);
+  std::filesystem::remove_all(root);
+  if (std::getenv("ZTL_UPDATE_EXPECTED") != nullptr) std::ofstream(file, std::ios::binary) << actual.str();
+  std::ifstream expected(file, std::ios::binary);
+  for (int line = 1; actual || expected; ++line) {
+    std::string now, before;
+    std::getline(actual, now);
+    std::getline(expected, before);
+    if (now == before) continue;
+    std::cout << file << ":" << line << ": is\n  " << now << "\ninstead of\n  " << before << "\n";
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+}  // namespace ztl_test
+
+int main(int argc, char** argv) {
+  std::map<std::string, std::string> options{
+      {"--every", "1"}, {"--seed", "1"}, {"--jobs", ""}, {"--run", ""}, {"--transcript", ""}};
+  for (int i = 1; i < argc; i += 2) {
+    const auto option = options.find(argv[i]);
+    if (option == options.end() || i + 1 == argc) {
+      std::cerr << "usage: ztl_sweep [--every N] [--seed N] [--jobs N] [--run TEXT] | --transcript FILE\n";
+      return 2;
+    }
+    option->second = argv[i + 1];
+  }
+  if (!options["--transcript"].empty()) return ztl_test::CompareTranscripts(options["--transcript"]);
+  const auto number = [&](const char* name, unsigned long least) {
+    return std::max(std::strtoul(options[name].c_str(), nullptr, 10), least);
+  };
+  const unsigned long cores = options["--jobs"].empty() ? std::thread::hardware_concurrency() : 1;
+  return ztl_test::Sweep(number("--every", 1), static_cast<unsigned>(number("--seed", 0)),
+                         static_cast<unsigned>(number("--jobs", std::max(cores, 1ul))), options["--run"]);
+}

@@ -1,0 +1,54 @@
+// One scenario on one machine, run as often as there are failures to try.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulation/machine.h"
+#include "ztlsim/scenario/host_process.h"
+
+namespace ztl_test {
+
+using simulation::Operation;
+
+struct SweptRun {
+  std::string name, scenario;
+  std::shared_ptr<simulation::Registry> registry;  // which stays as it is
+  platform::DWORD windows = 10;
+  bool driver = false, package = false;
+};
+
+struct Call {
+  Operation operation;
+  std::string kind;  // the operation and the name that it was called with
+};
+
+struct Outcome {
+  std::vector<std::string> log;  // with severities, without times
+  ztlsim::CallResults results;
+  std::unique_ptr<simulation::Registry> registry;
+  std::uint64_t calls = 0;
+  std::vector<std::string> left;  // what was opened, made or allocated, and not released
+};
+
+// Runs it on a machine and a drive `root` of its own. The process ends with kHangs when it makes more than `most`
+// calls.
+constexpr int kHangs = 9;
+Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vector<simulation::Fault> faults,
+                std::uint64_t most = UINT64_MAX, std::vector<Call>* calls = nullptr);
+
+// The codes that an operation of this kind can fail with: `ordinary` ones differ in nothing but their number, `special`
+// ones mean something to some caller.
+struct Codes {
+  std::vector<std::int32_t> ordinary, special;
+  std::int32_t transcript;  // the one that transcripts show
+};
+const Codes& CodesOf(Operation operation);
+
+// Whether it serves the log alone.
+bool IsOfLog(Operation operation);
+
+}  // namespace ztl_test
