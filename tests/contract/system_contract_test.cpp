@@ -112,7 +112,7 @@ TEST_F(SystemContract, TheLocalTimeIsThatOfTheTimeZone) {
 #endif
   const std::int64_t time = 1709647432;  // 14:03:52 in UTC, on 5 March 2024
   char text[40] = "";
-  strftime(text, sizeof text, "%c", localtime(&time));
+  platform::strftime(text, sizeof text, "%c", platform::localtime(&time));
   EXPECT_EQ(std::string(text), "03/05/24 19:03:52");
 #ifdef _WIN32
   ::_putenv("TZ=");

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <optional>
 
 #include "module/install/versions.h"
@@ -148,7 +149,7 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
 TEST_F(MiniportInfTest, APathOf259CharactersIsTheLongestThatIsKept) {
   Driver({4, 17, 0, 1});
   for (const std::size_t length : {258u, 259u, 260u}) {
-    const std::string folder(length - std::size(kInfDirectory) - std::size("oem1.inf"), 'd');  // backslashes for NULs
+    const std::string folder(length - std::size(kInfDirectory) - 8, 'd');  // a backslash for a NUL, and oem1.inf
     const std::string text = folder.substr(0, 120) + "/" + folder.substr(121);
     Write(inf_ / text / "oem1.inf", "");
     Inf(text + "/oem1.inf", "d,4.17.0.2");
@@ -169,23 +170,23 @@ TEST_F(MiniportInfTest, AnAnswerThatChangesEndsTheSearch) {
   const struct {
     Operation operation;
     std::uint64_t call;
-    void (*change)(MiniportInfTest&);
+    std::function<void()> change;
     HRESULT result;
     Strings log;
   } cases[] = {
       {Operation::GetSystemWindowsDirectoryW,
        2,
-       [](MiniportInfTest& t) { t.machine_.files.windowsDirectory += "x"; },
+       [&] { machine_.files.windowsDirectory += "x"; },
        HresultFromError(ERROR_INSUFFICIENT_BUFFER),
        {}},
       {Operation::SetupGetInfFileListW,
        2,
-       [](MiniportInfTest& t) { t.Inf("oem2.inf", "d,4.17"); },
+       [&] { Inf("oem2.inf", "d,4.17"); },
        HresultFromError(ERROR_INSUFFICIENT_BUFFER),
        {"HrGetProtocolInf: SetupGetInfFileListW 2 rc=8007007a"}},
       {Operation::SetupGetInfFileListW,
        1,
-       [](MiniportInfTest& t) { t.machine_.faults = {{.operation = Operation::SetupGetInfFileListW, .code = 0}}; },
+       [&] { machine_.faults = {{.operation = Operation::SetupGetInfFileListW, .code = 0}}; },
        S_OK,
        {"HrGetProtocolInf: SetupGetInfFileListW rc=0"}},
   };
@@ -193,7 +194,7 @@ TEST_F(MiniportInfTest, AnAnswerThatChangesEndsTheSearch) {
     SCOPED_TRACE(&c - cases);
     std::uint64_t calls = 0;
     machine_.observer = [&](Operation operation, const simulation::Arguments&) {
-      if (operation == c.operation && ++calls == c.call) c.change(*this);
+      if (operation == c.operation && ++calls == c.call) c.change();
     };
     EXPECT_EQ(ztl::HrCopyMiniportInf(), c.result);
     machine_.observer = nullptr;
