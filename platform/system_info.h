@@ -26,6 +26,7 @@ struct OSVERSIONINFOEXW {
   BYTE wProductType;
   BYTE wReserved;
 };
+static_assert(sizeof(OSVERSIONINFOEXW) == 284);
 constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
 
 // Zero on failure, with the reason in GetLastError.

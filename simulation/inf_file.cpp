@@ -1,6 +1,7 @@
 #include "simulation/inf_file.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/setup_files.h"
 #include "simulation/registry.h"
@@ -14,6 +15,16 @@ constexpr std::size_t kMaxField = 4095;       // characters, before and after st
 constexpr char16_t kEndOfFile = 0x1A;
 constexpr std::u16string_view kVersion = u"Version";
 constexpr std::u16string_view kSignature = u"Signature";
+constexpr std::u16string_view kStrings = u"STRINGS";
+
+// Directories by the numbers that INF files know them by, below the Windows directory. The numbers of a user's folders,
+// of the spooler's and of a driver package's own are not answered here.
+constexpr std::pair<UINT, std::u16string_view> kDirectories[] = {
+    {10, u""}, {11, u"\\System32"}, {12, u"\\System32\\drivers"}, {17, u"\\Inf"}, {18, u"\\Help"}, {20, u"\\Fonts"},
+    {25, u""}, {50, u"\\System"},
+};
+constexpr UINT kSourceDirectory = 1;
+constexpr UINT kRootDirectories[] = {24, 30};
 
 bool IsSpace(char16_t c) { return c == u' ' || (c >= u'\t' && c <= u'\r') || c == u'\0' || c == kEndOfFile; }
 
@@ -28,17 +39,42 @@ bool SameName(std::u16string_view a, std::u16string_view b) {
                     [](char16_t x, char16_t y) { return UpperCase(x) == UpperCase(y); });
 }
 
+constexpr std::string_view kUtf16Mark = "\xFF\xFE";
+
+// UTF-16 without a mark: the upper byte of most characters is zero.
+bool LooksLikeUtf16(std::string_view bytes) {
+  std::size_t zeros = 0;
+  for (std::size_t i = 1; i < bytes.size(); i += 2) zeros += bytes[i] == '\0';
+  return bytes.size() % 2 == 0 && zeros * 4 > bytes.size();
+}
+
+std::u16string DecodeUtf16(std::string_view bytes) {
+  std::u16string text;
+  text.reserve(bytes.size() / 2);
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+    text.push_back(
+        static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8));
+  return text;
+}
+
+// The number at the front of a name, as far as it is one from its first digit to the name's end.
+std::optional<UINT> DirectoryNumber(std::u16string_view name) {
+  while (!name.empty() && IsSpace(name.front())) name.remove_prefix(1);
+  if (name.starts_with(u'+')) name.remove_prefix(1);
+  if (name.empty() || name.size() > 5) return std::nullopt;
+  UINT number = 0;
+  for (const char16_t digit : name) {
+    if (digit < u'0' || digit > u'9') return std::nullopt;
+    number = number * 10 + (digit - u'0');
+  }
+  return number;
+}
+
 }  // namespace
 
 std::u16string DecodeSetupText(std::string_view bytes) {
   if (bytes.starts_with("\xEF\xBB\xBF")) return Utf8ToUtf16(bytes.substr(3));
-  if (!bytes.starts_with("\xFF\xFE")) return Windows1252ToUtf16(bytes);
-  std::u16string text;
-  text.reserve(bytes.size() / 2);
-  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
-    text.push_back(
-        static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8));
-  return text;
+  return bytes.starts_with(kUtf16Mark) ? DecodeUtf16(bytes.substr(kUtf16Mark.size())) : Windows1252ToUtf16(bytes);
 }
 
 // Reads one text into an InfFile. `at_` is the next character; a text ends at its end or at a Ctrl-Z.
@@ -54,18 +90,21 @@ class InfFile::Parser {
       if (AtEndOfLine() || text_[at_] == u';') continue;
       if (text_[at_] == u'[') {
         rc = ReadSectionName();
-      } else if (!section_) {
-        rc = ERROR_EXPECTED_SECTION_NAME;
       } else {
+        if (!section_ && strayLine_ == 0) strayLine_ = lineNumber_;
         ReadLine();
         if (untilSignature && isVersion_ && IsSignature()) break;
       }
-      if (rc != ERROR_SUCCESS) {
+      if (rc != ERROR_SUCCESS && !untilSignature) {
         errorLine = lineNumber_;
         return rc;
       }
     }
-    return ERROR_SUCCESS;
+    // Text before the first section is passed over in a file that has strings.
+    if (strayLine_ == 0 || untilSignature || file_.sectionIndices_.contains(std::u16string(kStrings)))
+      return ERROR_SUCCESS;
+    errorLine = strayLine_;
+    return ERROR_EXPECTED_SECTION_NAME;
   }
 
  private:
@@ -122,11 +161,14 @@ class InfFile::Parser {
       }
     }
     EndField();
-    file_.sections_[*section_].lines.push_back(line_);
+    if (section_) file_.sections_[*section_].lines.push_back(line_);
   }
 
-  // From a quote to the one that closes it or the line's end; two quotes in between are one of the text.
+  // From a quote to the one that closes it or the line's end; two quotes in between are one of the text. White space
+  // beside quotes counts as in a field's middle, even when there is nothing between them.
   void ReadQuoted() {
+    kept_ = file_.text_.size();
+    isQuoted_ = true;
     for (++at_; !AtEndOfLine(); ++at_) {
       if (text_[at_] == u'"') {
         if (at_ + 1 == text_.size() || text_[at_ + 1] != u'"') {
@@ -152,11 +194,14 @@ class InfFile::Parser {
     SkipSpaces();
   }
 
-  void StartField() { fieldStart_ = kept_ = file_.text_.size(); }
+  void StartField() {
+    fieldStart_ = kept_ = file_.text_.size();
+    isQuoted_ = false;
+  }
 
   // White space counts inside a field: `isKept` is false for what is dropped again at the field's end.
   void Put(char16_t c, bool isKept) {
-    if (file_.text_.size() - fieldStart_ >= kMaxField || (!isKept && kept_ == fieldStart_)) return;
+    if (file_.text_.size() - fieldStart_ >= kMaxField || (!isKept && kept_ == fieldStart_ && !isQuoted_)) return;
     file_.text_.push_back(c != u'\0' ? c : u' ');
     if (isKept) kept_ = file_.text_.size();
   }
@@ -171,16 +216,19 @@ class InfFile::Parser {
   const std::u16string_view text_;
   std::size_t at_ = 0;
   UINT lineNumber_ = 1;
+  UINT strayLine_ = 0;  // the first line before any section, 0: none
   std::optional<UINT> section_;
   bool isVersion_ = false;  // the section is [Version]
   Line line_ = {};
   std::size_t fieldStart_ = 0;
-  std::size_t kept_ = 0;  // the field's end in text_ without white space after it
+  std::size_t kept_ = 0;   // the field's end in text_ without white space after it
+  bool isQuoted_ = false;  // the field has had a quote
 };
 
 LSTATUS InfFile::Read(std::string_view bytes, UINT& errorLine, bool untilSignature) {
   strings_.reset();  // what is read may move their texts, and add to them
-  return Parser(*this, DecodeSetupText(bytes)).Run(errorLine, untilSignature);
+  const bool isBareUtf16 = !untilSignature && !bytes.starts_with(kUtf16Mark) && LooksLikeUtf16(bytes);
+  return Parser(*this, isBareUtf16 ? DecodeUtf16(bytes) : DecodeSetupText(bytes)).Run(errorLine, untilSignature);
 }
 
 bool InfFile::HasSignature() const {
@@ -235,7 +283,7 @@ std::u16string InfFile::Substituted(std::u16string_view text) const {
   if (text.find(u'%') == text.npos) return std::u16string(text);
   if (!strings_) {
     strings_.emplace();
-    if (const auto found = sectionIndices_.find(u"STRINGS"); found != sectionIndices_.end())
+    if (const auto found = sectionIndices_.find(std::u16string(kStrings)); found != sectionIndices_.end())
       for (const Line& line : sections_[found->second].lines)
         if (const auto key = Key(line)) strings_->try_emplace(UpperCase(*key), Text(line, line.hasKey ? 1 : 0));
   }
@@ -255,6 +303,9 @@ std::u16string InfFile::Substituted(std::u16string_view text) const {
       result += u'%';
     } else if (found != strings_->end()) {
       result += found->second;
+    } else if (const std::optional<std::u16string> directory = Directory(name)) {
+      result += *directory;
+      if (result.ends_with(u'\\') && text.substr(end + 1).starts_with(u'\\')) result.pop_back();
     } else {
       result += text.substr(0, end + 1);
     }
@@ -262,6 +313,17 @@ std::u16string InfFile::Substituted(std::u16string_view text) const {
   }
   if (result.size() > kMaxField) result.resize(kMaxField);
   return result;
+}
+
+std::optional<std::u16string> InfFile::Directory(std::u16string_view name) const {
+  const std::optional<UINT> number = DirectoryNumber(name);
+  if (!number) return std::nullopt;
+  if (number == kSourceDirectory) return places_.source;
+  for (const UINT root : kRootDirectories)
+    if (number == root) return places_.windows.substr(0, places_.windows.find(u'\\') + 1);
+  for (const auto& [known, below] : kDirectories)
+    if (number == known) return places_.windows + std::u16string(below);
+  return std::nullopt;
 }
 
 std::optional<std::u16string> ProfileValue(std::u16string_view text, std::u16string_view section,

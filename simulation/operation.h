@@ -21,7 +21,7 @@ using namespace platform;
   /* clock, debugger, system */                                                                                       \
   X(time) X(localtime) X(strftime) X(OutputDebugStringA) X(MessageBoxA) X(WriteStandardOutput)                        \
   X(GetWindowsDirectoryA) X(GetVersionExW) X(GetLastError) X(GetCurrentProcessId) X(GetCommandLineW)                  \
-  X(DisableThreadLibraryCalls) X(GetModuleFileNameW) X(FindResourceW)                                                 \
+  X(DisableThreadLibraryCalls) X(GetModuleFileNameW) X(FindResourceW) X(lstrcmpiW)                                    \
   /* driver */                                                                                                        \
   X(CreateFileW) X(DeviceIoControl) X(CloseHandle)                                                                    \
   /* setup files, versions */                                                                                         \

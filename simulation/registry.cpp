@@ -12,7 +12,6 @@ namespace {
 
 constexpr LSTATUS ERROR_NOACCESS = 998;
 constexpr DWORD DELETE_ACCESS = 0x00010000;
-constexpr std::size_t kMaxKeyName = 255;  // characters
 
 struct PredefinedRoot {
   std::uint32_t number;
@@ -55,6 +54,14 @@ std::size_t SubkeyPlace(const RegistryKey& key, std::u16string_view name) {
 
 bool IsSubkeyAt(const RegistryKey& key, std::size_t place, std::u16string_view name) {
   return place < key.subkeys.size() && CompareToUpper(key.subkeys[place]->upperName, name) == 0;
+}
+
+// Where the subkey is that enumerates at an index that there is: the volatile ones come last.
+std::size_t EnumeratedPlace(const RegistryKey& key, std::size_t index) {
+  for (const bool isVolatile : {false, true})
+    for (std::size_t place = 0; place < key.subkeys.size(); ++place)
+      if (key.subkeys[place]->isVolatile == isVolatile && index-- == 0) return place;
+  return 0;
 }
 
 // The target of a link, and any other key itself; null when there is none.
@@ -141,6 +148,12 @@ void CopyName(const std::u16string& name, char16_t* buffer, DWORD* length) {
 }
 
 }  // namespace
+
+std::size_t RegistryKey::Levels() const {
+  std::size_t levels = 0;
+  for (const RegistryKey* above = parent; above && above->parent; above = above->parent) ++levels;
+  return levels;
+}
 
 RegistryKey* RegistryKey::FindSubkey(std::u16string_view subkey) const {
   const std::size_t place = SubkeyPlace(*this, subkey);
@@ -389,8 +402,10 @@ LSTATUS Registry::CreateKey(HKEY key, const char16_t* subKey, DWORD options, DWO
       if (!below) {
         if (at->denied & KEY_CREATE_SUB_KEY) return ERROR_ACCESS_DENIED;
         if (at->isVolatile && !(options & REG_OPTION_VOLATILE)) return ERROR_CHILD_MUST_BE_VOLATILE;
+        if (at->Levels() >= kMaxKeyLevels) return ERROR_INVALID_PARAMETER;
         below = &at->CreateSubkey(*name);
         below->isVolatile = options & REG_OPTION_VOLATILE;
+        at->hasVolatileSubkeys = at->hasVolatileSubkeys || (below->isVolatile && !at->isVolatile);
         outcome = REG_CREATED_NEW_KEY;
       }
       at = below;
@@ -406,10 +421,11 @@ LSTATUS Registry::EnumKey(HKEY key, DWORD index, char16_t* name, DWORD* nameLeng
   RegistryKey* at;
   if (const LSTATUS status = Resolve(key, KEY_ENUMERATE_SUB_KEYS, false, &at)) return status;
   if (index >= at->subkeys.size()) return ERROR_NO_MORE_ITEMS;
-  const std::u16string& found = at->subkeys[index]->name;
+  const std::size_t place = at->hasVolatileSubkeys ? EnumeratedPlace(*at, index) : index;
+  const std::u16string& found = at->subkeys[place]->name;
   if (found.size() >= *nameLength) return ERROR_MORE_DATA;
   CopyName(found, name, nameLength);
-  if (const Handle* const handle = FindHandle(key)) handle->enumerated = index;
+  if (const Handle* const handle = FindHandle(key)) handle->enumerated = static_cast<DWORD>(place);
   return ERROR_SUCCESS;
 }
 
@@ -439,6 +455,7 @@ LSTATUS Registry::QueryValue(HKEY key, const char16_t* name, DWORD* type, BYTE* 
 
 LSTATUS Registry::SetValue(HKEY key, const char16_t* name, DWORD type, const BYTE* data, DWORD dataBytes) {
   if (!data && dataBytes) return ERROR_NOACCESS;
+  if (name && std::u16string_view(name).size() > kMaxValueName) return ERROR_INVALID_PARAMETER;
   RegistryKey* at;
   if (const LSTATUS status = Resolve(key, KEY_SET_VALUE, true, &at)) return status;
   // The character after the data is looked at only when the last one of the data is no terminator.

@@ -1,7 +1,8 @@
 // The simulated machine's registry: a tree of keys that answers as Windows' registry does.
 //
 // Names compare without case and keep the case of their creation. Subkeys enumerate in the order of their upper-cased
-// names, values in the order of their creation. Beside the boundary's operations (platform/registry.h), the tree can be
+// names, volatile ones after all others (so it seems on Windows; it is not proven), values in the order of their
+// creation. Beside the boundary's operations (platform/registry.h), the tree can be
 // filled, looked at and copied directly; none of that counts as a call.
 #pragma once
 
@@ -20,6 +21,11 @@ namespace simulation {
 
 using namespace platform;
 
+// Windows' limits.
+constexpr std::size_t kMaxKeyName = 255;      // characters
+constexpr std::size_t kMaxValueName = 16383;  // characters
+constexpr std::size_t kMaxKeyLevels = 512;    // below the hive
+
 constexpr DWORD MAXIMUM_ALLOWED = 0x02000000;  // as an access right: every right that the key does not deny (winnt.h)
 
 struct RegistryValue {
@@ -35,12 +41,14 @@ struct RegistryKey : std::enable_shared_from_this<RegistryKey> {
   std::u16string upperName;       // what it is ordered and found by
   RegistryKey* parent = nullptr;  // null for the root of all and for a deleted key
   bool isVolatile = false;
+  bool hasVolatileSubkeys = false;  // or has had, beside others
   bool deleted = false;
   DWORD denied = 0;                                   // rights that are refused, ERROR_ACCESS_DENIED
   std::vector<RegistryValue> values;                  // in the order of their creation
   std::vector<std::shared_ptr<RegistryKey>> subkeys;  // in the order of their upper-cased names
   std::shared_ptr<RegistryKey> link;                  // a symbolic link: to this key, itself no link
 
+  std::size_t Levels() const;                               // below its hive, which has 0
   RegistryKey* FindSubkey(std::u16string_view name) const;  // one level; null when there is none; follows no link
   RegistryValue* FindValue(std::u16string_view name);
   const RegistryValue* FindValue(std::u16string_view name) const;

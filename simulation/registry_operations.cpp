@@ -58,8 +58,10 @@ LSTATUS RegCreateKeyExW(HKEY key, const char16_t* subKey, DWORD reserved, char16
   if (result) *result = nullptr;
   return Perform(Operation::RegCreateKeyExW, {.key = key, .name = subKey, .number = access, .number2 = options},
                  [&](auto& registry) {
-                   return reserved ? ERROR_INVALID_PARAMETER
-                                   : registry.CreateKey(key, subKey, options, access, result, disposition);
+                   // By its documentation Windows takes no null subkey, though it has been seen to be taken.
+                   return reserved || subKey == nullptr
+                              ? ERROR_INVALID_PARAMETER
+                              : registry.CreateKey(key, subKey, options, access, result, disposition);
                  });
 }
 

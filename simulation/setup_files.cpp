@@ -29,8 +29,8 @@ BOOL Fail(LSTATUS code) {
   return 0;
 }
 
-bool Enter(Operation operation, const char16_t* name = nullptr) {
-  const auto code = simulation::Current().Enter(operation, {.name = name});
+bool Enter(Operation operation, const char16_t* name = nullptr, DWORD number = 0) {
+  const auto code = simulation::Current().Enter(operation, {.name = name, .number = number});
   if (code) Fail(*code);
   return !code;
 }
@@ -165,7 +165,9 @@ HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD sty
   const fs::path real = machine.files.RealPath(path);
   const std::optional<std::string> bytes = simulation::ReadFile(real, rc);
   if (!bytes) return fail(rc);
-  auto inf = std::make_unique<InfFile>();
+  const std::u16string_view place(path);
+  auto inf = std::make_unique<InfFile>(InfFile::Places{simulation::Utf8ToUtf16(machine.files.windowsDirectory),
+                                                       std::u16string(place.substr(0, place.rfind(u'\\') + 1))});
   UINT line = 0;
   if (rc = Load(*bytes, *inf, line); rc != ERROR_SUCCESS) {
     if (errorLine != nullptr) *errorLine = line;
@@ -209,7 +211,7 @@ BOOL SetupGetStringFieldW(const INFCONTEXT* line, DWORD field, char16_t* text, D
 
 BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWORD mediaType, DWORD copyStyle,
                       char16_t* destination, DWORD capacity, DWORD* size, char16_t** component) {
-  if (!Enter(Operation::SetupCopyOEMInfW, source)) return 0;
+  if (!Enter(Operation::SetupCopyOEMInfW, source, mediaType)) return 0;
   if (source == nullptr) return Fail(ERROR_INVALID_PARAMETER);
   const simulation::Files& files = simulation::Current().files;
   LSTATUS rc;

@@ -143,7 +143,7 @@ HRESULT HrCopyMiniportInf() {
   char16_t* found = nullptr;
   HRESULT hr = HrGetProtocolInf(infDirectory.get(), &found);
   const TaskText infPath(found);
-  if (Failed(hr)) return hr;
+  if (Failed(hr) || !infPath) return hr;  // the system may give no code for what failed
   TaskText mediaRoot;
   hr = HrGetMediaRootDir(infPath.get(), mediaRoot);
   return mediaRoot ? CopyFromMedia(mediaRoot.get(), infDirectory.get()) : hr;

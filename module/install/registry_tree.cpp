@@ -2,8 +2,8 @@
 
 #include "module/log/log_facility.h"
 #include "module/names.h"
+#include "platform/locale.h"
 #include "platform/registry_key.h"
-#include "platform/text.h"
 
 namespace ztl {
 
@@ -111,7 +111,7 @@ void CopyRegTree(HKEY sourceParent, const char16_t* sourceSubkey, HKEY destinati
   CopyValues(source.Get(), destination.Get(), overwrite);
   SubkeyEnumeration<kNameCapacity> subkey(source.Get());
   while (subkey.Next())
-    if (!EqualNoCase(subkey.Name(), kAdapters))
+    if (platform::lstrcmpiW(subkey.Name(), kAdapters) != 0)
       CopyRegTree(source.Get(), subkey.Name(), destination.Get(), subkey.Name(), overwrite);
   if (subkey.Code() != ERROR_NO_MORE_ITEMS)
     LogMessage(g_ModuleLog, SEV_ERROR, "CopyRegTree: RegEnumKey rc=%x", subkey.Code());

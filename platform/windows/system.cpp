@@ -1,9 +1,10 @@
-// Clock, debugger, message boxes, system directories and version.
+// Clock, debugger, message boxes, comparison, system directories and version.
 #include <ctime>
 #include <string_view>
 
 #include "platform/clock.h"
 #include "platform/debugger.h"
+#include "platform/locale.h"
 #include "platform/standard_output.h"
 #include "platform/system_info.h"
 #include "platform/windows/cast.h"
@@ -28,6 +29,8 @@ void OutputDebugStringA(const char* text) { ::OutputDebugStringA(text); }
 int MessageBoxA(HWND owner, const char* text, const char* caption, UINT style) {
   return ::MessageBoxA(Os(owner), text, caption, style);
 }
+
+int lstrcmpiW(const char16_t* a, const char16_t* b) { return ::lstrcmpiW(Os(a), Os(b)); }
 
 UINT GetWindowsDirectoryA(char* buffer, UINT capacity) { return ::GetWindowsDirectoryA(buffer, capacity); }
 

@@ -167,6 +167,25 @@ TEST_F(RegistryContract, TextIsCompletedWhenItIsSetAndWhenItIsQueried) {
   }
 }
 
+TEST_F(RegistryContract, NamesHaveALongestLength) {
+#ifdef ZTL_CONTRACT_WINDOWS
+  const std::size_t keys[] = {254, 255};  // Wine takes 256, which is more than Windows does
+#else
+  const std::size_t keys[] = {254, 255, 256};
+#endif
+  for (const std::size_t length : keys) {
+    const std::u16string name(length, u'n');
+    EXPECT_EQ(Create(scratch_, name.c_str()), length <= 255 ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER) << length;
+  }
+  for (const std::size_t length : {16382u, 16383u, 16384u}) {
+    const std::u16string name(length, u'n');
+    EXPECT_EQ(Set(scratch_, name.c_str(), {1}), length <= 16383 ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER) << length;
+    EXPECT_EQ(RegQueryValueExW(scratch_, name.c_str(), nullptr, nullptr, nullptr, nullptr),
+              length <= 16383 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND)
+        << length;
+  }
+}
+
 TEST_F(RegistryContract, ValuesAreSetQueriedAndDeleted) {
   DWORD type = 77, size = 1;
   BYTE data[8];

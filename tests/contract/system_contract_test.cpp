@@ -2,6 +2,7 @@
 // from Windows, a test leaves the difference open and says so.
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -9,10 +10,14 @@
 #include <random>
 #include <string>
 
+#include "platform/clock.h"
+#include "platform/com.h"
 #include "platform/device.h"
 #include "platform/dialogs.h"
 #include "platform/files.h"
+#include "platform/locale.h"
 #include "platform/module.h"
+#include "platform/standard_output.h"
 #include "platform/system_info.h"
 #include "tests/contract/contract_fixture.h"
 #include "tests/support/built_file.h"
@@ -41,6 +46,18 @@ TEST_F(SystemContract, TheVersionComesInEitherSizeOfItsStructure) {
     EXPECT_EQ(version.wServicePackMajor == 999, size != kWhole) << size;
     EXPECT_EQ(version.dwOSVersionInfoSize, size);
   }
+}
+
+TEST_F(SystemContract, TextComparesByTheLanguageWithoutCase) {
+  constexpr char16_t kName[] = u"Adapters";
+  for (const char16_t* const same : {kName, u"aDAPTERS", u"Adap\u00ADters", u"\uFEFFadapters", u"Adapters\u200D\u200C"})
+    EXPECT_EQ(lstrcmpiW(same, kName), 0) << ::testing::PrintToString(same);
+  for (const char16_t* const other : {u"Adapters2", u"Adapters ", u"badapters", u"Adapters\u00A0"})
+    EXPECT_GT(lstrcmpiW(other, kName), 0) << ::testing::PrintToString(other);
+  for (const char16_t* const other : {u"", u"Adapter", u"1dapters"})
+    EXPECT_LT(lstrcmpiW(other, kName), 0) << ::testing::PrintToString(other);
+  EXPECT_NE(lstrcmpiW(u"Ad-apters", kName), 0);
+  EXPECT_EQ(lstrcmpiW(u"\u00E9\u0436", u"\u00C9\u0416"), 0);
 }
 
 TEST_F(SystemContract, PathsSayHowLongTheyAreAndWhetherTheyFit) {
@@ -78,6 +95,61 @@ TEST_F(SystemContract, AResourceIsFoundByItsNumberAndTypeAndIsItsFile) {
   EXPECT_EQ(GetLastError(), 1813u);  // ERROR_RESOURCE_TYPE_NOT_FOUND
 }
 
+TEST_F(SystemContract, AnIdentifierIsWrittenInUpperCase) {
+  char16_t text[39];
+  const GUID id = {0x5B1E7C42, 0x93D0, 0x4F6A, {0x8E, 0x25, 0xC0, 0x7A, 0x1D, 0x39, 0xB4, 0xE8}};
+  EXPECT_EQ(StringFromGUID2(id, text, 38), 0);
+  EXPECT_EQ(StringFromGUID2(id, text, 39), 39);
+  EXPECT_EQ(std::u16string(text), u"{5B1E7C42-93D0-4F6A-8E25-C07A1D39B4E8}");
+}
+
+TEST_F(SystemContract, TheLocalTimeIsThatOfTheTimeZone) {
+#ifdef _WIN32
+  ::_putenv("TZ=ZTL-5");
+  ::_tzset();
+#else
+  ::setenv("TZ", "ZTL-5", 1);
+#endif
+  const std::int64_t time = 1709647432;  // 14:03:52 in UTC, on 5 March 2024
+  char text[40] = "";
+  platform::strftime(text, sizeof text, "%c", platform::localtime(&time));
+  EXPECT_EQ(std::string(text), "03/05/24 19:03:52");
+#ifdef _WIN32
+  ::_putenv("TZ=");
+  ::_tzset();
+#else
+  ::unsetenv("TZ");
+#endif
+}
+
+TEST_F(SystemContract, ADeviceThatIsNotThereCannotBeOpened) {
+  EXPECT_EQ(CreateFileW(u"\\\\.\\ZtlNoSuchDevice", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+            INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+#ifdef ZTL_CONTRACT_WINDOWS
+TEST_F(SystemContract, AFileIsOpenedByItsFlagsAndOutputIsUtf8) {
+  const std::string path = (std::filesystem::temp_directory_path() / "ztl-contract-output.txt").string();
+  const int file = ::_open(path.c_str(), 0x8302, 0x180), old = ::_dup(1);  // binary, created, empty; read and written
+  ASSERT_EQ(::_dup2(file, 1), 0);
+  WriteStandardOutput(u"\u00E9\u20AC\n");
+  ::_dup2(old, 1);
+  ::_close(old);
+  ::_close(file);
+  std::ifstream written(path, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), "\xC3\xA9\xE2\x82\xAC\n");
+  written.close();
+  const std::u16string wide(path.begin(), path.end());
+  constexpr DWORD kDelete = 0x00010000;
+  const HANDLE handle =
+      CreateFileW(wide.c_str(), kDelete, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+  ASSERT_NE(handle, INVALID_HANDLE_VALUE);
+  EXPECT_NE(CloseHandle(handle), 0);
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+#endif
+
 TEST_F(SystemContract, AWindowThatDoesNotExistFailsEveryCall) {
   const auto window = reinterpret_cast<HWND>(std::uintptr_t{0x7FFE});
   char16_t text[] = u"text";
@@ -110,6 +182,12 @@ int RunElsewhere(const std::string& argument) {
 #endif
 }
 
+#ifdef ZTL_CONTRACT_WINDOWS
+constexpr int kLockRetryMilliseconds = 900;  // somewhat less than what its clock gives as a second
+#else
+constexpr int kLockRetryMilliseconds = 20;
+#endif
+
 // A line is appended to a log under a lock of bytes after the file's end.
 TEST_F(SystemContract, ALockHoldsOutOtherProcessesUntilItsDescriptorGivesItUp) {
   const std::string last = ::testing::internal::GetArgvs().back(), kind = last.substr(0, 4);
@@ -117,7 +195,7 @@ TEST_F(SystemContract, ALockHoldsOutOtherProcessesUntilItsDescriptorGivesItUp) {
   const std::string id = isElsewhere ? last.substr(4) : std::to_string(std::random_device()());
 #ifndef ZTL_CONTRACT_WINDOWS
   machine_.files.root = std::filesystem::temp_directory_path() / ("ztl-contract-" + id);
-  machine_.files.lockRetryMilliseconds = 1;
+  machine_.files.lockRetryMilliseconds = kLockRetryMilliseconds;
   std::filesystem::create_directories(machine_.files.root / "Windows");
 #endif
   std::string path(260, '\0');
@@ -130,11 +208,27 @@ TEST_F(SystemContract, ALockHoldsOutOtherProcessesUntilItsDescriptorGivesItUp) {
   if (isElsewhere) {
     const int file = _open(path.c_str(), _O_RDWR);
     EXPECT_TRUE(lock(file, 0, 20) == 0 && lock(file, 30, 10) == 0);
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(lock(file, 29, 1), kind == "busy" ? -1 : 0);
+    // Nine waits between ten tries.
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(waited >= 9 * std::chrono::milliseconds(kLockRetryMilliseconds), kind == "busy");
     if (errno != 0) EXPECT_EQ(errno, RUNTIME_EDEADLOCK);  // Wine's runtime leaves it as it was
     EXPECT_EQ(_close(file), 0);
     return;
   }
+#ifdef ZTL_CONTRACT_WINDOWS
+  *::__p__fmode() = 0x8000;  // binary, as a process may have it
+#endif
+  const int text = _creat(path.c_str(), _S_IREAD | _S_IWRITE);
+  EXPECT_EQ(_write(text, "\n", 1), 1);
+  EXPECT_EQ(_filelength(text), 2);
+  EXPECT_EQ(_close(text), 0);
+  const int again = _open(path.c_str(), _O_RDWR);
+  char line[3] = "";
+  EXPECT_EQ(_read(again, line, 3), 1);
+  EXPECT_EQ(line[0], '\n');
+  EXPECT_EQ(_close(again), 0);
   const int file = _creat(path.c_str(), _S_IREAD | _S_IWRITE);
   ASSERT_EQ(_write(file, "twenty characters...", 20), 20);
   ASSERT_EQ(lock(file, 20, 10), 0);

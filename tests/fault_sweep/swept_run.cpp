@@ -144,6 +144,7 @@ const Codes& CodesOf(Operation operation) {
     case Operation::CoFreeUnusedLibraries:
     case Operation::CoTaskMemAlloc:
     case Operation::CoTaskMemFree:
+    case Operation::lstrcmpiW:
     case Operation::StringFromGUID2:
       return one;  // they fail in one way, or cannot
     default:

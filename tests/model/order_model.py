@@ -632,10 +632,13 @@ def check_machine(arguments, index):
 
 def main():
     parser = argparse.ArgumentParser(description="Holds ztlsim's passes against a model of their own.")
-    options = {"ztlsim": "ztlsim", "count": 300, "seed": "1", "start": 0, "keep": tempfile.gettempdir()}
+    options = {"ztlsim": "ztlsim", "count": 300, "seed": "1", "start": 0, "keep": ""}
     for name, default in options.items():
         parser.add_argument(f"--{name}", type=type(default), default=default)
     arguments = parser.parse_args()
+    # Of this run alone: others may run, and other users' files lie in the folder for all.
+    own = None if arguments.keep else tempfile.mkdtemp(prefix="ztl-model-")
+    arguments.keep = arguments.keep or own
     outcomes, compared = dict.fromkeys(("changed", "unchanged", "stopped", *SIGNS), 0), 0
     with concurrent.futures.ProcessPoolExecutor(2) as pool:
         indexes = range(arguments.start, arguments.start + arguments.count)
@@ -644,6 +647,8 @@ def main():
             if wrong:
                 raise SystemExit(wrong)
             compared += 1
+    if own:
+        os.rmdir(own)  # a machine that went wrong has stayed
     print(f"{compared} machines: " + ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items()))
     raise SystemExit(compared != max(arguments.count, 1) or (compared >= 200 and 0 in outcomes.values()))
 

@@ -62,6 +62,34 @@ TEST_F(SimulatedRegistry, ALinkStandsForItsTarget) {
   EXPECT_EQ(Open(u"Link"), ERROR_SUCCESS);
 }
 
+TEST_F(SimulatedRegistry, VolatileKeysAreListedLast) {
+  for (const auto& [name, options] : {std::pair(u"K\\b", 0u), {u"K\\a", 1u}, {u"K\\c", 0u}, {u"K\\d", 1u}})
+    ASSERT_EQ(Create(name, options), ERROR_SUCCESS);
+  ASSERT_EQ(Open(u"K"), ERROR_SUCCESS);
+  std::u16string names;
+  char16_t name[9];
+  for (DWORD length = 9; RegEnumKeyExW(key_, static_cast<DWORD>(names.size()), name, &length, nullptr, nullptr, nullptr,
+                                       nullptr) == ERROR_SUCCESS;
+       length = 9) {
+    names += name;
+    HKEY opened;
+    EXPECT_EQ(RegOpenKeyExW(key_, name, 0, KEY_READ, &opened), ERROR_SUCCESS);
+    EXPECT_TRUE(registry_.PathOf(opened).ends_with(name));
+  }
+  EXPECT_EQ(names, u"bcad");
+}
+
+// What code Windows gives for too many levels is not known.
+TEST_F(SimulatedRegistry, ATreeHas512LevelsBelowItsHive) {
+  std::u16string path = u"a";
+  for (std::size_t levels = 2; levels < kMaxKeyLevels; ++levels) path += u"\\a";
+  for (const LSTATUS status : {ERROR_SUCCESS, ERROR_SUCCESS, ERROR_INVALID_PARAMETER}) {  // of 511, 512 and 513 levels
+    EXPECT_EQ(Create(path.c_str()), status);
+    EXPECT_EQ(registry_.Find(u"HKEY_USERS\\" + path) != nullptr, status == ERROR_SUCCESS);
+    path += u"\\a";
+  }
+}
+
 TEST_F(SimulatedRegistry, CopiesAndRestarts) {
   registry_.Create(u"HKEY_USERS\\Key").SetValue(u"Value", REG_SZ, {1});
   registry_.Create(u"HKEY_USERS\\Key\\Sub").denied = KEY_SET_VALUE;

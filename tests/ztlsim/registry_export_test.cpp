@@ -97,6 +97,30 @@ TEST(RegistryExport, SaysWhereAndWhatIsWrong) {
     EXPECT_EQ(Read(text), "t:" + error + "\n" + (text.starts_with(good) ? "HKEY_USERS good:3: \n" : "")) << text;
 }
 
+// What is at a limit of the registry is written and read again; what is above it is refused.
+TEST(RegistryExport, HasTheRegistrysLimits) {
+  const auto key = [](std::size_t size) { return "[HKU\\" + std::string(size, 'k') + "]"; };
+  const auto value = [](std::size_t size) { return "[HKU]\n\"" + std::string(size, 'v') + "\"=\"\""; };
+  const auto levels = [](std::size_t size) {
+    std::string path = "[HKU";
+    for (; size != 0; --size) path += "\\l";
+    return path + "]";
+  };
+  const struct {
+    std::string text;
+    bool isRead;
+  } cases[] = {
+      {key(254), true},      {key(255), true},    {key(256), false},   {value(16382), true}, {value(16383), true},
+      {value(16384), false}, {levels(511), true}, {levels(512), true}, {levels(513), false},
+  };
+  for (const auto& c : cases) {
+    Registry registry, again;
+    EXPECT_EQ(!ReadRegistryExport("t", kHeader + c.text, registry), c.isRead) << &c - cases;
+    EXPECT_FALSE(ReadRegistryExport("t", FormatRegistryExport(registry), again)) << &c - cases;
+    EXPECT_EQ(Dump(again.Root()), Dump(registry.Root()));
+  }
+}
+
 TEST(RegistryExport, ReadsEveryEncodingAndLineEnd) {
   const std::string lines = "[HKU\\k\xE9]\n\"\x80\"=\"\xE9\"\n\"m\"=hex(7):e9,00,\\\n00,00\n";  // Windows-1252
   // Version 4 holds 8-bit text in its hexadecimal data, too.

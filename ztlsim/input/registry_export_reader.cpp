@@ -20,6 +20,9 @@ using platform::REG_DWORD;
 using platform::REG_EXPAND_SZ;
 using platform::REG_MULTI_SZ;
 using platform::REG_SZ;
+using simulation::kMaxKeyLevels;
+using simulation::kMaxKeyName;
+using simulation::kMaxValueName;
 using simulation::Registry;
 using simulation::RegistryKey;
 using simulation::UpperCase;
@@ -29,10 +32,8 @@ static_assert(std::endian::native == std::endian::little);
 
 constexpr std::u16string_view kVersion5 = u"Windows Registry Editor Version 5.00";
 constexpr std::u16string_view kVersion4 = u"REGEDIT4";
-constexpr std::size_t kMaxKeyName = 255;    // characters
-constexpr std::size_t kMaxKeyLevels = 512;  // below the hive
-constexpr std::size_t kMaxExcerpt = 40;     // characters
-constexpr std::size_t kMaxShrunk = 64;      // values
+constexpr std::size_t kMaxExcerpt = 40;  // characters
+constexpr std::size_t kMaxShrunk = 64;   // values
 
 constexpr std::u16string_view kClassesRoot = u"HKEY_CLASSES_ROOT";
 constexpr std::pair<std::u16string_view, std::u16string_view> kShortHives[] = {
@@ -229,10 +230,12 @@ class Parser {
     }
     for (const std::u16string_view name : path) {
       if (name.size() > kMaxKeyName)
-        return Fail("expected a key's name of at most 255 characters, found '" + Excerpt(name) + "'");
+        return Fail("expected a key's name of at most " + std::to_string(kMaxKeyName) + " characters, found '" +
+                    Excerpt(name) + "'");
     }
     if (path.size() > 1 + kMaxKeyLevels)
-      return Fail("expected a key at most 512 levels below its hive, found '" + Excerpt(written) + "'");
+      return Fail("expected a key at most " + std::to_string(kMaxKeyLevels) + " levels below its hive, found '" +
+                  Excerpt(written) + "'");
     pos_ = close + 1;
     if (!EndOfLine()) return false;
     if (deletes) {
@@ -249,6 +252,9 @@ class Parser {
     if (!Accept(u'@') && !Quoted(name)) return false;
     if (name.find(u'\0') != name.npos)
       return Fail("expected a value's name without NUL, found '" + Excerpt(name) + "'");
+    if (name.size() > kMaxValueName)
+      return Fail("expected a value's name of at most " + std::to_string(kMaxValueName) + " characters, found '" +
+                  Excerpt(name) + "'");
     SkipBlanks();
     if (!Accept(u'=')) return Expected("= behind the value's name");
     SkipBlanks();

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <optional>
 
 #include "module/install/versions.h"
@@ -83,7 +84,8 @@ TEST_F(MiniportInfTest, TheBestFitIsFound) {
       {{{4, 17, 0, 65535}}, {{"oem1.inf", "d,4.17.0.-1", "2st"}}, "oem1.inf"},
       {{{0, 0, 1, 0}}, {{"oem1.inf", "", "3rd"}}, "oem1.inf"},
       {{{0, 0, 0, 9}}, {{"oem1.inf", "d,4.17", ""}}, "oem1.inf"},  // all zero counts as none
-      {{{4, 17, 0, 1}}, {{"oem1.inf", std::string(259, 'x') + ",4.17.0.1", "4th"}}, "oem1.inf"},
+      {{{4, 17, 0, 12}}, {{"oem1.inf", std::string(249, 'x') + ",4.17.0.12", "1st"}}, "oem1.inf"},
+      {{{4, 17, 0, 12}}, {{"oem1.inf", std::string(250, 'x') + ",4.17.0.12", "2st"}}, "oem1.inf"},  // cut after 259
       {{{4, 17, 0, 1}}, {}, "80070002"},
   };
   for (const auto& c : cases) {
@@ -113,7 +115,12 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
   Write(inf_ / "oem1.inf", "broken [");
   Inf("oem2.inf", "10/02/2025, 4.17.0.18806", "qro_ztl",
       "[InfSourcePathInfo]\nOriginalInfSourcePath = %1%\n[Strings]\n1=C:\\Package\n");
+  std::int64_t mediaType = 0;
+  machine_.observer = [&](simulation::Operation operation, const simulation::Arguments& a) {
+    if (operation == simulation::Operation::SetupCopyOEMInfW) mediaType = a.number;
+  };
   EXPECT_EQ(ztl::HrCopyMiniportInf(), S_OK);
+  machine_.observer = nullptr;
   EXPECT_EQ(
       TakeLog(),
       (Strings{"File Version <4.17.0.18806> Build# 4976 Path <C:\\Windows\\System32\\drivers\\ztl2000.sys>",
@@ -122,6 +129,7 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
                "HrGetProtocolInf: 1st choice INF C:\\Windows\\Inf\\oem2.inf", "HrGetProtocolInf: rc=0",
                "Media root directory is C:\\Package.", "Calling SetupCopyOEMInf for C:\\Package\\ztl2000m.inf."}));
   const std::string miniport = ReadFile(root_ / "Package/ztl2000m.inf");
+  EXPECT_EQ(mediaType, DWORD{SPOST_PATH});
   EXPECT_EQ(ReadFile(inf_ / "oem3.inf"), miniport);
   EXPECT_FALSE(fs::exists(inf_ / "ztl2000m.inf"));
 
@@ -136,6 +144,98 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
     EXPECT_EQ(ReadFile(inf_ / "ZTL2000M.INF"), isCopied ? miniport : "older");
   }
   EXPECT_FALSE(fs::exists(inf_ / "oem4.inf"));  // the same file is there already
+}
+
+TEST_F(MiniportInfTest, APathOf259CharactersIsTheLongestThatIsKept) {
+  Driver({4, 17, 0, 1});
+  for (const std::size_t length : {258u, 259u, 260u}) {
+    const std::string folder(length - std::size(kInfDirectory) - 8, 'd');  // a backslash for a NUL, and oem1.inf
+    const std::string text = folder.substr(0, 120) + "/" + folder.substr(121);
+    Write(inf_ / text / "oem1.inf", "");
+    Inf(text + "/oem1.inf", "d,4.17.0.2");
+    std::u16string directory = kInfDirectory + std::u16string(text.begin(), text.end());
+    directory[std::size(kInfDirectory) - 1 + 120] = u'\\';
+    char16_t* path = nullptr;
+    EXPECT_EQ(ztl::HrGetProtocolInf(directory.c_str(), &path), length < 260 ? S_OK : HresultFromError(2)) << length;
+    EXPECT_EQ(path == nullptr ? 0 : std::u16string_view(path).size(), length < 260 ? length : 0);
+    CoTaskMemFree(path);
+    fs::remove_all(inf_ / folder.substr(0, 120));
+  }
+}
+
+// What the system says may have changed when it is asked again, and a failure may come without a code.
+TEST_F(MiniportInfTest, AnAnswerThatChangesEndsTheSearch) {
+  using simulation::Operation;
+  Inf("oem1.inf", "d,4.17");
+  const struct {
+    Operation operation;
+    std::uint64_t call;
+    std::function<void()> change;
+    HRESULT result;
+    Strings log;
+  } cases[] = {
+      {Operation::GetSystemWindowsDirectoryW,
+       2,
+       [&] { machine_.files.windowsDirectory += "x"; },
+       HresultFromError(ERROR_INSUFFICIENT_BUFFER),
+       {}},
+      {Operation::SetupGetInfFileListW,
+       2,
+       [&] { Inf("oem2.inf", "d,4.17"); },
+       HresultFromError(ERROR_INSUFFICIENT_BUFFER),
+       {"HrGetProtocolInf: SetupGetInfFileListW 2 rc=8007007a"}},
+      {Operation::SetupGetInfFileListW,
+       1,
+       [&] { machine_.faults = {{.operation = Operation::SetupGetInfFileListW, .code = 0}}; },
+       S_OK,
+       {"HrGetProtocolInf: SetupGetInfFileListW rc=0"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    std::uint64_t calls = 0;
+    machine_.observer = [&](Operation operation, const simulation::Arguments&) {
+      if (operation == c.operation && ++calls == c.call) c.change();
+    };
+    EXPECT_EQ(ztl::HrCopyMiniportInf(), c.result);
+    machine_.observer = nullptr;
+    machine_.faults.clear();
+    machine_.files.windowsDirectory = "C:\\Windows";
+    EXPECT_EQ(LogErrors(), c.log);
+    TakeLog();
+    EXPECT_EQ(machine_.Calls(Operation::SetupCopyOEMInfW), 0u);
+  }
+}
+
+TEST_F(MiniportInfTest, AFieldThatCannotBeReadIsLogged) {
+  Inf("oem1.inf", "d,4.17");
+  const HINF inf = SetupOpenInfFileW(u"C:\\Windows\\Inf\\oem1.inf", nullptr, INF_STYLE_WIN4, nullptr);
+  const struct {
+    const char16_t* section;
+    const char16_t* key;
+    bool noMemory;
+    HRESULT result;
+    std::string line;
+  } cases[] = {
+      {u"Models", nullptr, false, S_OK, ""},
+      {u"Models", u"None", false, ERROR_LINE_NOT_FOUND,
+       "   INFO: HrGetKeyValue: SetupFindFirstLineW section <Models> key <None> rc=e0000102\r\n"},
+      {u"Version", nullptr, false, HresultFromError(ERROR_INVALID_PARAMETER),
+       "   INFO: HrGetKeyValue: SetupGetStringFieldW index 2 rc=80070057\r\n"},
+      {u"Models", nullptr, true, HresultFromError(ERROR_NOT_ENOUGH_MEMORY),
+       "  ERROR: HrGetKeyValue: CoTaskMemAlloc not enough memory\r\n"},
+  };
+  for (const auto& c : cases) {
+    if (c.noMemory) machine_.faults = {{.operation = simulation::Operation::CoTaskMemAlloc, .code = 1}};
+    char16_t* value = nullptr;
+    EXPECT_EQ(ztl::HrGetKeyValue(inf, c.section, c.key, 2, &value), c.result);
+    EXPECT_EQ(value == nullptr ? u"" : std::u16string(value), c.result == S_OK ? u"qro_ztl" : u"");
+    CoTaskMemFree(value);
+    machine_.faults.clear();
+    const std::string log = ReadFile(LogPath());
+    EXPECT_EQ(log.substr(log.size() - c.line.size()), c.line);
+    EXPECT_EQ(TakeLog().size(), c.line.empty() ? 0u : 1u);
+  }
+  SetupCloseInfFile(inf);
 }
 
 // Whatever a file says of the lengths of its version block and of the value in it, nothing beyond the block is read.

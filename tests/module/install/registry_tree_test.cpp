@@ -73,6 +73,13 @@ TEST_F(RegistryTreeTest, RandomTreesAreCopiedAndDeletedAsTheyShould) {
   }
 }
 
+TEST_F(RegistryTreeTest, AdaptersIsKnownByTheSystemsComparison) {
+  const char16_t* const names[] = {u"ADAPTERS", u"Adap\u00ADters", u"\u200DaDAPTERS", u"Adapters2", u"Adapter"};
+  for (const char16_t* const name : names) machine_.registry.Create(kSource).CreateSubkey(name);
+  Copy(1);
+  EXPECT_EQ(Dump(*machine_.registry.Find(kTarget)), "Adapter \nAdapters2 \n");
+}
+
 TEST_F(RegistryTreeTest, WhatCannotBeDeletedStaysWithItsParents) {
   for (const char16_t* const path : {u"\\a", u"\\b\\c\\d", u"\\b\\c\\e", u"\\f"})
     machine_.registry.Create(std::u16string(kSource) + path);
@@ -89,6 +96,21 @@ TEST_F(RegistryTreeTest, WhatCannotBeDeletedStaysWithItsParents) {
   EXPECT_EQ(Dump(*machine_.registry.Find(kSource)), "b \nb\\c \nb\\c\\d \n");
   EXPECT_EQ(ztl::DeleteKey(HKEY_LOCAL_MACHINE, u"none"), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(TakeLog(), Strings{"DeleteKey none"});
+}
+
+TEST_F(RegistryTreeTest, AnEnumerationThatBreaksOffIsLogged) {
+  machine_.registry.Create(std::u16string(kSource) + u"\\a");
+  const std::pair<Operation, std::string> cases[] = {{Operation::RegEnumKeyExW, "CopyRegTree: RegEnumKey rc=5"},
+                                                     {Operation::RegEnumValueW, "CopyRegTree: RegEnumValue rc=5"}};
+  for (const auto& [operation, error] : cases) {
+    machine_.faults = {{.operation = operation, .code = 5}};
+    Copy(1);
+    EXPECT_EQ(LogErrors(), Strings{error});
+    TakeLog();
+  }
+  machine_.faults = {{.operation = Operation::RegEnumKeyExW, .first = 2, .code = 5}};
+  EXPECT_EQ(ztl::DeleteKey(HKEY_LOCAL_MACHINE, u"From"), ERROR_SUCCESS);
+  EXPECT_EQ(LogErrors(), Strings{"DeleteKey: RegEnumKey rc=5"});
 }
 
 TEST_F(RegistryTreeTest, RestoringFillsInWhatIsMissing) {

@@ -96,14 +96,14 @@ TEST_F(ModuleTest, RegisteringWritesTheClassAndUnregisteringRemovesIt) {
 TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
   machine_.registry.Create(u"HKEY_CLASSES_ROOT\\CLSID");
   machine_.module.path.resize(1);
-  const std::uint64_t before = machine_.Calls(Operation::RegSetValueExW);
+  const std::uint64_t earlier = machine_.Calls(Operation::RegSetValueExW);
   for (std::uint64_t n = 1; n <= 3; ++n) {
     machine_.faults = {{.operation = Operation::RegSetValueExW, .first = n, .code = 5}};
     EXPECT_EQ(ztl::DllRegisterServer(), HresultFromError(5));
     EXPECT_EQ(machine_.registry.Find(kClassId), nullptr);
   }
   machine_.faults.clear();
-  EXPECT_EQ(machine_.Calls(Operation::RegSetValueExW) - before, 6u);
+  EXPECT_EQ(machine_.Calls(Operation::RegSetValueExW) - earlier, 6u);
 
   const auto& resource = simulation::kResources[0];
   const std::string good(reinterpret_cast<const char*>(resource.data), resource.bytes);
@@ -151,9 +151,29 @@ TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
   EXPECT_EQ(ztl::DllRegisterServer(), HresultFromError(ERROR_ACCESS_DENIED));
   machine_.registry.Find(u"HKEY_CLASSES_ROOT\\CLSID")->DeleteSubkey(u"{5b1e7c42-93d0-4f6a-8e25-c07a1d39b4e8}");
 
-  std::string deep = "HKCR {";
-  for (int i = 0; i < 1000; ++i) deep += " k {";
-  EXPECT_EQ(ztl::RunRegistrationScript(deep, u"m", true), E_FAIL);
+  const auto nested = [](int keys) {
+    std::string script = "HKCU {";
+    for (int i = 0; i < keys; ++i) script += " k {";
+    for (int i = 0; i < keys; ++i) script += " }";
+    return script + " }";
+  };
+  const auto inAll = [](int keys) {
+    std::string script = "HKCU {";
+    for (int i = 0; i < keys; ++i) script += " k" + std::to_string(i);
+    return script + " }";
+  };
+  const auto word = [](std::size_t size) { return "HKCU { k = s '" + std::string(size, 'w') + "' }"; };
+  machine_.registry.Create(u"HKEY_CURRENT_USER");
+  const auto before = machine_.registry.Copy();
+  const std::pair<std::string, HRESULT> limits[] = {
+      {nested(31), S_OK}, {nested(32), S_OK},  {nested(33), E_FAIL}, {nested(1000), E_FAIL}, {inAll(63), S_OK},
+      {inAll(64), S_OK},  {inAll(65), E_FAIL}, {word(598), S_OK},    {word(599), S_OK},      {word(600), E_FAIL}};
+  for (const auto& [script, result] : limits) {
+    EXPECT_EQ(ztl::RunRegistrationScript(script, u"m", true), result) << script;
+    EXPECT_EQ(Dump(machine_.registry.Root()) == Dump(before->Root()), result != S_OK);
+    EXPECT_EQ(ztl::RunRegistrationScript(script, u"m", false), result);
+    EXPECT_EQ(Dump(machine_.registry.Root()), Dump(before->Root()));
+  }
   // Nested keys that are not marked are removed with their script.
   EXPECT_EQ(ztl::RunRegistrationScript("HKCU { a { b { val 'c d' = s 'e''f' } } }", u"m", true), S_OK);
   EXPECT_EQ(Value(u"HKEY_CURRENT_USER\\a\\b", u"c d"), Sz(u"e'f"));
