@@ -471,8 +471,7 @@ LSTATUS StackLinkage::Commit(std::vector<AdapterInstance> instances) {
   const std::vector<AdapterInstance>& before = instances;
   std::vector<std::size_t> changed;
   for (std::size_t i = 0; i < before.size(); ++i)
-    if (instances_[i].rootDevice != before[i].rootDevice || instances_[i].upperBind != before[i].upperBind ||
-        instances_[i].hasOtherType != before[i].hasOtherType)
+    if (instances_[i].rootDevice != before[i].rootDevice || instances_[i].upperBind != before[i].upperBind)
       changed.push_back(i);
   LSTATUS rc = ERROR_SUCCESS;
   if (std::any_of(changed.begin(), changed.end(), [&](std::size_t i) { return Cuts(before[i]); }))

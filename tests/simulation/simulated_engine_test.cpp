@@ -274,12 +274,18 @@ TEST_F(EngineTest, WhatIsBoundToAFilterIsInheritedInItsOrder) {
     SCOPED_TRACE(c.name);
     machine_.registry.CopyFrom(*registry);
     c.damage();
-    EXPECT_EQ(Change(c.component, 0, 0), S_OK);
+    ASSERT_EQ(Change(c.component, 0, 0), S_OK);
     EXPECT_EQ(Linkage(u"0000", u"UpperBind").data, c.bound);
     const bool isZtl = std::u16string(c.component) == u"qro_ztl";
     EXPECT_EQ(Linkage(u"0002", u"UpperBind").data, isZtl ? MultiSz({}) : MultiSz({u"Tcpip"}));
     EXPECT_EQ(Linkage(u"0002", u"RootDevice").data, isZtl ? MultiSz({u"{Z}"}) : MultiSz({u"{Z}", u"{P}"}));
   }
+  // What would be bound to an instance that is not in the stack reaches the card no more.
+  machine_.registry.CopyFrom(*registry);
+  Instance(u"0002\\Linkage").SetValue(u"RootDevice", REG_MULTI_SZ, MultiSz({u"{Z}"}));
+  const std::string before = Dump(machine_.registry.Root());
+  EXPECT_EQ(Change(u"a", 0, 0), HresultFromError(ERROR_INVALID_DATA));
+  EXPECT_EQ(Dump(machine_.registry.Root()), before);
 }
 
 // What stands in the registry of stacks that the test below makes: virtual adapters are named after their filter.

@@ -104,7 +104,9 @@ TEST_F(Check, FindsEachFaultOnceAndChangesNothing) {
          Key(kParametersPath).SetValue(u"ExcludedMacs", REG_MULTI_SZ, List(u"pci\\"));
          machine_.registry.Find(kNetClass)->parent->DeleteSubkey(u"{4D36E972-E325-11CE-BFC1-08002BE10318}");
        },
-       "missing-key {4D36E972-E325-11CE-BFC1-08002BE10318}; excluded-entry-unmatched ExcludedMacs", ""},
+       "missing-key {4D36E972-E325-11CE-BFC1-08002BE10318}; excluded-entry-unmatched ExcludedMacs; "
+       "stale-record IMOrder",
+       ""},
       {[&] { Adapters().DeleteSubkey(u"{P}"); }, "record-without-key {P}", "create the key"},
       {[&] { Adapters().CreateSubkey(u"{P}").DeleteValue(u"IMOrder"); }, "missing-record IMOrder", "ZTL > A > E1000"},
       {[&] { Adapters().CreateSubkey(u"{Q}").SetValue(u"IMOrder", REG_MULTI_SZ, {}); }, "stale-record IMOrder", ""},
