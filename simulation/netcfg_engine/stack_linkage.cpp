@@ -353,6 +353,10 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
     }
   }
 
+  const auto close = [&leaving](Strings& list) {
+    std::erase_if(list, [&leaving](const auto& name) { return leaving.contains(UpperCase(name)); });
+  };
+
   // What is bound to each instance below a gap then: in place of the filter's service, or before all others.
   std::vector<AdapterInstance> after = instances_;
   auto edit = [&](const AdapterInstance& instance) -> AdapterInstance& {
@@ -372,7 +376,7 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
     for (const std::u16string& service : services)
       for (const std::u16string& bound : Equal(service, filter.service) ? inherited : Strings{service})
         AddOnce(mended.upperBind, bound);
-    if (mended.rootDevice.empty()) mended.rootDevice = gap.rest;
+    if (mended.rootDevice.empty()) close(mended.rootDevice = gap.rest);
     mended.hasOtherType = false;
   }
   if (error_ != ERROR_SUCCESS) return error_;
@@ -386,7 +390,7 @@ LSTATUS StackLinkage::TakeOut(const FilterDriver& filter, std::u16string_view bo
       instance.hasOtherType = false;
       continue;
     }
-    std::erase_if(instance.rootDevice, [&leaving](const auto& name) { return leaving.contains(UpperCase(name)); });
+    close(instance.rootDevice);
   }
   const LSTATUS rc = Commit(std::move(after));
   if (rc == ERROR_SUCCESS)
@@ -467,8 +471,7 @@ LSTATUS StackLinkage::Commit(std::vector<AdapterInstance> instances) {
   const std::vector<AdapterInstance>& before = instances;
   std::vector<std::size_t> changed;
   for (std::size_t i = 0; i < before.size(); ++i)
-    if (instances_[i].rootDevice != before[i].rootDevice || instances_[i].upperBind != before[i].upperBind ||
-        instances_[i].hasOtherType != before[i].hasOtherType)
+    if (instances_[i].rootDevice != before[i].rootDevice || instances_[i].upperBind != before[i].upperBind)
       changed.push_back(i);
   LSTATUS rc = ERROR_SUCCESS;
   if (std::any_of(changed.begin(), changed.end(), [&](std::size_t i) { return Cuts(before[i]); }))

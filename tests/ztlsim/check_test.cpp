@@ -100,6 +100,13 @@ TEST_F(Check, FindsEachFaultOnceAndChangesNothing) {
       {[&] { AddLoop(); }, "bind-loop UpperBind", "\"ZTL\" is bound directly above"},
       {[&] { Key(kParametersPath).SetValue(u"ExcludedMacs", REG_MULTI_SZ, List(u"pci\\", u"USB\\V")); },
        "excluded-entry-unmatched ExcludedMacs", "\"USB\\V\""},
+      {[&] {
+         Key(kParametersPath).SetValue(u"ExcludedMacs", REG_MULTI_SZ, List(u"pci\\"));
+         machine_.registry.Find(kNetClass)->parent->DeleteSubkey(u"{4D36E972-E325-11CE-BFC1-08002BE10318}");
+       },
+       "missing-key {4D36E972-E325-11CE-BFC1-08002BE10318}; excluded-entry-unmatched ExcludedMacs; "
+       "stale-record IMOrder",
+       ""},
       {[&] { Adapters().DeleteSubkey(u"{P}"); }, "record-without-key {P}", "create the key"},
       {[&] { Adapters().CreateSubkey(u"{P}").DeleteValue(u"IMOrder"); }, "missing-record IMOrder", "ZTL > A > E1000"},
       {[&] { Adapters().CreateSubkey(u"{Q}").SetValue(u"IMOrder", REG_MULTI_SZ, {}); }, "stale-record IMOrder", ""},
