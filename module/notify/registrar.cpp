@@ -110,7 +110,7 @@ class Script {
     HRESULT result = S_OK;
     for (; !word_.Is(u"}");) {
       if (depth == kMaxDepth || (word_.text[0] == u'\0' && !word_.quoted)) return E_FAIL;
-      const HRESULT hr = word_.Is(u"val") ? Value(parent) : Key(parent, depth);
+      const HRESULT hr = depth > 0 && word_.Is(u"val") ? Value(parent) : Key(parent, depth);
       if (Failed(hr) && mode_ < Mode::Unregister) return hr;
       if (!Failed(result)) result = hr;
     }

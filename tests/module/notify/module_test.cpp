@@ -125,6 +125,7 @@ TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
                              "HKCR { a { val = s 'x' } }",
                              "HKCR { a { val } = s 'x' } }",
                              "HKCR { a\\b }",
+                             "HKCR { val a = s '' }",
                              "HKCR { NoRemove ForceRemove a }",
                              std::string("HKCR { a }\0", 11),
                              "HKCR { " + std::string(700, 'n') + " }",

@@ -1,0 +1,69 @@
+// Any bytes are the texts of a call's options, between NULs. What is read of one survives being written and read again.
+#include "fuzz/fuzz.h"
+#include "module/log/format.h"
+#include "ztlsim/scenario/arguments.h"
+#include "ztlsim/text_encoding.h"
+
+using namespace ztlsim;
+
+namespace {
+
+std::string Text(const platform::GUID& guid) {
+  char text[40];
+  const platform::BYTE* const d = guid.Data4;
+  ztl::Format(text, "{%08X-%04x-%04X-%02x%02X-%02x%02x%02x%02x%02x%02x}", guid.Data1, guid.Data2, guid.Data3, d[0],
+              d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
+  return text;
+}
+
+void Read(const CallOption& option, const std::string& text) {
+  CallOptions calls, again;
+  const auto expected = option.read(text, calls);
+  if (expected) return ZTL_HOLDS(!expected->empty());
+  const auto readAgain = [&](const std::string& written) { ZTL_HOLDS(!option.read(written, again)); };
+  if (!calls.paths.empty()) {
+    const PathNotice& path = calls.paths[0];
+    const char* const state = path.enabled == platform::S_OK      ? "on"
+                              : path.enabled == platform::S_FALSE ? "off"
+                                                                  : "error";
+    ZTL_HOLDS(text.ends_with(std::string("=") + state));
+    readAgain(Utf16ToUtf8(path.token) + "=" + state);
+    ZTL_HOLDS(again.paths[0].token == path.token && again.paths[0].enabled == path.enabled);
+  }
+  if (calls.changeFlag) {
+    char hexadecimal[16];
+    ztl::Format(hexadecimal, "0x%X", *calls.changeFlag);
+    for (const std::string& written : {std::string(hexadecimal), std::to_string(*calls.changeFlag)}) {
+      readAgain(written);
+      ZTL_HOLDS(again.changeFlag == calls.changeFlag);
+    }
+  }
+  if (calls.adapter) {
+    readAgain(Text(*calls.adapter));
+    ZTL_HOLDS(again.adapter && Text(*again.adapter) == Text(*calls.adapter));
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> ztl_fuzz::Seeds() {
+  using namespace std::string_literals;
+  return {"qro_ztl->PCI\\VEN=on\0ms_server=off\0=\0x=error"s,
+          "0x4A020\0"
+          "4294967295\0-1\0"
+          "0x"s,
+          "{635699C6-F3BE-4629-BCED-47AB3C5D1AEE}\0"
+          "635699c6-f3be-4629-bced-47ab3c5d1aee"s,
+          "cancel\0apply\0ok\0\xFF"s};
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string_view rest(reinterpret_cast<const char*>(data), size);
+  for (int texts = 0; texts < 8 && !rest.empty(); ++texts) {
+    const std::string text(rest.substr(0, rest.find('\0')));
+    rest.remove_prefix(std::min(text.size() + 1, rest.size()));
+    for (const CallOption& option : kNotifyOptions) Read(option, text);
+    for (const CallOption& option : kPropertiesOptions) Read(option, text);
+  }
+  return 0;
+}
