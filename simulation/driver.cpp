@@ -61,9 +61,10 @@ LSTATUS Answer(simulation::Machine& machine, DWORD code, const std::u16string& p
 
 }  // namespace
 
-HANDLE CreateFileW(const char16_t* name, DWORD access, DWORD, void*, DWORD, DWORD, HANDLE) {
+HANDLE CreateFileW(const char16_t* name, DWORD access, DWORD, void*, DWORD disposition, DWORD flags, HANDLE) {
   simulation::Machine& machine = simulation::Current();
-  const auto code = machine.Enter(Operation::CreateFileW, {.name = name, .number = access});
+  const auto code =
+      machine.Enter(Operation::CreateFileW, {.name = name, .number = access, .number2 = disposition, .flags = flags});
   const std::lock_guard lock(machine.mutex);
   const LSTATUS rc = code                                                           ? *code
                      : !machine.driver.version || !EqualNoCase(name, u"\\\\.\\ZTL") ? ERROR_FILE_NOT_FOUND

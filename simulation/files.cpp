@@ -224,10 +224,9 @@ using simulation::Operation;
 namespace {
 
 // Enters an operation of a descriptor. False, with errno set, when it must fail.
-bool EnterDescriptor(Operation operation, int descriptor, std::int64_t number2 = 0, const void* data = nullptr,
-                     std::size_t dataBytes = 0) {
-  if (const auto code = simulation::Current().Enter(
-          operation, {.number = descriptor, .number2 = number2, .data = data, .dataBytes = dataBytes})) {
+bool EnterDescriptor(Operation operation, int descriptor, simulation::Arguments arguments = {}) {
+  arguments.number = descriptor;
+  if (const auto code = simulation::Current().Enter(operation, arguments)) {
     errno = *code;
     return false;
   }
@@ -235,15 +234,12 @@ bool EnterDescriptor(Operation operation, int descriptor, std::int64_t number2 =
 }
 
 // The same, with the host's file as the result: -1, with errno set, when the descriptor is not open either.
-int EnterFile(Operation operation, int descriptor, std::int64_t number2 = 0, const void* data = nullptr,
-              std::size_t dataBytes = 0) {
-  return EnterDescriptor(operation, descriptor, number2, data, dataBytes)
-             ? simulation::Current().files.HostFile(descriptor)
-             : -1;
+int EnterFile(Operation operation, int descriptor, const simulation::Arguments& arguments = {}) {
+  return EnterDescriptor(operation, descriptor, arguments) ? simulation::Current().files.HostFile(descriptor) : -1;
 }
 
-bool EnterPath(Operation operation, const char* path) {
-  if (const auto code = simulation::Current().Enter(operation, {.path = path})) {
+bool EnterPath(Operation operation, const char* path, int flags = 0) {
+  if (const auto code = simulation::Current().Enter(operation, {.path = path, .flags = flags})) {
     errno = *code;
     return false;
   }
@@ -253,12 +249,13 @@ bool EnterPath(Operation operation, const char* path) {
 }  // namespace
 
 int _open(const char* path, int flags, int) {
-  return EnterPath(Operation::_open, path) ? simulation::Current().files.Open(path, (flags & _O_CREAT) != 0, false)
-                                           : -1;
+  return EnterPath(Operation::_open, path, flags)
+             ? simulation::Current().files.Open(path, (flags & _O_CREAT) != 0, false)
+             : -1;
 }
 
-int _creat(const char* path, int) {
-  return EnterPath(Operation::_creat, path) ? simulation::Current().files.Open(path, true, true) : -1;
+int _creat(const char* path, int mode) {
+  return EnterPath(Operation::_creat, path, mode) ? simulation::Current().files.Open(path, true, true) : -1;
 }
 
 int _mkdir(const char* path) {
@@ -279,23 +276,23 @@ LONG _filelength(int descriptor) {
 }
 
 LONG _lseek(int descriptor, LONG offset, int origin) {
-  const int file = EnterFile(Operation::_lseek, descriptor, offset);
+  const int file = EnterFile(Operation::_lseek, descriptor, {.number2 = offset, .flags = origin});
   return file == -1 ? -1 : simulation::host::Seek(file, offset, origin);
 }
 
 int _read(int descriptor, void* buffer, UINT bytes) {
-  const int file = EnterFile(Operation::_read, descriptor, bytes);
+  const int file = EnterFile(Operation::_read, descriptor, {.number2 = bytes});
   return file == -1 ? -1 : simulation::host::Read(file, buffer, bytes);
 }
 
 int _write(int descriptor, const void* buffer, UINT bytes) {
-  return EnterDescriptor(Operation::_write, descriptor, bytes, buffer, bytes)
+  return EnterDescriptor(Operation::_write, descriptor, {.number2 = bytes, .data = buffer, .dataBytes = bytes})
              ? simulation::Current().files.Write(descriptor, buffer, bytes)
              : -1;
 }
 
 int _locking(int descriptor, int mode, LONG bytes) {
-  return EnterDescriptor(Operation::_locking, descriptor, bytes)
+  return EnterDescriptor(Operation::_locking, descriptor, {.number2 = bytes, .flags = mode})
              ? simulation::Current().files.Lock(descriptor, mode, bytes)
              : -1;
 }

@@ -56,7 +56,8 @@ struct Arguments {
   const char16_t* name = nullptr;  // subkey, value or component name
   const char* path = nullptr;      // file path or text
   std::int64_t number = 0;         // index, descriptor, size or access rights
-  std::int64_t number2 = 0;        // capacity in the operation's own unit, offset, type or mode
+  std::int64_t number2 = 0;        // capacity in the operation's own unit, offset, type, disposition
+  std::int64_t flags = 0;          // of opening or creating, a style, a lock's mode, where an offset counts from
   const void* data = nullptr;
   std::size_t dataBytes = 0;
 };

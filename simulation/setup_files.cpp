@@ -29,8 +29,8 @@ BOOL Fail(LSTATUS code) {
   return 0;
 }
 
-bool Enter(Operation operation, const char16_t* name = nullptr, DWORD number = 0) {
-  const auto code = simulation::Current().Enter(operation, {.name = name, .number = number});
+bool Enter(Operation operation, const char16_t* name = nullptr, DWORD flags = 0) {
+  const auto code = simulation::Current().Enter(operation, {.name = name, .flags = flags});
   if (code) Fail(*code);
   return !code;
 }
@@ -130,7 +130,7 @@ std::string InstalledInf(std::u16string_view mediaLocation) {
 }  // namespace
 
 BOOL SetupGetInfFileListW(const char16_t* directory, DWORD style, char16_t* list, DWORD capacity, DWORD* size) {
-  if (!Enter(Operation::SetupGetInfFileListW, directory)) return 0;
+  if (!Enter(Operation::SetupGetInfFileListW, directory, style)) return 0;
   const fs::path real = simulation::Current().files.RealPath(directory);
   std::error_code error;
   if (fs::exists(real, error) && !fs::is_directory(real, error)) return Fail(ERROR_DIRECTORY);
@@ -158,7 +158,7 @@ HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD sty
     return INVALID_HINF;
   };
   if (errorLine != nullptr) *errorLine = 0;
-  if (!Enter(Operation::SetupOpenInfFileW, path)) return INVALID_HINF;
+  if (!Enter(Operation::SetupOpenInfFileW, path, style)) return INVALID_HINF;
   if ((style & INF_STYLE_WIN4) == 0) return fail(ERROR_INVALID_PARAMETER);
   Machine& machine = simulation::Current();
   LSTATUS rc;

@@ -58,11 +58,16 @@ class Call {
  public:
   explicit Call(Operation operation, const Arguments& arguments = {})
       : code_(engine_host::Enter(operation, arguments)) {
+    ++State().callsUnderWay;
     if (!State().recordRequests) return;
     const std::lock_guard lock(engine_host::Mutex());
     request_ = State().requests.size();
     State().requests.push_back({RequestText(operation, arguments), S_OK});
   }
+  ~Call() { --State().callsUnderWay; }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
   bool Fails() const { return code_ && Failed(*code_); }
   HRESULT Result(HRESULT hr = S_OK) const { return Answer(code_ && Succeeded(hr) ? *code_ : hr); }
   HRESULT Answer(HRESULT hr) const {
@@ -77,6 +82,18 @@ class Call {
 
  private:
   std::optional<std::size_t> request_;
+};
+
+// Around the engine's calls of the notify object, whose own calls are not the engine's.
+class InNotifyObject {
+ public:
+  InNotifyObject() : callsUnderWay_(State().callsUnderWay.exchange(0)) {}
+  ~InNotifyObject() { State().callsUnderWay = callsUnderWay_; }
+  InNotifyObject(const InNotifyObject&) = delete;
+  InNotifyObject& operator=(const InNotifyObject&) = delete;
+
+ private:
+  const int callsUnderWay_;
 };
 
 template <class I, const IID& Id>
@@ -177,6 +194,7 @@ struct Session {
     changes.clear();
     stacks.reset();
     ++State().unloading;
+    const InNotifyObject inside;
     notifyObject.Reset();
     --State().unloading;
   }
@@ -452,10 +470,11 @@ class Class final
   }
 
   // Installs once more what the registry has; there is nothing here to install anything else from.
-  HRESULT Install(const char16_t* infId, OBO_TOKEN*, DWORD setupFlags, DWORD, const char16_t*, const char16_t*,
+  HRESULT Install(const char16_t* infId, OBO_TOKEN* token, DWORD setupFlags, DWORD, const char16_t*, const char16_t*,
                   INetCfgComponent** component) override {
     if (component != nullptr) *component = nullptr;
-    const Call call(Operation::Install, {.name = infId, .number = setupFlags});
+    const Call call(Operation::Install,
+                    {.name = infId, .number = setupFlags, .flags = token != nullptr ? token->Type : 0});
     if (call.Fails()) return call.Result();
     if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return call.Answer(hr);
     if (infId == nullptr) return call.Answer(E_INVALIDARG);
@@ -464,8 +483,10 @@ class Class final
     ComPtr<INetCfgComponentSetup> setup;
     if (session_->notifyObject && EqualNoCase(infId, kNotifyingComponent) &&
         session_->notifyObject->QueryInterface(IID_INetCfgComponentSetup, reinterpret_cast<void**>(setup.Receive())) ==
-            S_OK)
+            S_OK) {
+      const InNotifyObject inside;
       setup->Install(setupFlags);
+    }
     if (component != nullptr) {
       *component = found.front().Get();
       (*component)->AddRef();
@@ -612,6 +633,7 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
   HRESULT Cancel() override {
     if (const HRESULT hr = session_->CheckChangeable(); Failed(hr)) return hr;
     session_->changes.clear();
+    const InNotifyObject inside;
     if (session_->notifyObject) session_->notifyObject->CancelChanges();
     return S_OK;
   }
@@ -638,10 +660,11 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     return S_FALSE;
   }
   void LoadNotifyObject() {
-    ComPtr<INetCfgComponentControl> loaded;
     std::vector<ComPtr<INetCfgComponent>> found;
     for (const ComponentClass& componentClass : kClasses)
       if (found.empty()) found = Components(session_, componentClass, kNotifyingComponent);
+    const InNotifyObject inside;
+    ComPtr<INetCfgComponentControl> loaded;
     if (found.empty() ||
         Failed(CoCreateInstance(kNotifyClass, nullptr, CLSCTX_INPROC_SERVER, IID_INetCfgComponentControl,
                                 reinterpret_cast<void**>(loaded.Receive()))))
@@ -669,6 +692,7 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
     const DWORD flag = NCN_BINDING_PATH | (change.enable ? NCN_ENABLE : NCN_DISABLE);
     const auto path =
         ComPtr<INetCfgBindingPath>::Attach(new BindingPath(session_, change.filter, change.bottom, change.token));
+    const InNotifyObject inside;
     if (EqualNoCase(kNotifyingComponent, change.filter.componentId)) {
       const auto object = QueryNotifyObject<INetCfgComponentNotifyBinding>(IID_INetCfgComponentNotifyBinding);
       if (object) (object.Get()->*own)(flag, path.Get());
@@ -679,6 +703,7 @@ class NetCfg final : public Object<Implements<INetCfg, IID_INetCfg>, Implements<
   }
   HRESULT ApplyNotifyObject() {
     if (!session_->notifyObject) return S_OK;
+    const InNotifyObject inside;
     const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(new Callback);
     session_->notifyObject->ApplyRegistryChanges();
     return session_->notifyObject->ApplyPnpChanges(callback.Get()) == NETCFG_S_REBOOT ? NETCFG_S_REBOOT : S_OK;

@@ -48,6 +48,7 @@ struct Engine {
   // Its state; for the engine itself.
   std::u16string lockHolder;                            // the description of the process's own first holder
   int lockHolders = 0;                                  // its sessions that hold the write lock
+  std::atomic<int> callsUnderWay{0};                    // of the engine, while it has not called the module
   int unloading = 0;                                    // sessions that are releasing their notify object
   std::map<std::u16string, std::u16string> lastStacks;  // the stack that each left last, as TakeOut stores it
 };

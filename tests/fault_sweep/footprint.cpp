@@ -6,7 +6,9 @@
 
 #include "platform/com.h"
 #include "platform/device.h"
+#include "platform/files.h"
 #include "platform/netcfg.h"
+#include "platform/registry.h"
 #include "ztlsim/text_encoding.h"
 
 namespace ztl_test {
@@ -49,12 +51,16 @@ std::string KeyPath(const simulation::Machine& machine, const Arguments& argumen
 // The type, and whether the data ends as the type says.
 std::string Stored(const Arguments& arguments) {
   const DWORD type = static_cast<DWORD>(arguments.number2);
-  const char* const names[] = {"REG_NONE", "REG_SZ", "REG_EXPAND_SZ", "REG_BINARY", "REG_DWORD", "", "", "REG_MULTI_SZ"};
+  const char* const names[] = {"REG_NONE", "REG_SZ", "REG_EXPAND_SZ", "REG_BINARY", "REG_DWORD",
+                               "",         "",       "REG_MULTI_SZ"};
   const std::size_t zeros = type == REG_MULTI_SZ ? 4 : type == REG_SZ || type == REG_EXPAND_SZ ? 2 : 0;
   const std::string end(zeros, '\0');
-  const bool ends = arguments.dataBytes >= zeros &&
-                    std::memcmp(static_cast<const char*>(arguments.data) + arguments.dataBytes - zeros, end.data(), zeros) == 0;
-  return (type < std::size(names) ? names[type] : Hex(type)) + std::string(zeros == 0 ? "" : ends ? ", terminated" : ", not terminated");
+  const bool ends =
+      arguments.dataBytes >= zeros &&
+      std::memcmp(static_cast<const char*>(arguments.data) + arguments.dataBytes - zeros, end.data(), zeros) == 0;
+  return (type < std::size(names) ? names[type] : Hex(type)) + std::string(zeros == 0 ? ""
+                                                                           : ends     ? ", terminated"
+                                                                                      : ", not terminated");
 }
 
 struct Row {
@@ -106,9 +112,9 @@ Row Describe(const simulation::Machine& machine, Operation operation, const Argu
     case Operation::CoInitializeEx:
       return {"", Hex(arguments.number)};
     case Operation::CoCreateInstance: {
-      char16_t clsid[40] = {};
-      simulation::GuidText(*static_cast<const GUID*>(arguments.data), clsid);
-      return {Name(clsid), "context " + Hex(arguments.number)};
+      GUID clsid;
+      std::memcpy(&clsid, arguments.data, sizeof(clsid));
+      return {clsid == CLSID_CNetCfg ? "CLSID_CNetCfg" : "the notify object", "context " + Hex(arguments.number)};
     }
     case Operation::Install:
       return {Name(arguments.name), "flags " + Hex(arguments.number) + ", for " + Hex(arguments.flags)};
@@ -118,8 +124,15 @@ Row Describe(const simulation::Machine& machine, Operation operation, const Argu
       return {"", arguments.number != 0 ? "enables" : "disables"};
     case Operation::EnumBindingPaths:
       return {"", Hex(arguments.number)};
+    case Operation::GetFileVersionInfoSizeW:
+    case Operation::GetFileVersionInfoW:
+    case Operation::CopyFileW:
+    case Operation::SetupFindFirstLineW:
+    case Operation::GetPrivateProfileStringW:
+    case Operation::FindComponent:
+      return {Name(arguments.name), ""};
     default:
-      return {operation >= Operation::CreatePropertySheetPageW && operation < Operation::QueryInterface ? "" : arguments.name != nullptr && operation < Operation::QueryInterface ? Name(arguments.name) : "", ""};
+      return {};
   }
 }
 
@@ -127,12 +140,15 @@ Row Describe(const simulation::Machine& machine, Operation operation, const Argu
 
 void Footprint::See(const simulation::Machine& machine, const std::string& scenario, Operation operation,
                     const Arguments& arguments) {
+  if (machine.engine.callsUnderWay > 0) return;
   const auto [object, how] = Describe(machine, operation, arguments);
   const auto code = [](const std::string& text) { return text.empty() ? std::string() : "`" + text + "`"; };
-  const std::string row = "| " + std::string(simulation::OperationName(operation)) + " | " + code(General(object)) + " | " + General(how) + " | ";
+  const std::string row = "| " + std::string(simulation::OperationName(operation)) + " | " + code(General(object)) +
+                          " | " + General(how) + " | ";
   const auto [found, isNew] = scenarios_.try_emplace(row);
   if (isNew) rows_.push_back(row);
-  if (found->second.find(scenario) == std::string::npos) found->second += (found->second.empty() ? "" : ", ") + scenario;
+  if (found->second.find(scenario) == std::string::npos)
+    found->second += (found->second.empty() ? "" : ", ") + scenario;
 }
 
 std::string Footprint::Table() const {

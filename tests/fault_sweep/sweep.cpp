@@ -6,6 +6,8 @@
 //   ztl_sweep --transcript FILE
 //       compares what some runs do, and what each kind of failure changes, with the file; with ZTL_UPDATE_EXPECTED set,
 //       it writes the file again: read its difference
+//   ztl_sweep --footprint FILE
+//       the same for what these runs ask of the operating system
 //
 // A run with a failure ends, makes at most 20 times the calls of the one without, and leaves nothing behind. Codes that
 // mean nothing special differ in what the log says of the code alone. What serves the log changes nothing else. A stack
@@ -34,6 +36,7 @@
 
 #include "module/names.h"
 #include "platform/multi_string.h"
+#include "tests/fault_sweep/footprint.h"
 #include "tests/fault_sweep/swept_run.h"
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/inspect/registry_changes.h"
@@ -165,6 +168,22 @@ std::string Said(const Outcome& outcome, const Strings& added, std::int32_t code
   return WithoutCode(text.str(), code);
 }
 
+// A call that a run makes.
+struct Call {
+  Operation operation;
+  std::string kind;  // the operation and the name that it was called with
+};
+
+Observer Record(std::vector<Call>& calls) {
+  return [&calls](const simulation::Machine&, Operation operation, const simulation::Arguments& arguments) {
+    std::string kind = simulation::OperationName(operation);
+    if (arguments.name != nullptr)
+      for (const char16_t unit : u' ' + std::u16string(arguments.name))
+        kind += unit < 0x80 ? static_cast<char>(unit) : '?';
+    calls.push_back({operation, kind});
+  };
+}
+
 // What a worker's process and its parent share.
 struct Progress {
   std::atomic<std::uint64_t> tried, wrong, at;
@@ -196,7 +215,7 @@ class Worker {
       : run_(run),
         root_(std::move(root)),
         progress_(progress),
-        reference_(run, Execute(run_, root_, {}, UINT64_MAX, &calls_)) {}
+        reference_(run, Execute(run_, root_, {}, UINT64_MAX, Record(calls_))) {}
 
   // Each `every`-th failure from `from` on.
   void Try(std::uint64_t from, std::uint64_t every) {
@@ -375,7 +394,7 @@ constexpr int kFailuresPerKind = 2, kFailuresWithoutName = 6;
 // and how much of the registry comes out otherwise (failures without such an effect are left out).
 std::string Transcript(const SweptRun& run, const std::filesystem::path& root) {
   std::vector<Call> calls;
-  const Outcome usual = Execute(run, root, {}, UINT64_MAX, &calls);
+  const Outcome usual = Execute(run, root, {}, UINT64_MAX, Record(calls));
   std::ostringstream found;
   found << "== " << run.name << ": " << usual.calls << " calls\n";
   for (const std::string& line : usual.log) found << line << '\n';
@@ -402,22 +421,51 @@ std::string Transcript(const SweptRun& run, const std::filesystem::path& root) {
   return found.str();
 }
 
-int CompareTranscripts(const std::string& file) {
-  const SweptRun runs[] = {{"upgrade", "upgrade", Sample("loop")},
-                           {"upgrade with exclusions", "upgrade", Sample("windows-5.2"), 5},
-                           {"install a package", "install", Sample("saved-parameters"), 10, false, true},
-                           {"remove, with a driver", "remove", Sample("saved-parameters"), 10, true},
-                           {"upgrade that reorders", "upgrade", Sample("laptop")},
-                           {"notify", "notify", Sample("loop")},
-                           {"properties", "properties", Sample("laptop")},
-                           {"reinstall", "reinstall", Sample("saved-parameters")},
-                           {"register", "register", Sample("loop")},
-                           {"unregister, with a driver", "unregister", Sample("saved-parameters"), 10, true},
-                           {"unregister", "unregister", Sample("saved-parameters")},
-                           {"load", "load", Sample("loop")}};
+std::vector<SweptRun> WrittenRuns() {
+  return {{"upgrade", "upgrade", Sample("loop")},
+          {"upgrade with exclusions", "upgrade", Sample("windows-5.2"), 5},
+          {"install a package", "install", Sample("saved-parameters"), 10, false, true},
+          {"remove, with a driver", "remove", Sample("saved-parameters"), 10, true},
+          {"upgrade that reorders", "upgrade", Sample("laptop")},
+          {"notify", "notify", Sample("loop")},
+          {"properties", "properties", Sample("laptop")},
+          {"reinstall", "reinstall", Sample("saved-parameters")},
+          {"register", "register", Sample("loop")},
+          {"unregister, with a driver", "unregister", Sample("saved-parameters"), 10, true},
+          {"unregister", "unregister", Sample("saved-parameters")},
+          {"load", "load", Sample("loop")}};
+}
+
+std::string Transcripts(const std::filesystem::path& root) {
+  std::string text;
+  for (const SweptRun& run : WrittenRuns()) text += Transcript(run, root);
+  return text;
+}
+
+std::string FootprintPage(const std::filesystem::path& root) {
+  Footprint footprint;
+  for (const SweptRun& run : WrittenRuns())
+    Execute(run, root, {}, UINT64_MAX,
+            [&](const simulation::Machine& machine, Operation operation, const simulation::Arguments& arguments) {
+              footprint.See(machine, run.scenario, operation, arguments);
+            });
+  return R"(# What the module asks of the operating system
+
+Every operation, what it is asked of, and with which rights, flags and sizes, in the order in which the scenarios of
+`ztlsim` first ask it on the sample machines, those that install and remove included. `<instance>` stands for an
+adapter's key, `<link>` for a device interface's, `<GUID>` for an adapter's or a component's name. What the configuration
+engine asks on its own behalf is left out; what the host of the notify object asks of COM and the engine is not.
+
+The test `footprint_is_as_written` holds this page; `ZTL_UPDATE_EXPECTED=1 build/host/tests/ztl_sweep --footprint
+docs/footprint.md` writes it again.
+
+)" + footprint.Table();
+}
+
+// Whether the file has this text; with ZTL_UPDATE_EXPECTED, it gets it first.
+int Compare(const std::string& file, std::string (*make)(const std::filesystem::path& root)) {
   const std::filesystem::path root = std::filesystem::temp_directory_path() / ("ztl-sweep-" + std::to_string(getpid()));
-  std::stringstream actual;
-  for (const SweptRun& run : runs) actual << Transcript(run, root);
+  std::istringstream actual(make(root));
   std::filesystem::remove_all(root);
   if (std::getenv("ZTL_UPDATE_EXPECTED") != nullptr) std::ofstream(file, std::ios::binary) << actual.str();
   std::ifstream expected(file, std::ios::binary);
@@ -436,17 +484,19 @@ int CompareTranscripts(const std::string& file) {
 }  // namespace ztl_test
 
 int main(int argc, char** argv) {
-  std::map<std::string, std::string> options{
-      {"--every", "1"}, {"--seed", "1"}, {"--jobs", ""}, {"--run", ""}, {"--transcript", ""}};
+  std::map<std::string, std::string> options{{"--every", "1"}, {"--seed", "1"},      {"--jobs", ""},
+                                             {"--run", ""},    {"--transcript", ""}, {"--footprint", ""}};
   for (int i = 1; i < argc; i += 2) {
     const auto option = options.find(argv[i]);
     if (option == options.end() || i + 1 == argc) {
-      std::cerr << "usage: ztl_sweep [--every N] [--seed N] [--jobs N] [--run TEXT] | --transcript FILE\n";
+      std::cerr
+          << "usage: ztl_sweep [--every N] [--seed N] [--jobs N] [--run TEXT] | --transcript FILE | --footprint FILE\n";
       return 2;
     }
     option->second = argv[i + 1];
   }
-  if (!options["--transcript"].empty()) return ztl_test::CompareTranscripts(options["--transcript"]);
+  if (!options["--transcript"].empty()) return ztl_test::Compare(options["--transcript"], ztl_test::Transcripts);
+  if (!options["--footprint"].empty()) return ztl_test::Compare(options["--footprint"], ztl_test::FootprintPage);
   const auto number = [&](const char* name, unsigned long least) {
     return std::max(std::strtoul(options[name].c_str(), nullptr, 10), least);
   };

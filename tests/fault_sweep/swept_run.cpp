@@ -51,7 +51,7 @@ std::vector<std::string> WhatIsLeft(const Machine& machine) {
 }  // namespace
 
 Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vector<simulation::Fault> faults,
-                std::uint64_t most, std::vector<Call>* calls) {
+                std::uint64_t most, const Observer& see) {
   Machine machine;
   const simulation::CurrentMachine current(machine);
   simulation::host::ClearMemoryFiles();
@@ -78,12 +78,7 @@ Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vec
   std::uint64_t made = 0;
   machine.observer = [&](Operation operation, const simulation::Arguments& arguments) {
     if (++made > most) std::_Exit(kHangs);
-    if (calls == nullptr) return;
-    std::string kind = simulation::OperationName(operation);
-    if (arguments.name != nullptr)
-      for (const char16_t unit : u' ' + std::u16string(arguments.name))
-        kind += unit < 0x80 ? static_cast<char>(unit) : '?';
-    calls->push_back({operation, kind});
+    if (see) see(machine, operation, arguments);
   };
   Outcome outcome;
   {

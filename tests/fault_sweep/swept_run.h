@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,11 +22,6 @@ struct SweptRun {
   bool driver = false, package = false;
 };
 
-struct Call {
-  Operation operation;
-  std::string kind;  // the operation and the name that it was called with
-};
-
 struct Outcome {
   std::vector<std::string> log;  // with severities, without times
   ztlsim::CallResults results;
@@ -34,11 +30,12 @@ struct Outcome {
   std::vector<std::string> left;  // what was opened, made or allocated, and not released
 };
 
-// Runs it on a machine and a drive `root` of its own. The process ends with kHangs when it makes more than `most`
-// calls.
+// Runs it on a machine and a drive `root` of its own; `see` sees every call. The process ends with kHangs when it makes
+// more than `most` calls.
 constexpr int kHangs = 9;
+using Observer = std::function<void(const simulation::Machine&, Operation, const simulation::Arguments&)>;
 Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vector<simulation::Fault> faults,
-                std::uint64_t most = UINT64_MAX, std::vector<Call>* calls = nullptr);
+                std::uint64_t most = UINT64_MAX, const Observer& see = nullptr);
 
 // The codes that an operation of this kind can fail with: `ordinary` ones differ in nothing but their number, `special`
 // ones mean something to some caller.

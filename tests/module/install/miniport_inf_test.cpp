@@ -117,7 +117,7 @@ TEST_F(MiniportInfTest, TheMiniportInfIsInstalledFromTheMedia) {
       "[InfSourcePathInfo]\nOriginalInfSourcePath = %1%\n[Strings]\n1=C:\\Package\n");
   std::int64_t mediaType = 0;
   machine_.observer = [&](simulation::Operation operation, const simulation::Arguments& a) {
-    if (operation == simulation::Operation::SetupCopyOEMInfW) mediaType = a.number;
+    if (operation == simulation::Operation::SetupCopyOEMInfW) mediaType = a.flags;
   };
   EXPECT_EQ(ztl::HrCopyMiniportInf(), S_OK);
   machine_.observer = nullptr;
