@@ -44,7 +44,7 @@ void Change(std::string& input, const std::string& other, std::mt19937& random) 
       input.insert(at, 1, static_cast<char>(random()));
       break;
     case 2:
-      if (at < input.size()) input[at] = static_cast<char>(below(1) != 0 ? input[at] ^ 1 << below(7) : random());
+      if (at < input.size()) input[at] = static_cast<char>(random());
       break;
     default:
       input.replace(at, length, other, below(other.size()), below(16));

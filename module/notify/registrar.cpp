@@ -171,8 +171,9 @@ class Script {
     }
     const bool isThere = key.Get() != nullptr;
     key.Close();
-    if (isThere && (mode_ == Mode::Undo ? made_[number] : mode_ == Mode::Unregister && !noRemove))
-      platform::RegDeleteKeyW(parent, name.text);
+    // A script may name a key again, and keys below it there.
+    if (isThere && mode_ == Mode::Undo && made_[number]) DeleteTree(parent, name.text, [](auto...) {});
+    if (isThere && mode_ == Mode::Unregister && !noRemove) platform::RegDeleteKeyW(parent, name.text);
     return hr;
   }
 

@@ -142,7 +142,8 @@ TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
   // What was there before a registration failed stays; what it made goes, also around a key that cannot be made.
   machine_.registry.Create(u"HKEY_CLASSES_ROOT\\Old").SetValue(u"kept", REG_SZ, Sz(u"x"));
   const std::string tooLong(256, 'n');
-  EXPECT_TRUE(Failed(ztl::RunRegistrationScript("HKCR { New { a } Old { ForceRemove " + tooLong + " } }", u"m", true)));
+  EXPECT_TRUE(
+      Failed(ztl::RunRegistrationScript("HKCR { New New { a } Old { ForceRemove " + tooLong + " } }", u"m", true)));
   EXPECT_EQ(machine_.registry.Find(u"HKEY_CLASSES_ROOT\\New"), nullptr);
   EXPECT_EQ(Value(u"HKEY_CLASSES_ROOT\\Old", u"kept"), Sz(u"x"));
   // A link to a key that is gone can neither be opened nor deleted; that is no reason to try for ever.
