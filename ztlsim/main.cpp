@@ -100,7 +100,7 @@ int Main(int argc, char** argv) {
   if (const auto status = ReadCommandLine(argc, argv, options)) return *status;
   WriteOutputAsUtf8();
   CleanUpWhenStopped();
-  simulation::Machine machine;
+  static simulation::Machine& machine = *new simulation::Machine;  // taking a large one apart at the end takes a second
   const auto version = ParseWindowsVersion(options.os);
   if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);
   machine.version = *version;
