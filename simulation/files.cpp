@@ -49,7 +49,7 @@ int SetErrno(int code) {
 
 int OpenReal(const std::filesystem::path& real, bool create, bool truncate) {
   if (real.empty()) return SetErrno(RUNTIME_ENOENT);
-  return real == DeniedPath() ? SetErrno(RUNTIME_EACCES) : host::Open(real, create, truncate);
+  return real.native() == DeniedPath().native() ? SetErrno(RUNTIME_EACCES) : host::Open(real, create, truncate);
 }
 
 }  // namespace

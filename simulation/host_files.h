@@ -4,6 +4,7 @@
 // are in bytes.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 
 #include "platform/types.h"
@@ -24,5 +25,8 @@ int Write(int file, const void* buffer, platform::UINT bytes);
 bool TryLock(int file, platform::LONG bytes);  // from the current position; RUNTIME_EACCES: another holds it
 int Unlock(int file, platform::LONG bytes);
 int MakeDirectory(const std::filesystem::path& path);
+
+// Gives the memory's whole pages back where the host can; nobody may read them any more.
+void DropMemory(const char* memory, std::size_t bytes);
 
 }  // namespace simulation::host

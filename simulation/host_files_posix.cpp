@@ -1,9 +1,11 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <limits>
 #include <system_error>
 
@@ -147,5 +149,12 @@ bool TryLock(int file, LONG bytes) {
 int Unlock(int file, LONG bytes) { return Lock(file, F_UNLCK, bytes) ? 0 : Failed(); }
 
 int MakeDirectory(const std::filesystem::path& path) { return ::mkdir(path.c_str(), 0777) == 0 ? 0 : Failed(); }
+
+void DropMemory(const char* memory, std::size_t bytes) {
+  const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+  const auto begin = reinterpret_cast<std::uintptr_t>(memory);
+  const std::uintptr_t first = (begin + page - 1) / page * page, end = (begin + bytes) / page * page;
+  if (first < end) ::madvise(const_cast<char*>(memory) + (first - begin), end - first, MADV_DONTNEED);
+}
 
 }  // namespace simulation::host

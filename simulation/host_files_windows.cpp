@@ -49,4 +49,6 @@ int Unlock(int file, platform::LONG bytes) { return ::_locking(file, _LK_UNLCK, 
 
 int MakeDirectory(const std::filesystem::path& path) { return ::_wmkdir(path.c_str()); }
 
+void DropMemory(const char*, std::size_t) {}
+
 }  // namespace simulation::host

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <iterator>
 #include <optional>
-#include <unordered_map>
 #include <utility>
 
 namespace simulation {
@@ -62,6 +61,13 @@ std::size_t EnumeratedPlace(const RegistryKey& key, std::size_t index) {
     for (std::size_t place = 0; place < key.subkeys.size(); ++place)
       if (key.subkeys[place]->isVolatile == isVolatile && index-- == 0) return place;
   return 0;
+}
+
+// Where the value `name` is; their number when there is none.
+std::size_t ValuePlace(const RegistryKey& key, std::u16string_view name) {
+  const auto place = std::find_if(key.values.begin(), key.values.end(),
+                                  [name](const RegistryValue& value) { return EqualWithoutCase(value.name, name); });
+  return static_cast<std::size_t>(place - key.values.begin());
 }
 
 // The target of a link, and any other key itself; null when there is none.
@@ -155,19 +161,22 @@ std::size_t RegistryKey::Levels() const {
   return levels;
 }
 
+RegistryValues::Vector& RegistryValues::Edit() {
+  if (!shared_)
+    shared_ = std::make_shared<Vector>();
+  else if (shared_.use_count() != 1)
+    shared_ = std::make_shared<Vector>(*shared_);
+  return *shared_;
+}
+
 RegistryKey* RegistryKey::FindSubkey(std::u16string_view subkey) const {
   const std::size_t place = SubkeyPlace(*this, subkey);
   return IsSubkeyAt(*this, place, subkey) ? subkeys[place].get() : nullptr;
 }
 
-RegistryValue* RegistryKey::FindValue(std::u16string_view value) {
-  return const_cast<RegistryValue*>(std::as_const(*this).FindValue(value));
-}
-
 const RegistryValue* RegistryKey::FindValue(std::u16string_view value) const {
-  for (const RegistryValue& candidate : values)
-    if (EqualWithoutCase(candidate.name, value)) return &candidate;
-  return nullptr;
+  const std::size_t place = ValuePlace(*this, value);
+  return place == values.size() ? nullptr : &values[place];
 }
 
 RegistryKey& RegistryKey::CreateSubkey(std::u16string_view subkey) {
@@ -186,18 +195,21 @@ RegistryKey& RegistryKey::CreateSubkey(std::u16string_view subkey) {
 }
 
 void RegistryKey::SetValue(std::u16string_view value, DWORD type, std::vector<BYTE> data) {
-  if (RegistryValue* const existing = FindValue(value)) {
-    existing->type = type;
-    existing->data = std::move(data);
+  const std::size_t place = ValuePlace(*this, value);
+  RegistryValues::Vector& own = values.Edit();
+  if (place == own.size()) {
+    own.push_back({std::u16string(value), type, std::move(data)});
   } else {
-    values.push_back({std::u16string(value), type, std::move(data)});
+    own[place].type = type;
+    own[place].data = std::move(data);
   }
 }
 
 bool RegistryKey::DeleteValue(std::u16string_view value) {
-  RegistryValue* const existing = FindValue(value);
-  if (!existing) return false;
-  values.erase(values.begin() + (existing - values.data()));
+  const std::size_t place = ValuePlace(*this, value);
+  if (place == values.size()) return false;
+  RegistryValues::Vector& own = values.Edit();
+  own.erase(own.begin() + static_cast<std::ptrdiff_t>(place));
   return true;
 }
 
@@ -239,13 +251,11 @@ void Registry::Link(std::u16string_view linkPath, std::u16string_view targetPath
 
 std::unique_ptr<Registry> Registry::Copy() const {
   auto copy = std::make_unique<Registry>();
-  std::unordered_map<const RegistryKey*, RegistryKey*> copies;
   std::vector<std::pair<const RegistryKey*, RegistryKey*>> pending{{root_.get(), copy->root_.get()}};
   std::vector<RegistryKey*> links;
   while (!pending.empty()) {
     const auto [from, to] = pending.back();
     pending.pop_back();
-    copies[from] = to;
     RegistryKey* const parent = to->parent;
     *to = *from;
     to->parent = parent;
@@ -258,10 +268,10 @@ std::unique_ptr<Registry> Registry::Copy() const {
     }
   }
   for (RegistryKey* const link : links) {
-    const auto target = copies.find(link->link.get());
-    if (target != copies.end()) {
-      link->link = target->second->shared_from_this();
-    } else {  // the target was deleted
+    const RegistryKey& target = *link->link;
+    if (!target.deleted) {
+      link->link = copy->Find(FullPath(target))->shared_from_this();
+    } else {
       link->link = std::make_shared<RegistryKey>();
       link->link->deleted = true;
     }

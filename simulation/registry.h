@@ -36,6 +36,31 @@ struct RegistryValue {
   friend bool operator==(const RegistryValue&, const RegistryValue&) = default;
 };
 
+// A key's values, in the order of their creation. Copies share them until one of the two changes.
+class RegistryValues {
+ public:
+  using Vector = std::vector<RegistryValue>;
+
+  RegistryValues() = default;
+  RegistryValues(Vector values) : shared_(std::make_shared<Vector>(std::move(values))) {}
+  Vector::const_iterator begin() const { return Get().begin(); }
+  Vector::const_iterator end() const { return Get().end(); }
+  std::size_t size() const { return Get().size(); }
+  const RegistryValue& operator[](std::size_t index) const { return Get()[index]; }
+  Vector& Edit();  // this object's own from here on; no copy may be made of it on another thread meanwhile
+
+  friend bool operator==(const RegistryValues& a, const RegistryValues& b) {
+    return a.shared_ == b.shared_ || a.Get() == b.Get();
+  }
+
+ private:
+  const Vector& Get() const { return shared_ ? *shared_ : kNone; }
+
+  static inline const Vector kNone{};
+
+  std::shared_ptr<Vector> shared_;  // null while there was none
+};
+
 struct RegistryKey : std::enable_shared_from_this<RegistryKey> {
   std::u16string name;            // as created
   std::u16string upperName;       // what it is ordered and found by
@@ -43,14 +68,13 @@ struct RegistryKey : std::enable_shared_from_this<RegistryKey> {
   bool isVolatile = false;
   bool hasVolatileSubkeys = false;  // or has had, beside others
   bool deleted = false;
-  DWORD denied = 0;                                   // rights that are refused, ERROR_ACCESS_DENIED
-  std::vector<RegistryValue> values;                  // in the order of their creation
+  DWORD denied = 0;  // rights that are refused, ERROR_ACCESS_DENIED
+  RegistryValues values;
   std::vector<std::shared_ptr<RegistryKey>> subkeys;  // in the order of their upper-cased names
   std::shared_ptr<RegistryKey> link;                  // a symbolic link: to this key, itself no link
 
   std::size_t Levels() const;                               // below its hive, which has 0
   RegistryKey* FindSubkey(std::u16string_view name) const;  // one level; null when there is none; follows no link
-  RegistryValue* FindValue(std::u16string_view name);
   const RegistryValue* FindValue(std::u16string_view name) const;
   RegistryKey& CreateSubkey(std::u16string_view name);  // one level; the existing one when there is one
                                                         // (a new one below a volatile key is volatile)

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "simulation/host_files.h"
+#include "simulation/upper_case.h"
 
 namespace simulation {
 
@@ -126,7 +127,12 @@ std::optional<std::string> WriteFileWhole(const fs::path& path, std::string_view
 
 bool IsSamePlace(const fs::path& a, const fs::path& b) {
   std::error_code error;
-  return Target(a) == Target(b) || fs::equivalent(a, b, error);
+#ifdef _WIN32
+  const bool isSameName = UpperCase(Target(a).u16string()) == UpperCase(Target(b).u16string());
+#else
+  const bool isSameName = Target(a) == Target(b);
+#endif
+  return isSameName || fs::equivalent(a, b, error);
 }
 
 Temporary::Temporary(fs::path path, const std::function<void(const fs::path&)>& make) : path_(std::move(path)) {

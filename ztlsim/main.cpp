@@ -15,6 +15,7 @@
 #include "simulation/whole_file.h"
 #include "ztlsim/command_line.h"
 #include "ztlsim/exit_status.h"
+#include "ztlsim/input/input_file.h"
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/inspect/check.h"
@@ -71,10 +72,9 @@ int Run(const Options& options, simulation::Machine& machine) {
     DriveDirectory drive;
     if (const auto trouble = drive.Make(options.root)) return Complain(*trouble, kBadInput);
     machine.files.root = drive.Path();
-    std::error_code error;
     const std::filesystem::path windows = machine.files.RealPath("C:\\Windows");
     if (windows == simulation::DeniedPath()) return Complain(machine.files.Troubles().back(), kBadInput);
-    if (std::filesystem::create_directories(windows, error); error)
+    if (const std::error_code error = MakeDirectories(drive.Path(), windows))
       return Complain(windows.string() + ": " + error.message(), kBadInput);
     if (const auto trouble = PlaceInstallationFiles(machine, options.files)) return Complain(*trouble, kBadInput);
     result = RunScenario(machine, *FindScenario(options.scenario), options.calls, options.process);
@@ -100,7 +100,7 @@ int Main(int argc, char** argv) {
   if (const auto status = ReadCommandLine(argc, argv, options)) return *status;
   WriteOutputAsUtf8();
   CleanUpWhenStopped();
-  simulation::Machine machine;
+  static simulation::Machine& machine = *new simulation::Machine;  // taking a large one apart at the end takes a second
   const auto version = ParseWindowsVersion(options.os);
   if (!version) return Complain("--os " + options.os + ": expected MAJOR.MINOR or MAJOR.MINOR.SP", kBadInput);
   machine.version = *version;

@@ -1,7 +1,7 @@
-#include <windows.h>
-
 #include "simulation/whole_file.h"
 #include "ztlsim/terminal.h"
+// After the platform's headers: it defines some of their names as macros.
+#include <windows.h>
 
 namespace ztlsim {
 

@@ -2,8 +2,10 @@
 
 #include "tests/support/machine_fixture.h"
 // After the platform's headers: the C library defines some of their names as macros.
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -44,7 +46,7 @@ class Check : public MachineTest {
     return Key(std::u16string(kNetClass) + u'\\' + path);
   }
   simulation::RegistryKey& Adapters() { return Key(kParametersPath + u"\\Adapters"); }
-  simulation::RegistryValue& UpperBind() { return *Instance(u"0002\\Linkage").FindValue(u"UpperBind"); }
+  simulation::RegistryValue& UpperBind() { return Instance(u"0002\\Linkage").values.Edit()[1]; }
   void Link(const std::u16string& subkey, const char16_t* name, std::vector<BYTE> data) {
     Instance(subkey + u"\\Linkage").SetValue(name, REG_MULTI_SZ, std::move(data));
   }
@@ -155,6 +157,18 @@ TEST_F(Check, EveryKindAndScenarioStandsInTheGuide) {
     for (const CallOption& option : scenario.options)
       EXPECT_NE(guide.find("`" + std::string(option.name)), std::string::npos) << option.name;
   }
+}
+
+TEST_F(Check, EveryTestThatTheSecurityPageNamesIsThere) {
+  std::string sources;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(ZTL_SOURCE_DIR "/tests"))
+    if (entry.path().extension() == ".cpp") sources += ReadFile(entry.path());
+  const std::string page = ReadFile(ZTL_SOURCE_DIR "/docs/security.md");
+  const std::regex name("`(\\w+)\\.([A-Z]\\w+)`");
+  int found = 0;
+  for (std::sregex_iterator at(page.begin(), page.end(), name), end; at != end; ++at, ++found)
+    EXPECT_TRUE(sources.find("(" + at->str(1) + ", " + at->str(2) + ")") != sources.npos) << at->str();
+  EXPECT_GT(found, 10);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <system_error>
 
 namespace ztlsim {
 
@@ -26,6 +25,17 @@ std::optional<std::string> ReadInputFile(const fs::path& path, const std::string
     bytes.append(block, static_cast<std::size_t>(file.gcount()));
   if (file.bad()) return std::string("cannot be read: ") + std::strerror(errno);
   return std::nullopt;
+}
+
+std::error_code MakeDirectories(const fs::path& root, const fs::path& real) {
+  std::error_code error;
+  fs::path at = root;
+  for (const fs::path& name : real.lexically_relative(root)) {
+    at /= name;
+    fs::create_directory(at, error);
+    if (error) break;
+  }
+  return error;
 }
 
 }  // namespace ztlsim

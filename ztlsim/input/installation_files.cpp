@@ -33,9 +33,8 @@ std::optional<std::string> CopyInto(const fs::path& file, const simulation::File
   std::string bytes;
   if (const auto trouble = ReadInputFile(file, "a file", bytes)) return file.string() + ": " + *trouble;
   if (destination == simulation::DeniedPath()) return drive.Troubles().back();
-  std::error_code error;
-  fs::create_directories(destination.parent_path(), error);
-  if (error) return Trouble(destination.parent_path(), error);
+  if (const std::error_code error = MakeDirectories(drive.root, destination.parent_path()))
+    return Trouble(destination.parent_path(), error);
   return simulation::WriteFileWhole(destination, bytes);
 }
 

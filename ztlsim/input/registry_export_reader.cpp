@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "simulation/host_files.h"
 #include "ztlsim/input/input_file.h"
 #include "ztlsim/input/registry_export.h"
 #include "ztlsim/input/registry_merger.h"
@@ -32,8 +33,9 @@ static_assert(std::endian::native == std::endian::little);
 
 constexpr std::u16string_view kVersion5 = u"Windows Registry Editor Version 5.00";
 constexpr std::u16string_view kVersion4 = u"REGEDIT4";
-constexpr std::size_t kMaxExcerpt = 40;  // characters
-constexpr std::size_t kMaxShrunk = 64;   // values
+constexpr std::size_t kMaxExcerpt = 40;         // characters
+constexpr std::size_t kDroppedBytes = 1 << 24;  // at a time
+constexpr std::size_t kMaxShrunk = 64;          // values
 
 constexpr std::u16string_view kClassesRoot = u"HKEY_CLASSES_ROOT";
 constexpr std::pair<std::u16string_view, std::u16string_view> kShortHives[] = {
@@ -76,6 +78,7 @@ void AppendBytes(std::vector<BYTE>& bytes, std::u16string_view text) {
 // The two forms of a file's text, read in place: by its units, which are ASCII wherever the format's own characters
 // stand. Names and texts are decoded when they are taken out.
 struct ByteText {
+  static constexpr std::size_t kUnitBytes = 1;
   std::string_view bytes;
   bool isUtf8;
 
@@ -87,6 +90,7 @@ struct ByteText {
   }
 };
 struct Utf16Text {
+  static constexpr std::size_t kUnitBytes = 2;
   std::string_view bytes;
   std::size_t low;  // where a unit's low byte stands: 0 or 1
 
@@ -108,13 +112,23 @@ struct Utf16Text {
 template <class Text>
 class Parser {
  public:
-  Parser(std::string file, Text text, Registry& registry) : text_(text), merger_(registry) {
+  // With `dropsText`, nobody needs the text's bytes once they are read.
+  Parser(std::string file, Text text, Registry& registry, bool dropsText)
+      : text_(text), merger_(registry), dropsText_(dropsText) {
     error_.file = std::move(file);
   }
 
   std::optional<InputError> Run() {
     bool good = Header();
-    while (good && pos_ < text_.size()) good = Line();
+    std::size_t dropped = 0;  // bytes; no line looks back at the one before
+    while (good && pos_ < text_.size()) {
+      good = Line();
+      const std::size_t done = pos_ * Text::kUnitBytes;
+      if (dropsText_ && done - dropped >= kDroppedBytes) {
+        simulation::host::DropMemory(text_.bytes.data() + dropped, done - dropped);
+        dropped = done;
+      }
+    }
     if (good) return std::nullopt;
     return error_;
   }
@@ -197,7 +211,8 @@ class Parser {
 
   bool KeyLine() {
     // What a vector has in reserve is a good part of a large registry. (Not of long ones: they may be met again.)
-    if (key_ != nullptr && key_->values.size() < kMaxShrunk) key_->values.shrink_to_fit();
+    if (key_ != nullptr && key_->values.size() != 0 && key_->values.size() < kMaxShrunk)
+      key_->values.Edit().shrink_to_fit();
     key_ = nullptr;
     const std::size_t end = LineEnd();
     std::size_t close = pos_;  // the first bracket after which the line may end, else the last one
@@ -382,6 +397,7 @@ class Parser {
 
   Text text_;
   RegistryMerger merger_;
+  bool dropsText_;
   InputError error_;
   std::size_t pos_ = 0;
   std::size_t line_ = 1;
@@ -390,23 +406,11 @@ class Parser {
   std::vector<BYTE> data_;
 };
 
-}  // namespace
-
-std::string InputError::Text() const {
-  return file + ":" + (line == 0 ? "" : std::to_string(line) + ":") + " " + message;
-}
-
-std::optional<InputError> ReadRegistryExport(const std::string& path, Registry& registry) {
-  std::string bytes;
-  if (const auto trouble = ReadInputFile(path, "a registry export", bytes)) return InputError{path, 0, *trouble};
-  return ReadRegistryExport(path, bytes, registry);
-}
-
-std::optional<InputError> ReadRegistryExport(const std::string& file, std::string_view bytes, Registry& registry) {
+std::optional<InputError> Read(const std::string& file, std::string_view bytes, Registry& registry, bool dropsText) {
   const auto unreadable = [&](const std::string& why) { return InputError{file, 0, why}; };
   const auto readUtf16 = [&](std::string_view text, std::size_t low) -> std::optional<InputError> {
     if (text.empty()) return unreadable("expected a registry export, found an empty file");
-    auto result = Parser<Utf16Text>(file, {text, low}, registry).Run();
+    auto result = Parser<Utf16Text>(file, {text, low}, registry, dropsText).Run();
     if (!result && text.size() % 2 != 0) return unreadable("expected UTF-16 text, found half a character at the end");
     return result;
   };
@@ -422,7 +426,23 @@ std::optional<InputError> ReadRegistryExport(const std::string& file, std::strin
   if (bytes.empty()) return unreadable("expected a registry export, found an empty file");
   // Version 4 was written in the system's 8-bit encoding; version 5 in 8 bits was saved by a text editor.
   const bool isUtf8 = marked || (!bytes.starts_with("REGEDIT4") && IsUtf8(bytes));
-  return Parser<ByteText>(file, {bytes, isUtf8}, registry).Run();
+  return Parser<ByteText>(file, {bytes, isUtf8}, registry, dropsText).Run();
+}
+
+}  // namespace
+
+std::string InputError::Text() const {
+  return file + ":" + (line == 0 ? "" : std::to_string(line) + ":") + " " + message;
+}
+
+std::optional<InputError> ReadRegistryExport(const std::string& path, Registry& registry) {
+  std::string bytes;
+  if (const auto trouble = ReadInputFile(path, "a registry export", bytes)) return InputError{path, 0, *trouble};
+  return Read(path, bytes, registry, true);
+}
+
+std::optional<InputError> ReadRegistryExport(const std::string& file, std::string_view bytes, Registry& registry) {
+  return Read(file, bytes, registry, false);
 }
 
 }  // namespace ztlsim

@@ -85,16 +85,17 @@ void RegistryMerger::SetValue(RegistryKey& key, const std::u16string& name, DWOR
   if (many == nullptr) return key.SetValue(name, type, std::move(data));
   const auto [place, isNew] = many->emplace(UpperCase(name), key.values.size());
   if (isNew) {
-    key.values.push_back({name, type, std::move(data)});
+    key.values.Edit().push_back({name, type, std::move(data)});
   } else {
-    key.values[place->second].type = type;
-    key.values[place->second].data = std::move(data);
+    RegistryValue& value = key.values.Edit()[place->second];
+    value.type = type;
+    value.data = std::move(data);
   }
 }
 
 void RegistryMerger::DeleteValue(RegistryKey& key, const std::u16string& name) {
   if (Places* const many = ManyValues(key)) {
-    if (const auto place = many->extract(UpperCase(name))) key.values[place.mapped()] = {kGone, 0, {}};
+    if (const auto place = many->extract(UpperCase(name))) key.values.Edit()[place.mapped()] = {kGone, 0, {}};
   } else {
     key.DeleteValue(name);
   }
@@ -112,7 +113,7 @@ void RegistryMerger::Flush(RegistryKey& top) {
                 [](const auto& a, const auto& b) { return a->upperName < b->upperName; });
     }
     if (manyValues_.erase(&key) != 0)
-      std::erase_if(key.values, [](const RegistryValue& value) { return value.name == kGone; });
+      std::erase_if(key.values.Edit(), [](const RegistryValue& value) { return value.name == kGone; });
     for (const auto& subkey : key.subkeys) pending.push_back(subkey.get());
   }
 }
