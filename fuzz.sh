@@ -22,7 +22,7 @@ run_target() {
   local name=$3 corpus=build/corpus/$3 log=build/findings/$3.log new failed=
   new=$(mktemp -d "build/corpus/.$name.XXXXXX")
   mkdir -p "$corpus"
-  "$1/fuzz/$name" "$new" "$corpus" -max_total_time="$2" -max_len=1024 -timeout=20 -dict=fuzz/words.dict \
+  "$1/fuzz/$name" "$new" "$corpus" -max_total_time="$2" -max_len=512 -timeout=20 -dict=fuzz/words.dict \
     -artifact_prefix="build/findings/$name-" -print_final_stats=1 >"$log" 2>&1 || failed=1
   # What reaches nothing more than the corpus is left out.
   "$1/fuzz/$name" -merge=1 "$corpus" "$new" >"$log.merge" 2>&1 || true

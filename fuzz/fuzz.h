@@ -19,7 +19,7 @@ namespace ztl_fuzz {
 std::vector<std::string> Seeds();
 
 // The bytes of a file of the sources, at most `limit` of them.
-std::string Sample(const std::string& path, std::size_t limit = 1024);
+std::string Sample(const std::string& path, std::size_t limit = 500);
 
 // The property that a target holds of every input.
 #define ZTL_HOLDS(condition) \

@@ -48,11 +48,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ZTL_HOLDS(listed.HasSignature() == inf.HasSignature());
   }
   const auto sections = static_cast<platform::UINT>(std::count(text.begin(), text.end(), u'['));
+  std::vector<std::vector<Fields>> read;
   std::u16string written = u"\xFEFF";
   bool isLong = false;  // doubled, it may be cut
   for (platform::UINT section = 0; section < sections; ++section) {
     written += u"[" + simulation::Utf8ToUtf16(std::to_string(section)) + u"]\n";
-    for (const Fields& fields : Lines(inf, section)) {
+    for (const Fields& fields : read.emplace_back(Lines(inf, section))) {
       if (fields[0]) written += Quoted(*fields[0]) + u"=";
       for (std::size_t i = 1; i < fields.size(); ++i) {
         written += Quoted(*fields[i]) + (i + 1 < fields.size() ? u"," : u"");
@@ -67,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (platform::UINT section = 0; section < sections; ++section) {
     const std::u16string name = simulation::Utf8ToUtf16(std::to_string(section));
     const std::vector<Fields> lines = Lines(again, section);
-    ZTL_HOLDS(lines == Lines(inf, section));
+    ZTL_HOLDS(lines == read[section]);
     for (std::size_t line = 0; line < lines.size(); ++line) {
       if (!lines[line][0]) continue;
       const std::u16string_view key = *lines[line][0];

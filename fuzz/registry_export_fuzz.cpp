@@ -7,13 +7,12 @@
 #include "ztlsim/text_encoding.h"
 
 using simulation::Registry;
-using ztlsim::FormatRegistryExport;
 using ztlsim::ReadRegistryExport;
 
 std::vector<std::string> ztl_fuzz::Seeds() {
   std::vector<std::string> seeds;
   for (const char* const sample : {"laptop", "damaged", "saved-parameters", "windows-5.2"})
-    seeds.push_back(Sample("samples/" + std::string(sample) + ".reg", 600));
+    seeds.push_back(Sample("samples/" + std::string(sample) + ".reg"));
   std::string small = "\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n\r\n[HKEY_USERS\\a]\r\n@=\"b\\\\\"\r\n";
   small += "\"c\"=dword:0000000a\n\"d\"=hex(7):61,00,00,\\\n  00,00,00 ; e\n\"f\"=-\n[-HKEY_USERS\\a\\b]\n";
   seeds.push_back(small);

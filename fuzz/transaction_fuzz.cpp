@@ -83,9 +83,9 @@ bool Closes(Operation operation) {
 
 std::vector<std::string> ztl_fuzz::Seeds() {
   std::vector<std::string> seeds;
-  for (char base = 0; base < 4; ++base)
-    for (char scenario = 0; scenario < static_cast<char>(std::size(ztlsim::kScenarios)); ++scenario)
-      seeds.push_back({base, scenario, scenario, 0, 0, 0, 3, 6, 0, 9, 1});
+  for (char scenario = 0; scenario < static_cast<char>(std::size(ztlsim::kScenarios)); ++scenario)
+    seeds.push_back({0, scenario, scenario, 0, 0, 0, 3, 6, 0, 9, 1});
+  for (char base = 1; base < 4; ++base) seeds.push_back({base, 1, base});
   return seeds;
 }
 
