@@ -12,7 +12,7 @@ using simulation::Bytes;
 namespace {
 
 constexpr std::size_t kHeader = 0x40, kOptional = kHeader + 24, kSections = kOptional + 136;
-constexpr std::size_t kResources = kSections + 40, kBlock = kResources + 3 * 24 + 16;
+constexpr std::size_t kResources = kSections + 40, kBlock = kResources + 88;  // three directories, one data entry
 
 // The smallest executable with this version resource: three directories of one entry each, and the data's place.
 std::string Executable(std::string_view block) {
