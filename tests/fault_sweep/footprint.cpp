@@ -33,7 +33,7 @@ std::string Rights(std::int64_t access) {
 std::string General(std::string text) {
   static const std::pair<std::regex, const char*> patterns[] = {
       {std::regex("HKEY_LOCAL_MACHINE"), "HKLM"},
-      {std::regex("##[^\\\\]*"), "<link>"},
+      {std::regex("##[^\\\\:]*"), "<link>"},
       {std::regex("(08002bE10318\\}\\\\)[0-9]{4}"), "$1<instance>"},
       {std::regex("^[0-9]{4}(\\\\|$)"), "<instance>$1"},
       {std::regex("\\{(?!4D36E97[2-5]-|AD498944-|5B1E7C42-)[0-9A-F]{8}-[-0-9A-F]*\\}", std::regex::icase), "<GUID>"},
@@ -42,7 +42,7 @@ std::string General(std::string text) {
   return text;
 }
 
-std::string Name(const char16_t* name) { return name != nullptr ? ztlsim::Utf16ToUtf8(name) : "(null)"; }
+std::string Name(const char16_t* name) { return name != nullptr ? ztlsim::Utf16ToUtf8(name) : "(default)"; }
 
 std::string KeyPath(const simulation::Machine& machine, const Arguments& arguments) {
   return ztlsim::Utf16ToUtf8(machine.registry.PathOf(arguments.key));

@@ -91,4 +91,6 @@ int Unlock(int, LONG) { return 0; }
 
 int MakeDirectory(const std::filesystem::path&) { return 0; }
 
+void DropMemory(const char*, std::size_t) {}
+
 }  // namespace simulation::host
