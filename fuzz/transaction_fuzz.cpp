@@ -49,7 +49,7 @@ void Change(ztl_fuzz::Input& input, Registry& registry, const Base& base) {
   RegistryKey* const key = AnyKey(input, registry, base);
   const std::size_t change = input.Below(8);
   if (key == nullptr || key->values.empty()) return;
-  simulation::RegistryValue& value = key->values[input.Below(key->values.size())];
+  simulation::RegistryValue& value = key->values.Edit()[input.Below(key->values.size())];
   if (change == 0 && key->parent->parent != nullptr) {
     key->parent->DeleteSubkey(std::u16string(key->name));
   } else if (change == 1) {

@@ -46,6 +46,7 @@ class RegistryValues {
   Vector::const_iterator begin() const { return Get().begin(); }
   Vector::const_iterator end() const { return Get().end(); }
   std::size_t size() const { return Get().size(); }
+  bool empty() const { return Get().empty(); }
   const RegistryValue& operator[](std::size_t index) const { return Get()[index]; }
   Vector& Edit();  // this object's own from here on; no copy may be made of it on another thread meanwhile
 

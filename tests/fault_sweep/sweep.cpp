@@ -287,7 +287,7 @@ std::shared_ptr<Registry> Damaged(const std::string& name, std::mt19937& random)
   std::shared_ptr<Registry> registry = Sample(name);
   std::vector<RegistryKey*> keys;
   const std::function<void(RegistryKey&)> collect = [&](RegistryKey& key) {
-    if (key.values.size() != 0) keys.push_back(&key);
+    if (!key.values.empty()) keys.push_back(&key);
     for (const auto& subkey : key.subkeys) collect(*subkey);
   };
   for (int change = 0; change < 12; ++change) {
