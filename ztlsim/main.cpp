@@ -19,6 +19,7 @@
 #include "ztlsim/input/installation_files.h"
 #include "ztlsim/input/load_machine.h"
 #include "ztlsim/inspect/check.h"
+#include "ztlsim/progress.h"
 #include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/report/report.h"
 #include "ztlsim/scenario/run_scenario.h"
@@ -77,6 +78,7 @@ int Run(const Options& options, simulation::Machine& machine) {
     if (const std::error_code error = MakeDirectories(drive.Path(), windows))
       return Complain(windows.string() + ": " + error.message(), kBadInput);
     if (const auto trouble = PlaceInstallationFiles(machine, options.files)) return Complain(*trouble, kBadInput);
+    const Progress progress(options.scenario, machine);
     result = RunScenario(machine, *FindScenario(options.scenario), options.calls, options.process);
   }
   int status = result.driveTroubles.empty() ? kSuccess : kMethodFailed;
@@ -111,15 +113,23 @@ int Main(int argc, char** argv) {
   }
   machine.engine.otherClient = Utf8ToUtf16(options.lockHeld);
   machine.engine.grantSecondLock = options.secondLock == "grant";
-  if (const auto error = LoadRegistry(options.machineFiles, machine.registry))
-    return Complain(error->Text(), kBadInput);
+  std::optional<InputError> error;
+  {
+    const Progress progress("reading", machine);
+    error = LoadRegistry(options.machineFiles, machine.registry);
+  }
+  if (error) return Complain(error->Text(), kBadInput);
   if (options.command == Options::Command::kShow) {
     const MachineState state = ReadMachineState(machine);
     const BindingState bindings = ReadBindings(machine);
     return Print(options.json ? FormatStateAsJson(state, bindings) : FormatState(state, bindings));
   }
   if (options.command == Options::Command::kCheck) {
-    const std::vector<Finding> findings = CheckMachine(machine.registry);
+    std::vector<Finding> findings;
+    {
+      const Progress progress("check", machine);
+      findings = CheckMachine(machine.registry);
+    }
     const int printed = Print(options.json ? FormatFindingsAsJson(findings) : FormatFindings(findings));
     return printed != kSuccess ? printed : findings.empty() ? kSuccess : kFindings;
   }

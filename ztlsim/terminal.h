@@ -4,6 +4,7 @@
 namespace ztlsim {
 
 bool OutputIsTerminal();   // standard output is one, and shows colour
+bool ErrorIsTerminal();    // standard error is one
 void WriteOutputAsUtf8();  // standard output takes UTF-8 from here on
 
 // From here on, whoever stops the program (by a signal, or from the console) stops it without temporary files left; it

@@ -37,6 +37,8 @@ bool OutputIsTerminal() {
          std::getenv("NO_COLOR") == nullptr;
 }
 
+bool ErrorIsTerminal() { return ::isatty(STDERR_FILENO) == 1; }
+
 void WriteOutputAsUtf8() {}
 
 // A thread of its own takes the signals, for a handler may not remove files.

@@ -13,6 +13,11 @@ bool OutputIsTerminal() {
          ::SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
+bool ErrorIsTerminal() {
+  ::DWORD mode = 0;
+  return ::GetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
+}
+
 void WriteOutputAsUtf8() { ::SetConsoleOutputCP(CP_UTF8); }
 
 // The system calls it on a thread of its own, and ends the program after it.
