@@ -62,7 +62,13 @@ bool HasExtension(std::u16string_view name, std::u16string_view extension) {
 
 // The real file of the installed INF beside an INF. It is looked for in this letter case alone: a search for every INF
 // of a large directory would take long.
-fs::path InstalledInfPath(fs::path inf) { return inf.replace_extension(".PNF"); }
+fs::path InstalledInfPath(const simulation::Files& files, const char16_t* inf) {
+  fs::path real = files.RealPath(inf).replace_extension(".PNF");
+  std::error_code error;
+  if (!fs::is_symlink(real, error)) return real;
+  const std::u16string_view path(inf);
+  return files.RealPath((std::u16string(path.substr(0, path.rfind(u'.'))) + u".PNF").c_str());
+}
 
 // Reads an INF for its contents. ERROR_SUCCESS, or why it is none.
 LSTATUS Load(std::string_view bytes, InfFile& inf, UINT& errorLine) {
@@ -131,7 +137,9 @@ std::string InstalledInf(std::u16string_view mediaLocation) {
 
 BOOL SetupGetInfFileListW(const char16_t* directory, DWORD style, char16_t* list, DWORD capacity, DWORD* size) {
   if (!Enter(Operation::SetupGetInfFileListW, directory, style)) return 0;
-  const fs::path real = simulation::Current().files.RealPath(directory);
+  const simulation::Files& files = simulation::Current().files;
+  const fs::path real = files.RealPath(directory);
+  if (real == simulation::DeniedPath()) return Fail(ERROR_ACCESS_DENIED);
   std::error_code error;
   if (fs::exists(real, error) && !fs::is_directory(real, error)) return Fail(ERROR_DIRECTORY);
   std::vector<std::pair<std::u16string, std::u16string>> names;  // in upper case, as they are
@@ -139,7 +147,9 @@ BOOL SetupGetInfFileListW(const char16_t* directory, DWORD style, char16_t* list
     std::u16string name = simulation::FileName(entry->path());
     if ((style & INF_STYLE_WIN4) == 0 || !HasExtension(name, u".INF")) continue;
     LSTATUS unreadable;
-    const std::optional<std::string> bytes = simulation::ReadFile(entry->path(), unreadable);
+    const fs::path file =
+        entry->is_symlink() ? files.RealPath((std::u16string(directory) + u"\\" + name).c_str()) : entry->path();
+    const std::optional<std::string> bytes = simulation::ReadFile(file, unreadable);
     InfFile inf;
     UINT line;
     if (!bytes || inf.Read(*bytes, line, true) != ERROR_SUCCESS || !inf.HasSignature()) continue;
@@ -174,7 +184,7 @@ HINF SetupOpenInfFileW(const char16_t* path, const char16_t* infClass, DWORD sty
     return fail(rc);
   }
   if (infClass != nullptr && !IsOfClass(*inf, infClass)) return fail(ERROR_CLASS_MISMATCH);
-  const auto stored = simulation::ReadFile(InstalledInfPath(real), rc);
+  const auto stored = simulation::ReadFile(InstalledInfPath(machine.files, path), rc);
   if (stored && stored->starts_with(Bytes(kInstalledInfMark))) inf->Read(*stored, line);
   InfFile* const handle = inf.get();
   const std::lock_guard lock(machine.mutex);
@@ -224,6 +234,7 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
   const std::u16string directory = simulation::Utf8ToUtf16(files.windowsDirectory) + u"\\Inf";
   const fs::path realDirectory = files.RealPath(directory.c_str());
   std::error_code error;
+  if (realDirectory == simulation::DeniedPath()) return Fail(ERROR_ACCESS_DENIED);
   if (realDirectory.empty() || (fs::create_directories(realDirectory, error), error)) return Fail(ERROR_PATH_NOT_FOUND);
   bool isThere = false;
   const std::u16string path = directory + u"\\" + OemName(realDirectory, *bytes, isThere);
@@ -232,7 +243,7 @@ BOOL SetupCopyOEMInfW(const char16_t* source, const char16_t* mediaLocation, DWO
     const std::u16string_view place(source);
     const std::u16string_view media =
         mediaLocation != nullptr ? mediaLocation : place.substr(0, place.find_last_of(u"\\/"));
-    const fs::path stored = InstalledInfPath(files.RealPath(path.c_str()));
+    const fs::path stored = InstalledInfPath(files, path.c_str());
     // The installed INF comes first: an INF without one would have lost its origin.
     if (mediaType == SPOST_NONE) {
       fs::remove(stored, error);

@@ -84,6 +84,7 @@ TEST_F(Abuse, NothingLeavesTheDrive) {
       {"Media", "../outside", media, 2},
       {"Media/ztl2000.inf", "../../outside/ztl2000.inf", media, 2},
       {"WINDOWS/INF", "../../outside", inf, 2},
+      {"Windows/Inf/oem0.PNF", "../../../outside/ztl2000.inf", media, 2},
       {"Windows/Inf/ztl2000.inf", "../../../outside/ztl2000.inf", inf, 2},
       {"Windows/temp", "../inside", "upgrade", 0},
   };

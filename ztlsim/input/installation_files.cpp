@@ -69,8 +69,9 @@ std::optional<std::string> StoreFilterInfs(const simulation::Files& drive) {
   for (const std::u16string& name : names) {
     const std::u16string path = std::u16string(kMedia) + u"\\" + name;
     if (!ztl::IsFilterInf(path.c_str())) continue;
-    if (!SetupCopyOEMInfW(path.c_str(), kMedia, SPOST_PATH, 0, nullptr, 0, nullptr, nullptr))
-      return Utf16ToUtf8(path) + ": cannot be stored, system error " + std::to_string(GetLastError());
+    if (SetupCopyOEMInfW(path.c_str(), kMedia, SPOST_PATH, 0, nullptr, 0, nullptr, nullptr)) continue;
+    if (const std::vector<std::string> troubles = drive.Troubles(); !troubles.empty()) return troubles.back();
+    return Utf16ToUtf8(path) + ": cannot be stored, system error " + std::to_string(GetLastError());
   }
   return std::nullopt;
 }
