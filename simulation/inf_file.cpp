@@ -57,7 +57,7 @@ std::u16string DecodeUtf16(std::string_view bytes) {
   return text;
 }
 
-// The number at the front of a name, as far as it is one from its first digit to the name's end.
+// The number that a name is, after white space and a plus; nothing when it is none.
 std::optional<UINT> DirectoryNumber(std::u16string_view name) {
   while (!name.empty() && IsSpace(name.front())) name.remove_prefix(1);
   if (name.starts_with(u'+')) name.remove_prefix(1);

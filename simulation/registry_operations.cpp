@@ -58,7 +58,7 @@ LSTATUS RegCreateKeyExW(HKEY key, const char16_t* subKey, DWORD reserved, char16
   if (result) *result = nullptr;
   return Perform(Operation::RegCreateKeyExW, {.key = key, .name = subKey, .number = access, .number2 = options},
                  [&](auto& registry) {
-                   // By its documentation Windows takes no null subkey, though it has been seen to be taken.
+                   // Documented as not allowed, though some systems take it: the module is not to rely on it.
                    return reserved || subKey == nullptr
                               ? ERROR_INVALID_PARAMETER
                               : registry.CreateKey(key, subKey, options, access, result, disposition);

@@ -153,6 +153,8 @@ TEST_F(Abuse, SaysWhatAnInputIs) {
   EXPECT_EQ(err_, "ztlsim: /dev/zero: expected a file, found a device or a socket\n");
   EXPECT_EQ(Run("run upgrade" + kLaptop, "TMPDIR=none "), 2);
   EXPECT_EQ(err_, "ztlsim: no directory for temporary files: TMPDIR=none: No such file or directory\n");
+  EXPECT_EQ(Run("check --machine '\x1B[31m'"), 2);
+  EXPECT_EQ(err_.find('\x1B'), err_.npos) << err_;
   Write("media/\xE9.inf", ReadFile(kPackage + "ztl2000.inf"));  // no UTF-8
   EXPECT_EQ(Run("run install --root drive --media media" + kLaptop), 0) << err_;
   EXPECT_TRUE(fs::exists(root_ / "drive/Media/\xE9.inf") && fs::exists(root_ / "drive/Windows/Inf/oem0.inf"));
