@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails every call to the operating system, of every scenario on every sample machine and on some random ones.
 #   ./sweep.sh [--every N] [--seed N] [--jobs N] [--run TEXT]
-# Each N-th call alone, with another seed, in so many processes, in the runs whose name holds the text ("upgrade of loop").
+# One in N calls alone, with another seed, in so many processes, in the runs whose name holds the text ("upgrade of loop").
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./setup.sh

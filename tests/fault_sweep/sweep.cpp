@@ -1,8 +1,8 @@
 // Every call of every scenario fails: once, and from there on with all of its kind, with each code of its kind.
 //
 //   ztl_sweep [--every N] [--seed N] [--jobs N] [--run TEXT]
-//       fails each N-th call of the runs whose name holds the text, from one on that the seed chooses; the seed makes
-//       the random machines too
+//       fails one in N calls of the runs whose name holds the text, chosen by the seed, which makes the random machines
+//       too
 //   ztl_sweep --transcript FILE
 //       compares what some runs do, and what each kind of failure changes, with the file; with ZTL_UPDATE_EXPECTED set,
 //       it writes the file again: read its difference
@@ -11,7 +11,8 @@
 //
 // A run with a failure ends, makes at most 20 times the calls of the one without, and leaves nothing behind. Codes that
 // mean nothing special differ in what the log says of the code alone. What serves the log changes nothing else. A stack
-// is the old or the new one afterwards or whole, or the log has an error that the other run has not.
+// is afterwards as before, as without the failure, or otherwise in order, or the log has an error that the other run
+// has not.
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -124,17 +125,26 @@ std::map<std::u16string, Stack> StacksOf(Registry& registry) {
   return stacks;
 }
 
-// Whether each list continues in those of the instances that it names.
+// Whether every list is the end of the longest one.
 bool IsWhole(const Stack& stack) {
-  for (const auto& [subkey, linkage] : stack) {
-    const Names& list = linkage.first;
-    for (const auto& [other, below] : stack) {
-      if (below.first.empty()) return false;
-      const auto at = std::find(list.begin(), list.end(), below.first.front());
-      if (at != list.end() && !std::equal(at, list.end(), below.first.begin(), below.first.end())) return false;
-    }
-  }
-  return true;
+  Names longest;
+  for (const auto& [subkey, linkage] : stack)
+    if (linkage.first.size() > longest.size()) longest = linkage.first;
+  return std::all_of(stack.begin(), stack.end(), [&](const auto& instance) {
+    const Names& list = instance.second.first;
+    return !list.empty() && std::equal(list.rbegin(), list.rend(), longest.rbegin());
+  });
+}
+
+// Whether each value is from one of the two.
+bool IsMixed(const Stack& stack, const Stack& before, const Stack& after) {
+  return std::all_of(stack.begin(), stack.end(), [&](const auto& instance) {
+    const auto& [subkey, linkage] = instance;
+    const auto old = before.find(subkey), now = after.find(subkey);
+    return old != before.end() && now != after.end() &&
+           (linkage.first == old->second.first || linkage.first == now->second.first) &&
+           (linkage.second == old->second.second || linkage.second == now->second.second);
+  });
 }
 
 // What a run does without a failure.
@@ -146,15 +156,15 @@ struct Reference {
       : usual(std::move(outcome)), before(StacksOf(*run.registry)), after(StacksOf(*usual.registry)) {}
 };
 
-// Bottoms of the stacks that are neither as they were nor as the run without the failure leaves them, nor whole.
+// Bottoms of the stacks that are neither as they were nor as the run without the failure leaves them, but partly the
+// one and partly the other, or not whole any more.
 Strings TornStacks(const Reference& reference, Registry& registry) {
   Strings torn;
   for (const auto& [bottom, stack] : StacksOf(registry)) {
-    const auto isAsIn = [&](const auto& stacks) {
-      const auto found = stacks.find(bottom);
-      return found != stacks.end() && found->second == stack;
-    };
-    if (!isAsIn(reference.before) && !isAsIn(reference.after) && !IsWhole(stack))
+    const auto before = reference.before.find(bottom), after = reference.after.find(bottom);
+    if (before == reference.before.end() || after == reference.after.end()) continue;
+    if (stack == before->second || stack == after->second) continue;
+    if (IsMixed(stack, before->second, after->second) || (IsWhole(before->second) && !IsWhole(stack)))
       torn.push_back(ztlsim::Utf16ToUtf8(bottom));
   }
   return torn;
@@ -208,6 +218,17 @@ std::vector<Failure> FailuresOf(const std::vector<Call>& calls) {
   return failures;
 }
 
+// One in `every`, at random; of operations that are seldom called, one in six runs has one.
+std::vector<Failure> SampleOf(const std::vector<Failure>& failures, std::uint64_t every, unsigned seed) {
+  std::map<Operation, std::uint64_t> calls;
+  for (const Failure& failure : failures) ++calls[*failure.fault.operation];
+  std::mt19937 random(seed);
+  std::vector<Failure> sample;
+  for (const Failure& failure : failures)
+    if (random() % std::min(every, 6 * calls[*failure.fault.operation]) == 0) sample.push_back(failure);
+  return sample;
+}
+
 // The runs of a worker's process.
 class Worker {
  public:
@@ -217,10 +238,11 @@ class Worker {
         progress_(progress),
         reference_(run, Execute(run_, root_, {}, UINT64_MAX, Record(calls_))) {}
 
-  // Each `every`-th failure from `from` on.
-  void Try(std::uint64_t from, std::uint64_t every) {
-    const std::vector<Failure> failures = FailuresOf(calls_);
-    for (std::uint64_t i = from; i < failures.size(); i += every) {
+  // The failures of the sample from the `from`-th on.
+  void Try(std::uint64_t from, std::uint64_t every, unsigned seed) {
+    const std::vector<Failure> all = FailuresOf(calls_);
+    const std::vector<Failure> failures = every == 1 ? all : SampleOf(all, every, seed);
+    for (std::uint64_t i = from; i < failures.size(); ++i) {
       progress_.at = i;
       failure_ = &failures[i];
       std::optional<Outcome> first;
@@ -350,14 +372,14 @@ int Sweep(std::uint64_t every, unsigned seed, unsigned jobs, const std::string& 
   const auto start = [&](std::size_t i, std::uint64_t from) {
     const pid_t pid = fork();
     if (pid == 0) {
-      Worker(runs[i], roots / std::to_string(i), progress[i]).Try(from, every);
+      Worker(runs[i], roots / std::to_string(i), progress[i]).Try(from, every, seed + 1000 * static_cast<unsigned>(i));
       std::_Exit(0);
     }
     if (pid != -1) workers[pid] = i;
   };
   std::uint64_t tried = 0, wrong = 0;
   for (std::size_t next = 0; next < runs.size() || !workers.empty();) {
-    for (; next < runs.size() && workers.size() < jobs; ++next) start(next, (seed + 7 * next) % every);
+    for (; next < runs.size() && workers.size() < jobs; ++next) start(next, 0);
     int status = 0;
     const std::size_t i = workers.extract(wait(&status)).mapped();
     if (status != 0) {
@@ -365,7 +387,7 @@ int Sweep(std::uint64_t every, unsigned seed, unsigned jobs, const std::string& 
       std::cerr << runs[i].name << ", failure " << progress[i].at << (hangs ? " does not end" : " ends the process")
                 << ", status " << status << std::endl;
       if (++progress[i].wrong < kMostShown) {
-        start(i, progress[i].at + every);
+        start(i, progress[i].at + 1);
         continue;
       }
     }
