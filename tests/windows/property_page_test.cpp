@@ -1,26 +1,15 @@
-// The page of the DLL that ships, in the operating system's own property sheet, with a user at the keyboard. A picture
-// of the sheet is left as property_page.png in the build's folder.
+// The page of the DLL that ships, in the operating system's own property sheet.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
-#include <string>
-#include <thread>
-#include <utility>
-
+#include "tests/conformance/real_sheet.h"
 #include "tests/support/built_file.h"
-// The public headers come last.
+// The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
 // After <windows.h>.
-#include <gdiplus.h>
 #include <netcfgn.h>
 #include <netcon.h>
-#include <prsht.h>
 
 namespace {
-
-using std::filesystem::path;
-using Texts = std::pair<std::wstring, std::wstring>;  // of both fields
 
 constexpr wchar_t kServiceKey[] = L"System\\CurrentControlSet\\Services\\ZTL";
 constexpr wchar_t kAdapterKey[] =
@@ -48,96 +37,10 @@ class Connection final : public INetLanConnectionUiInfo {
   }
 };
 
-// Waits for at most ten seconds.
-template <class Condition>
-bool Soon(Condition condition) {
-  for (int i = 0; i < 200; ++i, Sleep(50))
-    if (condition()) return true;
-  return false;
-}
-
-void Press(WORD key) {
-  INPUT input[2] = {};
-  for (INPUT& event : input) {
-    event.type = INPUT_KEYBOARD;
-    event.ki.wVk = key;
-    event.ki.wScan = static_cast<WORD>(MapVirtualKeyW(key, MAPVK_VK_TO_VSC));
-  }
-  input[1].ki.dwFlags = KEYEVENTF_KEYUP;
-  SendInput(2, input, sizeof(INPUT));
-}
-
-bool SavePicture(HWND window, const path& file) {
-  RECT place;
-  GetWindowRect(window, &place);
-  const int width = place.right - place.left, height = place.bottom - place.top;
-  const HDC source = GetWindowDC(window), copy = CreateCompatibleDC(source);
-  const HBITMAP bitmap = CreateCompatibleBitmap(source, width, height);
-  const HGDIOBJ before = SelectObject(copy, bitmap);
-  BitBlt(copy, 0, 0, width, height, source, 0, 0, SRCCOPY);
-  SelectObject(copy, before);
-  ULONG_PTR token;
-  const Gdiplus::GdiplusStartupInput input;
-  Gdiplus::GdiplusStartup(&token, &input, nullptr);
-  constexpr CLSID kPng = {0x557CF406, 0x1A04, 0x11D3, {0x9A, 0x73, 0x00, 0x00, 0xF8, 0x1E, 0xF3, 0x2E}};
-  const bool saved = Gdiplus::Bitmap(bitmap, nullptr).Save(file.c_str(), &kPng, nullptr) == Gdiplus::Ok;
-  Gdiplus::GdiplusShutdown(token);
-  DeleteObject(bitmap);
-  DeleteDC(copy);
-  ReleaseDC(window, source);
-  return saved;
-}
-
-// What the user saw.
-struct Seen {
-  Texts shown, typed;
-  bool applyEnabledByTyping = false, pictureSaved = false;
-};
-
-// Types " 4z" after the first text and two letters after the second, and presses Return for OK.
-void UseSheet(DWORD sheetThread, Seen& seen) {
-  HWND sheet = nullptr, page = nullptr;
-  const auto text = [&](int id) {
-    wchar_t read[300];
-    return std::wstring(read, GetDlgItemTextW(page, id, read, 300));
-  };
-  const auto focus = [&](int id) {
-    GUITHREADINFO info = {};
-    info.cbSize = sizeof info;
-    return Soon([&] { return GetGUIThreadInfo(sheetThread, &info) && info.hwndFocus == GetDlgItem(page, id); });
-  };
-  const auto isShown = [&] { return (sheet = FindWindowW(L"#32770", L"ZTL Properties")) != nullptr; };
-  if (Soon([&] { return isShown() && IsWindowVisible(sheet); })) {
-    page = PropSheet_GetCurrentPageHwnd(sheet);
-    const HWND apply = GetDlgItem(sheet, 0x3021);
-    seen.shown = {text(1851), text(1852)};
-    SetForegroundWindow(sheet);
-    PropSheet_UnChanged(sheet, page);
-    const bool wasEnabled = IsWindowEnabled(apply);
-    if (focus(1851)) {
-      for (const WORD key : {WORD{VK_END}, WORD{VK_SPACE}, WORD{'4'}, WORD{'Z'}}) Press(key);
-      const std::wstring typed = seen.shown.first + L" 4z";
-      seen.applyEnabledByTyping = !wasEnabled && Soon([&] { return text(1851) == typed; }) && IsWindowEnabled(apply);
-      seen.pictureSaved =
-          SavePicture(sheet, exists(path(ZTL_BINARY_DIR)) ? ZTL_BINARY_DIR "/property_page.png" : "property_page.png");
-      Press(VK_TAB);
-    }
-    if (focus(1852)) {
-      for (const WORD key : {WORD{VK_END}, WORD{'A'}, WORD{'B'}, WORD{VK_RETURN}}) {
-        if (key == VK_RETURN) seen.typed = {text(1851), text(1852)};
-        Press(key);
-        Soon([&] { return key == VK_END || text(1852) != seen.shown.second; });
-      }
-    }
-  }
-  if (!Soon([&] { return !IsWindow(sheet); })) PostThreadMessageW(sheetThread, WM_QUIT, 1, 0);
-}
-
 TEST(PropertyPage, AUserChangesBothTextsInARealSheet) {
   if (GetEnvironmentVariableW(L"ZTL_NO_SCREEN", nullptr, 0) != 0)
     GTEST_SKIP() << "there is no screen to show a page on";
-  const std::wstring almostFull = L"com.example.bundle." + std::wstring(239, L'x');  // 258 characters
-  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kAdapterKey, L"BundleId", REG_SZ, almostFull.data(), 258 * 2), 0);
+  EXPECT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kAdapterKey, L"BundleId", REG_SZ, L"old", 8), 0);
   const HMODULE dll = LoadLibraryW(ztl_test::BuiltFile(ZTLI64X_DLL).c_str());
   ASSERT_NE(dll, nullptr);
   using GetClassObject = HRESULT WINAPI(REFCLSID, REFIID, void**);
@@ -157,27 +60,20 @@ TEST(PropertyPage, AUserChangesBothTextsInARealSheet) {
   UINT pages = 0;
   BYTE* handles = nullptr;
   LPCWSTR startPage = nullptr;
-  EXPECT_EQ(properties->MergePropPages(&defaultPages, &handles, &pages, nullptr, &startPage), S_OK);
-  ASSERT_EQ(pages, 1u);
-
-  PROPSHEETHEADERW header = {};
-  header.dwSize = sizeof header;
-  header.pszCaption = L"ZTL Properties";
-  header.nPages = pages;
-  header.phpage = reinterpret_cast<HPROPSHEETPAGE*>(handles);
-  Seen seen;
-  std::thread user(UseSheet, GetCurrentThreadId(), std::ref(seen));
-  EXPECT_EQ(PropertySheetW(&header), 1);
-  user.join();
+  ASSERT_EQ(properties->MergePropPages(&defaultPages, &handles, &pages, nullptr, &startPage), S_OK);
+  bool applied = false;
+  const auto seen = ztl_conformance::UseSheet({reinterpret_cast<platform::HPROPSHEETPAGE*>(handles), pages},
+                                              {{{1851, u" 4z"}, {1852, std::u16string(300, u'x')}}}, applied);
   CoTaskMemFree(handles);
-  EXPECT_EQ(seen.shown, Texts(L"", almostFull));
-  EXPECT_TRUE(seen.applyEnabledByTyping);
-  EXPECT_TRUE(seen.pictureSaved);
-  EXPECT_EQ(seen.typed, Texts(L" 4z", almostFull + L'a'));  // the 260th character is refused
+  EXPECT_TRUE(applied && seen["apply_enabled"]);
+  EXPECT_EQ(seen["opened"][1]["text"], "");
+  EXPECT_EQ(seen["opened"][3]["text"], "old");
+  EXPECT_EQ(seen["closed"][1]["text"], " 4z");
+  EXPECT_EQ(seen["closed"][3]["text"], std::string(259, 'x'));  // the 260th character is refused
 
-  EXPECT_EQ(StoredBundleId(), almostFull);
+  EXPECT_EQ(StoredBundleId(), L"old");
   EXPECT_EQ(control->ApplyRegistryChanges(), S_OK);
-  EXPECT_EQ(StoredBundleId(), seen.typed.second);
+  EXPECT_EQ(StoredBundleId(), std::wstring(259, L'x'));
   properties->Release();
   EXPECT_EQ(control->Release(), 0u);
   EXPECT_TRUE(FreeLibrary(dll));
