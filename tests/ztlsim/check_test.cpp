@@ -51,7 +51,7 @@ TEST_F(Check, FindsEachFaultOnceAndChangesNothing) {
     EXPECT_FALSE(ReadRegistryExport(ZTL_SOURCE_DIR "/tests/ztlsim/sound.reg", machine_.registry));
     EXPECT_FALSE(ReadRegistryExport("changes", Import(changes), machine_.registry)) << changes;
     const std::string before = Dump(machine_.registry.Root());
-    const std::string findings = FormatFindings(CheckMachine(machine_.registry));
+    std::string findings = FormatFindings(CheckMachine(machine_.registry));
     EXPECT_EQ(Dump(machine_.registry.Root()), before);
     return findings;
   });
