@@ -46,24 +46,11 @@ void Read(const CallOption& option, const std::string& text) {
 
 }  // namespace
 
-std::vector<std::string> ztl_fuzz::Seeds() {
-  using namespace std::string_literals;
-  return {"qro_ztl->PCI\\VEN=on\0ms_server=off\0=\0x=error"s,
-          "0x4A020\0"
-          "4294967295\0-1\0"
-          "0x"s,
-          "{635699C6-F3BE-4629-BCED-47AB3C5D1AEE}\0"
-          "635699c6-f3be-4629-bced-47ab3c5d1aee"s,
-          "cancel\0apply\0ok\0\xFF"s};
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string_view rest(reinterpret_cast<const char*>(data), size);
-  for (int texts = 0; texts < 8 && !rest.empty(); ++texts) {
-    const std::string text(rest.substr(0, rest.find('\0')));
-    rest.remove_prefix(std::min(text.size() + 1, rest.size()));
+void ztl_fuzz::Check(std::string_view bytes) {
+  for (int texts = 0; texts < 8 && !bytes.empty(); ++texts) {
+    const std::string text(bytes.substr(0, bytes.find('\0')));
+    bytes.remove_prefix(std::min(text.size() + 1, bytes.size()));
     for (const CallOption& option : kNotifyOptions) Read(option, text);
     for (const CallOption& option : kPropertiesOptions) Read(option, text);
   }
-  return 0;
 }

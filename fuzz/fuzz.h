@@ -1,5 +1,5 @@
-// What the fuzz targets share. A target is LLVMFuzzerTestOneInput and the inputs to start from; libFuzzer drives it, or
-// run_seeds.cpp where there is none. Both give it a copy of exactly its bytes, so that a sanitizer sees a read beyond.
+// What the fuzz targets share. A target is Check; libFuzzer drives it, or driver.cpp itself where there is none. Both
+// give it exactly the bytes of a copy, so that a sanitizer sees a read beyond.
 #pragma once
 
 #include <algorithm>
@@ -11,24 +11,17 @@
 #include <string_view>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 namespace ztl_fuzz {
 
-// The target's inputs to start from.
-std::vector<std::string> Seeds();
-
-// The bytes of a file of the sources, at most `limit` of them.
-std::string Sample(const std::string& path, std::size_t limit = 500);
-
-// The property that a target holds of every input.
+// Looks whether the target's property holds of this input.
+void Check(std::string_view bytes);
 #define ZTL_HOLDS(condition) \
   ((condition) ? void() : (std::fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition), std::abort()))
 
 // Reads an input from its front, and zeros after its end.
 class Input {
  public:
-  Input(const std::uint8_t* data, std::size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
+  explicit Input(std::string_view bytes) : rest_(bytes) {}
 
   bool Empty() const { return rest_.empty(); }
   std::size_t Byte() {
@@ -52,9 +45,6 @@ inline std::u16string Text16(std::string_view bytes) {
   std::u16string text(bytes.size() / 2, u'\0');
   std::copy_n(bytes.data(), text.size() * 2, reinterpret_cast<char*>(text.data()));
   return text;
-}
-inline std::string BytesOf(std::u16string_view text) {
-  return {reinterpret_cast<const char*>(text.data()), text.size() * 2};
 }
 
 }  // namespace ztl_fuzz

@@ -4,14 +4,15 @@
 #include "simulation/inf_file.h"
 #include "simulation/text_encoding.h"
 
+using namespace simulation;
 using Fields = std::vector<std::optional<std::u16string>>;  // a line's, from its key on
 
 namespace {
 
 // The lines of a section, as far as anything is said of them.
-std::vector<Fields> Lines(const simulation::InfFile& inf, platform::UINT section) {
+std::vector<Fields> Lines(const InfFile& inf, UINT section) {
   std::vector<Fields> lines;
-  for (platform::UINT line = 0; inf.Field({section, line}, 1); ++line) {
+  for (UINT line = 0; inf.Field({section, line}, 1); ++line) {
     Fields& fields = lines.emplace_back(Fields{inf.Field({section, line}, 0)});
     while (auto field = inf.Field({section, line}, fields.size())) fields.push_back(std::move(field));
   }
@@ -27,32 +28,24 @@ std::u16string Quoted(std::u16string_view text) {
 
 }  // namespace
 
-std::vector<std::string> ztl_fuzz::Seeds() {
-  return {Sample("samples/package-4.17/ztl2000.inf"), Sample("samples/package-4.17/ztl2000m.inf"),
-          Sample("samples/package-4.16/ztl2000m.inf"),
-          "[Version]\nSignature=\"$Chicago$\"\n%a% = %b%, \"c\"\"d\", \\ ; e\n f\n[Strings]\na=b\nb=\"%a%%%\"\n",
-          "\xEF\xBB\xBF[s]\r\nk = 'v'\r\n,x,\r\n\x1A[t]"};
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  simulation::InfFile inf;
-  platform::UINT errorLine = 0;
+void ztl_fuzz::Check(std::string_view bytes) {
+  InfFile inf;
+  UINT errorLine = 0;
   const auto rc = inf.Read(bytes, errorLine);
-  const std::u16string text = simulation::DecodeSetupText(bytes);
-  ZTL_HOLDS(rc == platform::ERROR_SUCCESS ? errorLine == 0 : errorLine > 0 && errorLine <= text.size() + 1);
+  const std::u16string text = DecodeSetupText(bytes);
+  ZTL_HOLDS(rc == ERROR_SUCCESS ? errorLine == 0 : errorLine > 0 && errorLine <= text.size() + 1);
 
   if (bytes.find('%') == bytes.npos) {
-    simulation::InfFile listed;
+    InfFile listed;
     listed.Read(bytes, errorLine, true);
     ZTL_HOLDS(listed.HasSignature() == inf.HasSignature());
   }
-  const auto sections = static_cast<platform::UINT>(std::count(text.begin(), text.end(), u'['));
+  const auto sections = static_cast<UINT>(std::count(text.begin(), text.end(), u'['));
   std::vector<std::vector<Fields>> read;
   std::u16string written = u"\xFEFF";
   bool isLong = false;  // doubled, it may be cut
-  for (platform::UINT section = 0; section < sections; ++section) {
-    written += u"[" + simulation::Utf8ToUtf16(std::to_string(section)) + u"]\n";
+  for (UINT section = 0; section < sections; ++section) {
+    written += u"[" + Utf8ToUtf16(std::to_string(section)) + u"]\n";
     for (const Fields& fields : read.emplace_back(Lines(inf, section))) {
       if (fields[0]) written += Quoted(*fields[0]) + u"=";
       for (std::size_t i = 1; i < fields.size(); ++i) {
@@ -62,11 +55,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       written += u"\n";
     }
   }
-  if (isLong || written.size() > 20000) return 0;
-  simulation::InfFile again;
-  ZTL_HOLDS(again.Read(ztl_fuzz::BytesOf(written), errorLine) == platform::ERROR_SUCCESS);
-  for (platform::UINT section = 0; section < sections; ++section) {
-    const std::u16string name = simulation::Utf8ToUtf16(std::to_string(section));
+  if (isLong || written.size() > 20000) return;
+  InfFile again;
+  ZTL_HOLDS(again.Read({reinterpret_cast<const char*>(written.data()), 2 * written.size()}, errorLine) ==
+            ERROR_SUCCESS);
+  for (UINT section = 0; section < sections; ++section) {
+    const std::u16string name = Utf8ToUtf16(std::to_string(section));
     const std::vector<Fields> lines = Lines(again, section);
     ZTL_HOLDS(lines == read[section]);
     for (std::size_t line = 0; line < lines.size(); ++line) {
@@ -76,11 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       ZTL_HOLDS(place && place->section == section && place->line <= line);
     }
   }
-  for (const char16_t* const key : {u"k", u"Signature", u"DriverVer"}) {
-    const auto value = simulation::ProfileValue(text, u"Version", key);
-    if (value)
-      ZTL_HOLDS(simulation::ProfileValue(u"[version]\r\n" + std::u16string(key) + u"='" + *value + u"'", u"Version",
-                                         key) == value);
-  }
-  return 0;
+  for (const char16_t* const key : {u"k", u"Signature", u"DriverVer"})
+    if (const auto value = ProfileValue(text, u"Version", key))
+      ZTL_HOLDS(ProfileValue(u"[version]\r\n" + std::u16string(key) + u"='" + *value + u"'", u"Version", key) == value);
 }

@@ -3,17 +3,10 @@
 #include "fuzz/fuzz.h"
 #include "module/notify/registrar.h"
 #include "simulation/machine.h"
-#include "simulation/resources.h"
 #include "ztlsim/inspect/registry_changes.h"
 
-std::vector<std::string> ztl_fuzz::Seeds() {
-  const simulation::Resource& script = simulation::kResources.front();
-  return {'\0' + std::string(script.data, script.data + script.bytes),
-          "\x04HKCU { NoRemove a { b = s '' val c = s 'it''s %MODULE%' } ForceRemove b ForceRemove a }"};
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ztl_fuzz::Input input(data, size);
+void ztl_fuzz::Check(std::string_view bytes) {
+  Input input(bytes);
   simulation::Machine machine;
   const simulation::CurrentMachine current(machine);
   for (const char16_t* const root : {u"HKEY_CLASSES_ROOT", u"HKEY_CURRENT_USER", u"HKEY_USERS"})
@@ -45,5 +38,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ZTL_HOLDS(machine.registry.OpenHandles() == 0);
   if (isScript) ZTL_HOLDS(!platform::Failed(run(true)));
   ZTL_HOLDS(same(*registered));
-  return 0;
 }

@@ -1,43 +1,30 @@
-// Any bytes are read as a registry export. What was read survives being written and read again: as UTF-16, as UTF-8
-// where that can hold it, or as changes to an empty registry.
+// Any bytes are read as a registry export. What was read survives being written and read again, as UTF-16 or as UTF-8
+// where that can hold it. The changes from what a part of the bytes gives to it, and back, make the one of the other.
 #include "fuzz/fuzz.h"
 #include "ztlsim/input/registry_export.h"
 #include "ztlsim/inspect/registry_changes.h"
 #include "ztlsim/report/registry_export_writer.h"
 #include "ztlsim/text_encoding.h"
 
+using namespace ztlsim;
 using simulation::Registry;
-using ztlsim::ReadRegistryExport;
 
-std::vector<std::string> ztl_fuzz::Seeds() {
-  std::vector<std::string> seeds;
-  for (const char* const sample : {"laptop", "damaged", "saved-parameters", "windows-5.2"})
-    seeds.push_back(Sample("samples/" + std::string(sample) + ".reg"));
-  std::string small = "\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n\r\n[HKEY_USERS\\a]\r\n@=\"b\\\\\"\r\n";
-  small += "\"c\"=dword:0000000a\n\"d\"=hex(7):61,00,00,\\\n  00,00,00 ; e\n\"f\"=-\n[-HKEY_USERS\\a\\b]\n";
-  seeds.push_back(small);
-  seeds.push_back("REGEDIT4\n[HKLM\\\xE4]\n\"x\"=\"\x80\"\n\"y\"=hex(2):25,61,25,00\n\"z\"=hex(b):01,02\n");
-  return seeds;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Registry registry;
-  if (const auto error = ReadRegistryExport("input", {reinterpret_cast<const char*>(data), size}, registry))
-    ZTL_HOLDS(!error->message.empty() && error->line <= size + 1);
+void ztl_fuzz::Check(std::string_view bytes) {
+  Registry registry, again;
+  if (const auto error = ReadRegistryExport("input", bytes, registry))
+    ZTL_HOLDS(!error->message.empty() && error->line <= bytes.size() + 1);
   // One form for each input: writing and reading cost as much as all the rest.
-  const std::size_t form = size % 3;
-  Registry again;
-  std::string written;
-  if (form == 2) {
-    written = ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(again, registry));
-  } else {
-    written = ztlsim::FormatRegistryExport(registry);
+  const std::size_t form = bytes.size() % 4;
+  const auto read = [](const std::string& written, Registry& into, const Registry& expected) {
+    ZTL_HOLDS(!ReadRegistryExport("written", written, into) && CompareRegistries(expected, into).empty());
+  };
+  if (form >= 2) {
+    ReadRegistryExport("part", bytes.substr(0, bytes.size() * 3 / 4), again);
+    const auto& [from, to] = form == 2 ? std::tie(again, registry) : std::tie(registry, again);
+    return read(FormatRegistryChanges(CompareRegistries(from, to)), from, *to.Copy());
   }
-  if (form == 1) {
-    const std::u16string text = ztl_fuzz::Text16(written);
-    if (std::string utf8 = ztlsim::Utf16ToUtf8(text); ztlsim::Utf8ToUtf16(utf8) == text) written = std::move(utf8);
-  }
-  ZTL_HOLDS(!ReadRegistryExport("written", written, again));
-  ZTL_HOLDS(ztlsim::CompareRegistries(registry, again).empty());
-  return 0;
+  std::string written = FormatRegistryExport(registry);
+  const std::u16string text = Text16(written);
+  if (std::string utf8 = Utf16ToUtf8(text); form == 1 && Utf8ToUtf16(utf8) == text) written = std::move(utf8);
+  read(written, again, registry);
 }

@@ -1,6 +1,8 @@
 // A scenario runs on a machine that the input makes: a registry of the tool's benchmarks or of a sample with changes to
 // its keys and values, the Windows version, a call that fails. Whatever it holds, the process ends with nothing left.
 // Nothing is on a disk: the machine has no drive, so the log formats its lines and finds no file.
+#include <set>
+
 #include "bench/machines.h"
 #include "fuzz/fuzz.h"
 #include "module/log/log_facility.h"
@@ -71,27 +73,15 @@ void Change(ztl_fuzz::Input& input, Registry& registry, const Base& base) {
 }
 
 // Calls whose failure leaves what they were to close are not made to fail.
-bool Closes(Operation operation) {
-  for (const Operation closing :
-       {Operation::RegCloseKey, Operation::_close, Operation::CoTaskMemFree, Operation::CoUninitialize,
-        Operation::GlobalFree, Operation::CloseHandle, Operation::SetupCloseInfFile})
-    if (operation == closing) return true;
-  return false;
-}
+const std::set<Operation> kClosing = {Operation::RegCloseKey,      Operation::_close,     Operation::CoTaskMemFree,
+                                      Operation::CoUninitialize,   Operation::GlobalFree, Operation::CloseHandle,
+                                      Operation::SetupCloseInfFile};
 
 }  // namespace
 
-std::vector<std::string> ztl_fuzz::Seeds() {
-  std::vector<std::string> seeds;
-  for (char scenario = 0; scenario < static_cast<char>(std::size(ztlsim::kScenarios)); ++scenario)
-    seeds.push_back({0, scenario, scenario, 0, 0, 0, 3, 6, 0, 9, 1});
-  for (char base = 1; base < 4; ++base) seeds.push_back({base, 1, base});
-  return seeds;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void ztl_fuzz::Check(std::string_view bytes) {
   static const std::vector<Base> bases = Bases();
-  ztl_fuzz::Input input(data, size);
+  Input input(bytes);
   simulation::Machine machine;
   const simulation::CurrentMachine current(machine);
   machine.clock = 1709647432;
@@ -109,7 +99,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     machine.faults = {{.first = failing,
                        .code = failsOfCom ? E_FAIL : ERROR_ACCESS_DENIED,
                        .matches = [failsOfCom](Operation operation, const simulation::Arguments&) {
-                         return (operation >= Operation::CoInitializeEx) == failsOfCom && !Closes(operation);
+                         return (operation >= Operation::CoInitializeEx) == failsOfCom && !kClosing.contains(operation);
                        }}};
   for (int changes = 0; changes < 32 && !input.Empty(); ++changes) Change(input, machine.registry, base);
   {
@@ -128,5 +118,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ZTL_HOLDS(machine.engine.objects == 0 && machine.engine.lockHolders == 0 && ztl::DllCanUnloadNow() == S_OK);
   ZTL_HOLDS(machine.comInitializations.empty() && machine.dialogs.Windows() + machine.dialogs.Pages() == 0);
   ZTL_HOLDS(machine.Calls() < 1000000);
-  return 0;
 }

@@ -99,7 +99,7 @@ std::optional<int> ReadCommandLine(int argc, char** argv, Options& options) {
 
   for (const CLI::App* command : {show, check, run})
     for (const CLI::Option* option : command->get_options())
-      if (option->get_type_name() != "TEXT")
+      if (option->get_type_name() != "TEXT" && option->get_expected_max() != 0)
         for (const std::string& text : option->results())
           if (text.empty()) return Complain(option->get_name() + ": an empty name", kBadInput);
   for (const Scenario& scenario : kScenarios)

@@ -1,11 +1,13 @@
 // ztl_host.exe: a process in which Windows' own COM, registry and files meet the shipped DLL, with the simulated engine
 // behind its class in the registry. It makes a scenario's calls, or writes many lines of the log, and reports as JSON.
+#include "module/names.h"
+#include "platform/com_ptr.h"
+#include "platform/netcfg_notify.h"
 #include "platform/system_info.h"
 #include "simulation/text_encoding.h"
 #include "tests/conformance/engine_server.h"
-#include "tests/conformance/real_registry.h"
 #include "tests/conformance/real_sheet.h"
-#include "tests/conformance/write_lines.h"
+#include "ztlsim/scenario/noticed_path.h"
 #include "ztlsim/scenario/scenarios.h"
 // The public headers come last: they define some of the boundary's names as macros.
 #include <windows.h>
@@ -145,25 +147,78 @@ Json Run(const std::string& scenario, std::map<std::string, std::string>& option
   return report;
 }
 
-// [[key, value's name, type, bytes]…]
-void SetValues(const Json& values) {
-  for (const Json& value : values) ztl_conformance::SetValue(value[0], {value[1], value[2], value[3]});
+// Makes a notify object and asks it about `count` binding paths, which is worth three lines of the log each; the third
+// holds "PathToken <NAME:NUMBER:filler>", the filler being `filler` times the name's last character.
+void WriteLines(const std::string& name, int count, std::size_t filler) {
+  platform::CoInitializeEx(nullptr, platform::COINIT_APARTMENTTHREADED);
+  platform::ComPtr<platform::INetCfgComponentSetup> setup;
+  platform::ComPtr<platform::INetCfgComponentNotifyBinding> binding;
+  if (platform::Failed(platform::CoCreateInstance(ztl::CLSID_CSampleFilter, nullptr, platform::CLSCTX_INPROC_SERVER,
+                                                  platform::IID_INetCfgComponentSetup,
+                                                  reinterpret_cast<void**>(setup.Receive()))) ||
+      platform::Failed(setup->QueryInterface(platform::IID_INetCfgComponentNotifyBinding,
+                                             reinterpret_cast<void**>(binding.Receive()))))
+    Complain("no notify object");
+  ztlsim::PathNotice notice{{}, S_OK};
+  ztlsim::NoticedPath path(notice);
+  for (int query = 0; query < count; ++query) {
+    notice.token = Utf8ToUtf16(name + ":" + std::to_string(query) + ":" + std::string(filler, name.back()));
+    binding->QueryBindingPath(0, &path);
+  }
+  setup->Removing();  // so that the release runs no pass
+  binding = {}, setup = {};
+  platform::CoUninitialize();
 }
 
-// The same of all values below the keys; [key] for a key as such.
-Json ReadKeys(const Json& paths) {
-  Json read = Json::array();
-  for (const std::string path : paths)
-    for (const ztl_conformance::RealKey& key : ztl_conformance::ReadTree(path)) {
-      read.push_back({key.path});
-      for (const ztl_conformance::RealValue& value : key.values)
-        read.push_back({key.path, value.name, value.type, Json(value.data)});
-    }
-  return read;
+std::wstring Wide(const std::string& text) {
+  const std::u16string units = Utf8ToUtf16(text);
+  return {units.begin(), units.end()};
+}
+
+void Check(LSTATUS rc, const std::string& path) {
+  if (rc != ERROR_SUCCESS) throw std::runtime_error("registry code " + std::to_string(rc) + " at " + path);
+}
+
+// [[key, value's name, type, bytes]…], by paths below HKEY_LOCAL_MACHINE. Text stays unterminated.
+void SetValues(const Json& values) {
+  for (const Json& value : values) {
+    HKEY key;
+    const std::string path = value[0];
+    Check(RegCreateKeyW(HKEY_LOCAL_MACHINE, Wide(path).c_str(), &key), path);
+    std::vector<BYTE> data = value[3];
+    const auto bytes = static_cast<DWORD>(data.size());
+    data.insert(data.end(), 2, 0xFF);  // a NUL there would be stored with it
+    Check(RegSetValueExW(key, Wide(value[1]).c_str(), 0, value[2], data.data(), bytes), path);
+    RegCloseKey(key);
+  }
+}
+
+// The same of all values of an open key, [key] for the key as such, and what is below it.
+void ReadKey(HKEY key, const std::string& path, Json& read) {
+  read.push_back({path});
+  std::wstring name(16384, L'\0');
+  std::vector<BYTE> data(1 << 20);
+  LSTATUS rc = ERROR_SUCCESS;
+  for (DWORD index = 0;; ++index) {
+    DWORD length = 16384, type = 0, bytes = 1 << 20;
+    rc = RegEnumValueW(key, index, name.data(), &length, nullptr, &type, data.data(), &bytes);
+    if (rc == ERROR_NO_MORE_ITEMS) break;
+    Check(rc, path);
+    read.push_back({path, Utf8(name.c_str()), type, Json(std::vector(data.data(), data.data() + bytes))});
+  }
+  for (DWORD index = 0;; ++index) {
+    rc = RegEnumKeyW(key, index, name.data(), 256);
+    if (rc == ERROR_NO_MORE_ITEMS) break;
+    const std::string below = path + "\\" + Utf8(name.c_str());
+    HKEY subkey;
+    Check(rc != ERROR_SUCCESS ? rc : RegOpenKeyW(key, name.c_str(), &subkey), below);
+    ReadKey(subkey, below, read);
+    RegCloseKey(subkey);
+  }
 }
 
 int Main(int argc, char** argv) {
-  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME | look KEYS [OPTION VALUE]…");
+  if (argc < 3) Complain("usage: ztl_host run SCENARIO | log NAME | look keys [OPTION VALUE]…");
   std::map<std::string, std::string> options;
   for (int i = 3; i + 1 < argc; i += 2) options[argv[i]] = argv[i + 1];
   Json report;
@@ -172,13 +227,9 @@ int Main(int argc, char** argv) {
   SetValues(job["set"]);
   g_dieAt = job["die_at"];
   AddVectoredExceptionHandler(1, TakeDebuggerText);
-  if (std::strcmp(argv[1], "run") == 0) {
-    report = Run(argv[2], options);
-  } else if (std::strcmp(argv[1], "log") == 0 &&
-             !ztl_conformance::WriteLines(argv[2], std::atoi(options["--count"].c_str()),
-                                          static_cast<std::size_t>(std::atoi(options["--filler"].c_str())))) {
-    Complain("no notify object");
-  }
+  if (std::strcmp(argv[1], "run") == 0) report = Run(argv[2], options);
+  if (std::strcmp(argv[1], "log") == 0)
+    WriteLines(argv[2], std::stoi(options["--count"]), std::stoul(options["--filler"]));
   platform::OSVERSIONINFOEXW version{};
   version.dwOSVersionInfoSize = sizeof(version);
   platform::GetVersionExW(&version);
@@ -186,7 +237,12 @@ int Main(int argc, char** argv) {
                  std::to_string(version.wServicePackMajor);
   report["process"] = {{"id", GetCurrentProcessId()}, {"command_line", Utf8(GetCommandLineW())}};
   report["debugger_output"] = g_debuggerOutput;
-  report["registry"] = ReadKeys(job["read"]);
+  report["registry"] = Json::array();
+  for (const std::string path : job["read"])
+    if (HKEY key; RegOpenKeyW(HKEY_LOCAL_MACHINE, Wide(path).c_str(), &key) == ERROR_SUCCESS) {
+      ReadKey(key, path, report["registry"]);
+      RegCloseKey(key);
+    }
   std::ofstream(options["--report"], std::ios::binary)
       << report.dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
   return 0;
@@ -196,7 +252,7 @@ int Main(int argc, char** argv) {
 
 // ztl_host run SCENARIO: --lock-held and --second-lock as of ztlsim.
 // ztl_host log NAME: --count queries that each log three lines, --filler bytes long.
-// ztl_host look KEYS: nothing.
+// ztl_host look keys: nothing else.
 // All: --job FILE of what the command line, which is in the log, does not tell: the values to "set" at first, the text
 // to "die_at", when the debugger gets it, and the keys to "read" at last; --report FILE.
 int main(int argc, char** argv) {

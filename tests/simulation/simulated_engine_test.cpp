@@ -1,19 +1,18 @@
 // The simulated configuration engine as its clients see it: sessions, the write lock, components and binding paths.
 #include <algorithm>
 #include <functional>
-#include <map>
 #include <random>
 #include <set>
-#include <utility>
 
 #include "module/names.h"
 #include "module/notify/module_log.h"
 #include "module/notify/notify_object.h"
 #include "platform/com_ptr.h"
-#include "platform/multi_string.h"
 #include "platform/netcfg.h"
+#include "platform/registry_key.h"
 #include "tests/support/machine_fixture.h"
 #include "tests/support/random_registry.h"
+#include "ztlsim/inspect/adapter_instances.h"
 
 namespace {
 
@@ -22,42 +21,37 @@ using namespace ztl_test;
 using simulation::Operation;
 using namespace std::string_literals;
 
-class EngineTest : public MachineTest {
- protected:
-  struct Client {
-    ComPtr<INetCfg> netCfg;
-    ComPtr<INetCfgLock> lock;
+struct Client {
+  ComPtr<INetCfg> netCfg = ComPtr<INetCfg>::Attach(simulation::CreateNetCfg());
+  ComPtr<INetCfgLock> lock = As<INetCfgLock>(netCfg, IID_INetCfgLock);
 
-    HRESULT Lock(DWORD timeout = 100) { return lock->AcquireWriteLock(timeout, u"client", nullptr); }
-    void Open() {
-      EXPECT_EQ(Lock(), S_OK);
-      EXPECT_EQ(netCfg->Initialize(nullptr), S_OK);
-    }
-  };
-  static Client MakeClient() {
-    Client client{ComPtr<INetCfg>::Attach(simulation::CreateNetCfg()), {}};
-    client.netCfg->QueryInterface(IID_INetCfgLock, reinterpret_cast<void**>(client.lock.Receive()));
-    return client;
+  template <class To, class From>
+  static ComPtr<To> As(const ComPtr<From>& from, REFIID iid) {
+    ComPtr<To> to;
+    EXPECT_EQ(from->QueryInterface(iid, reinterpret_cast<void**>(to.Receive())), S_OK);
+    return to;
   }
-  static ComPtr<IEnumNetCfgBindingPath> Paths(const Client& client, const char16_t* component) {
+  HRESULT Lock() { return lock->AcquireWriteLock(100, u"client", nullptr); }
+  Client& Open() {
+    EXPECT_TRUE(Lock() == S_OK && netCfg->Initialize(nullptr) == S_OK);
+    return *this;
+  }
+  ComPtr<INetCfgBindingPath> Path(const char16_t* component, int index = 0) const {
     ComPtr<INetCfgComponent> found;
-    ComPtr<INetCfgComponentBindings> bindings;
     ComPtr<IEnumNetCfgBindingPath> paths;
-    EXPECT_EQ(client.netCfg->FindComponent(component, found.Receive()), S_OK);
-    EXPECT_EQ(found->QueryInterface(IID_INetCfgComponentBindings, reinterpret_cast<void**>(bindings.Receive())), S_OK);
-    EXPECT_EQ(bindings->EnumBindingPaths(EBP_BELOW, paths.Receive()), S_OK);
-    return paths;
-  }
-  static ComPtr<INetCfgBindingPath> Path(const Client& client, const char16_t* component, int index = 0) {
-    const auto paths = Paths(client, component);
     ComPtr<INetCfgBindingPath> path;
+    EXPECT_EQ(netCfg->FindComponent(component, found.Receive()), S_OK);
+    As<INetCfgComponentBindings>(found, IID_INetCfgComponentBindings)->EnumBindingPaths(EBP_BELOW, paths.Receive());
     for (; index >= 0 && paths->Next(1, path.Receive(), nullptr) == S_OK;) --index;
     return path;
   }
-  static HRESULT Change(const char16_t* component, int path, BOOL enable) {
-    Client client = MakeClient();
-    client.Open();
-    EXPECT_EQ(Path(client, component, path)->Enable(enable), S_OK);
+};
+
+class EngineTest : public MachineTest {
+ protected:
+  static HRESULT Disable(const char16_t* component) {
+    Client client;
+    EXPECT_EQ(client.Open().Path(component)->Enable(0), S_OK);
     return client.netCfg->Apply();
   }
   simulation::RegistryKey& Instance(std::u16string_view path) {
@@ -82,74 +76,78 @@ class EngineTest : public MachineTest {
 
 TEST_F(EngineTest, CallsInTheWrongStateGetTheEnginesCodes) {
   void* object = nullptr;
-  Client client = MakeClient();
-  EXPECT_EQ(client.netCfg->Uninitialize(), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(client.netCfg->Apply(), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(client.netCfg->Cancel(), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(client.netCfg->FindComponent(u"qro_ztl", nullptr), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfgClass, &object), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(client.lock->ReleaseWriteLock(), NETCFG_E_NO_WRITE_LOCK);
-
-  ASSERT_EQ(client.netCfg->Initialize(nullptr), S_OK);  // without the lock: for looking
-  EXPECT_EQ(client.netCfg->Initialize(nullptr), NETCFG_E_ALREADY_INITIALIZED);
-  EXPECT_EQ(client.Lock(), NETCFG_E_ALREADY_INITIALIZED);
-  EXPECT_EQ(client.netCfg->Apply(), NETCFG_E_NO_WRITE_LOCK);
-  ComPtr<INetCfgBindingPath> path = Path(client, u"QRO_ZTL");
-  EXPECT_EQ(path->IsEnabled(), S_OK);
-  EXPECT_EQ(path->Enable(0), NETCFG_E_NO_WRITE_LOCK);
+  ComPtr<INetCfgBindingPath> path;
   ComPtr<INetCfgClassSetup> setup;
-  ASSERT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NETSERVICE, IID_INetCfgClassSetup,
-                                            reinterpret_cast<void**>(setup.Receive())),
-            S_OK);
-  EXPECT_EQ(setup->Install(u"qro_ztl", nullptr, 0, 0, nullptr, nullptr, nullptr), NETCFG_E_NO_WRITE_LOCK);
-  EXPECT_EQ(client.netCfg->Uninitialize(), S_OK);
-  EXPECT_EQ(client.netCfg->Uninitialize(), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(path->IsEnabled(), NETCFG_E_NOT_INITIALIZED);
-  EXPECT_EQ(path->Enable(1), NETCFG_E_NOT_INITIALIZED);
-
-  EXPECT_EQ(client.Lock(), S_OK);
-  EXPECT_EQ(client.Lock(), NETCFG_E_IN_USE);
-  EXPECT_EQ(client.netCfg->Initialize(nullptr), S_OK);
-  EXPECT_EQ(client.lock->ReleaseWriteLock(), NETCFG_E_ALREADY_INITIALIZED);
-  EXPECT_EQ(client.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfg, &object), E_NOINTERFACE);
+  Client c;
+  const std::pair<std::function<HRESULT()>, HRESULT> calls[] = {
+      {[&] { return c.netCfg->Uninitialize(); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return c.netCfg->Apply(); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return c.netCfg->Cancel(); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return c.netCfg->FindComponent(u"qro_ztl", nullptr); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return c.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfgClass, &object); },
+       NETCFG_E_NOT_INITIALIZED},
+      {[&] { return c.lock->ReleaseWriteLock(); }, NETCFG_E_NO_WRITE_LOCK},
+      {[&] { return c.netCfg->Initialize(nullptr); }, S_OK},  // without the lock: for looking
+      {[&] { return c.netCfg->Initialize(nullptr); }, NETCFG_E_ALREADY_INITIALIZED},
+      {[&] { return c.Lock(); }, NETCFG_E_ALREADY_INITIALIZED},
+      {[&] { return c.netCfg->Apply(); }, NETCFG_E_NO_WRITE_LOCK},
+      {[&] { return (path = c.Path(u"QRO_ZTL"))->IsEnabled(); }, S_OK},
+      {[&] { return path->Enable(0); }, NETCFG_E_NO_WRITE_LOCK},
+      {[&] {
+         return c.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NETSERVICE, IID_INetCfgClassSetup,
+                                           reinterpret_cast<void**>(setup.Receive()));
+       },
+       S_OK},
+      {[&] { return setup->Install(u"qro_ztl", nullptr, 0, 0, nullptr, nullptr, nullptr); }, NETCFG_E_NO_WRITE_LOCK},
+      {[&] { return c.netCfg->Uninitialize(); }, S_OK},
+      {[&] { return c.netCfg->Uninitialize(); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return path->IsEnabled(); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return path->Enable(1); }, NETCFG_E_NOT_INITIALIZED},
+      {[&] { return c.Lock(); }, S_OK},
+      {[&] { return c.Lock(); }, NETCFG_E_IN_USE},
+      {[&] { return c.netCfg->Initialize(nullptr); }, S_OK},
+      {[&] { return c.lock->ReleaseWriteLock(); }, NETCFG_E_ALREADY_INITIALIZED},
+      {[&] { return c.netCfg->QueryNetCfgClass(&GUID_DEVCLASS_NET, IID_INetCfg, &object); }, E_NOINTERFACE},
+  };
+  for (const auto& [call, result] : calls) EXPECT_EQ(call(), result);
   // A client that goes without closing leaves nothing behind; the fixture looks.
 }
 
 TEST_F(EngineTest, OnlyWhatIsAppliedLasts) {
-  const struct {
-    const char* end;
-    std::function<void(Client&)> undo;  // what becomes of a path that has been disabled, and not applied
-  } cases[] = {
+  // What becomes of a path that has been disabled, and not applied.
+  const std::pair<const char*, std::function<void(Client&)>> cases[] = {
       {"closed", [](Client& client) { client.netCfg->Uninitialize(), client.netCfg->Initialize(nullptr); }},
       {"cancelled", [](Client& client) { client.netCfg->Cancel(); }},
-      {"enabled again", [](Client& client) { Path(client, u"qro_ztl")->Enable(1); }},
-      {"gone", [](Client& client) { client = {}, client = MakeClient(), client.Open(); }},
+      {"enabled again", [](Client& client) { client.Path(u"qro_ztl")->Enable(1); }},
+      {"gone",
+       [](Client& client) {
+         client = {{}, {}}, client = {}, client.Open();
+       }},
   };
   const std::string before = Dump(machine_.registry.Root());
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.end);
-    Client client = MakeClient();
-    client.Open();
-    EXPECT_EQ(Path(client, u"qro_ztl")->Enable(0), S_OK);
-    EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_FALSE);
-    c.undo(client);
+  for (const auto& [end, undo] : cases) {
+    SCOPED_TRACE(end);
+    Client client;
+    EXPECT_EQ(client.Open().Path(u"qro_ztl")->Enable(0), S_OK);
+    EXPECT_EQ(client.Path(u"qro_ztl")->IsEnabled(), S_FALSE);
+    undo(client);
     EXPECT_EQ(client.netCfg->Apply(), S_OK);
-    EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_OK);
+    EXPECT_EQ(client.Path(u"qro_ztl")->IsEnabled(), S_OK);
     EXPECT_EQ(Dump(machine_.registry.Root()), before);
   }
 }
 
 // Neither what another session applies nor its closing touches what a session has.
 TEST_F(EngineTest, ASessionHasTheStacksOfItsBeginningAndItsOwnLock) {
-  Client client = MakeClient();
+  Client client;
   client.Open();
-  EXPECT_EQ(Change(u"qro_ztl", 0, 0), S_OK);
-  { EXPECT_EQ(MakeClient().netCfg->Initialize(nullptr), S_OK); }
+  EXPECT_EQ(Disable(u"qro_ztl"), S_OK);
+  { EXPECT_EQ(Client().netCfg->Initialize(nullptr), S_OK); }
   EXPECT_EQ(machine_.engine.lockHolders, 1);
-  EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_OK);
-  EXPECT_EQ(Path(client, u"a")->Enable(0), S_OK);
+  EXPECT_EQ(client.Path(u"qro_ztl")->IsEnabled(), S_OK);
+  EXPECT_EQ(client.Path(u"a")->Enable(0), S_OK);
   EXPECT_EQ(client.netCfg->Apply(), S_OK);
-  EXPECT_EQ(Path(client, u"qro_ztl")->IsEnabled(), S_FALSE);
+  EXPECT_EQ(client.Path(u"qro_ztl")->IsEnabled(), S_FALSE);
   EXPECT_EQ(Linkage(u"0000", u"UpperBind").data, MultiSz({u"Tcpip"}));
   client.netCfg->Uninitialize();
 
@@ -162,7 +160,7 @@ TEST_F(EngineTest, EnumeratorsSayHowManyTheyGave) {
   AddAdapter(u"0004", u"{Q}", u"pci", u"", {u"{Q}"}, {u"Tcpip"});  // an adapter without "ComponentId" is one, too
   Instance(u"0004").SetValue(u"DeviceInstanceID", REG_SZ, Sz(u"Dev\\0004"));
   Instance(u"0005").SetValue(u"DriverDesc", REG_SZ, Sz(u"set aside"));  // and what has no name is none
-  Client client = MakeClient();
+  Client client;
   client.Open();
   ComPtr<IEnumNetCfgComponent> adapters;
   ASSERT_EQ(client.netCfg->EnumComponents(&GUID_DEVCLASS_NET, adapters.Receive()), S_OK);
@@ -209,10 +207,10 @@ TEST_F(EngineTest, AServiceHasAPathToEachAdapterOfItsMedia) {
   };
   for (const auto& c : cases) {
     c.change();
-    Client client = MakeClient();
+    Client client;
     client.Open();
     std::u16string tokens;
-    for (int index = 0; const auto path = Path(client, u"qro_ztl", index); ++index) {
+    for (int index = 0; const auto path = client.Path(u"qro_ztl", index); ++index) {
       char16_t* token = nullptr;
       EXPECT_EQ(path->GetPathToken(&token), S_OK);
       tokens += token + std::u16string(u" ");
@@ -222,26 +220,17 @@ TEST_F(EngineTest, AServiceHasAPathToEachAdapterOfItsMedia) {
   }
 }
 
-TEST_F(EngineTest, ANotifyObjectHearsOfItsOwnPathsAndAsItWantsOfOthers) {
+// Of the filter's own ones, the transcripts of the scenarios tell.
+TEST_F(EngineTest, ANotifyObjectHearsOfOthersPathsAsItWants) {
   machine_.comClasses.push_back({ztl::CLSID_CSampleFilter, ztl::HrCreateSampleFilter});
   ztl::OpenModuleLog();
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-  const struct {
-    const char16_t* component;
-    std::string query, notice, token;
-  } cases[] = {{u"qro_ztl", "::QueryBindingPath dw", "::NotifyBindingPath dw", "PathToken <qro_ztl->Dev\\0000>"},
-               {u"a", "::SysQueryBindingPath dw", "::SysNotifyBindingPath, dw", "PathToken <a->Dev\\0000>"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(Change(c.component, 0, 0), S_OK);
-    Strings log = TakeLog();
-    log.resize(10);
-    const std::size_t name = c.query.find("Query");
-    const std::string state = c.query.substr(0, name), own = "--> " + state;
-    EXPECT_EQ(log,
-              (Strings{"--> ::CSampleFilter", "--> EnumCount 0", "--> ::Initialize", "--> ::GetSupportedNotifications",
-                       "--> " + c.query + "ChangeFlag 0x00000120", own + "QueryBindingPath path disable", c.token,
-                       "--> " + c.notice + "ChangeFlag 0x00000120", own + "NotifyBindingPath path disable", c.token}));
-  }
+  EXPECT_EQ(Disable(u"a"), S_OK);
+  const Strings log = LogMessages();
+  const std::string token = "PathToken <a->Dev\\0000>", flag = "dwChangeFlag 0x00000120";
+  EXPECT_EQ(Strings(log.begin() + 4, log.begin() + 10),
+            (Strings{"--> ::SysQueryBindingPath " + flag, "--> ::SysQueryBindingPath path disable", token,
+                     "--> ::SysNotifyBindingPath, " + flag, "--> ::SysNotifyBindingPath path disable", token}));
   CoUninitialize();
 }
 
@@ -274,7 +263,7 @@ TEST_F(EngineTest, WhatIsBoundToAFilterIsInheritedInItsOrder) {
     SCOPED_TRACE(c.name);
     machine_.registry.CopyFrom(*registry);
     c.damage();
-    ASSERT_EQ(Change(c.component, 0, 0), S_OK);
+    ASSERT_EQ(Disable(c.component), S_OK);
     EXPECT_EQ(Linkage(u"0000", u"UpperBind").data, c.bound);
     const bool isZtl = std::u16string(c.component) == u"qro_ztl";
     EXPECT_EQ(Linkage(u"0002", u"UpperBind").data, isZtl ? MultiSz({}) : MultiSz({u"Tcpip"}));
@@ -284,65 +273,48 @@ TEST_F(EngineTest, WhatIsBoundToAFilterIsInheritedInItsOrder) {
   machine_.registry.CopyFrom(*registry);
   Instance(u"0002\\Linkage").SetValue(u"RootDevice", REG_MULTI_SZ, MultiSz({u"{Z}"}));
   const std::string before = Dump(machine_.registry.Root());
-  EXPECT_EQ(Change(u"a", 0, 0), HresultFromError(ERROR_INVALID_DATA));
+  EXPECT_EQ(Disable(u"a"), HresultFromError(ERROR_INVALID_DATA));
   EXPECT_EQ(Dump(machine_.registry.Root()), before);
 }
 
-// What stands in the registry of stacks that the test below makes: virtual adapters are named after their filter.
-struct Linked {
-  Strings root, bound;
-};
-using Stacks = std::map<std::string, Linked>;  // by instance name
-
-Strings ListOf(const simulation::RegistryKey& instance, const char16_t* name) {
-  Strings texts;
-  const auto* const linkage = instance.FindSubkey(u"Linkage");
-  const auto* const value = linkage != nullptr ? linkage->FindValue(name) : nullptr;
-  if (value == nullptr || value->type != REG_MULTI_SZ) return texts;
-  const std::u16string text(reinterpret_cast<const char16_t*>(value->data.data()), value->data.size() / 2);
-  for (const auto entry : MultiStringView(text.data(), text.size())) texts.push_back(ztlsim::Utf16ToUtf8(entry));
-  return texts;
-}
-
-Stacks ReadStacks(simulation::Registry& registry) {
-  Stacks stacks;
-  for (const auto& instance : registry.Create(kNetClass).subkeys) {
-    const auto& name = instance->FindValue(u"NetCfgInstanceId")->data;
-    stacks[ztlsim::Utf16ToUtf8(reinterpret_cast<const char16_t*>(name.data()))] = {ListOf(*instance, u"RootDevice"),
-                                                                                   ListOf(*instance, u"UpperBind")};
-  }
-  return stacks;
-}
+using Instances = std::vector<ztlsim::AdapterInstance>;
 
 // The transports that reach each card.
-std::set<std::string> Reached(const Stacks& stacks) {
-  std::set<std::string> reached;
-  for (const auto& [name, linked] : stacks)
-    for (const std::string& service : linked.bound)
-      if (service.size() > 1 && !linked.root.empty() && linked.root.back()[0] == 'P')
-        reached.insert(service + " " + linked.root.back());
+std::set<std::u16string> Reached(const Instances& instances) {
+  std::set<std::u16string> reached;
+  for (const auto& instance : instances)
+    for (const std::u16string& service : instance.upperBind)
+      if (service.size() > 1 && instance.rootDevice && !instance.rootDevice->empty() &&
+          instance.rootDevice->back()[0] == u'P')
+        reached.insert(service + u" " + instance.rootDevice->back());
   return reached;
 }
 
 // Whether each entry of a stack has the rest as its own stack, and the filter above it bound to it.
-bool AreWhole(const Stacks& stacks) {
-  return std::all_of(stacks.begin(), stacks.end(), [&](const auto& stack) {
-    const Strings& root = stack.second.root;
-    if (root.empty() || root[0] != stack.first) return false;
-    const auto below = root.size() > 1 ? stacks.find(root[1]) : stacks.end();
-    const auto isService = [&root](const std::string& bound) {
-      return root[0][0] == '{' ? bound.size() == 1 : bound == root[0].substr(0, 1);  // the engine has made it
-    };
-    return root.size() == 1 ||
-           (below != stacks.end() && below->second.bound.size() == 1 && isService(below->second.bound[0]) &&
-            below->second.root == Strings(root.begin() + 1, root.end()));
+bool AreWhole(const Instances& instances) {
+  return std::all_of(instances.begin(), instances.end(), [&](const auto& instance) {
+    const auto& root = instance.rootDevice;
+    if (!root || root->empty() || root->front() != instance.guid) return false;
+    if (root->size() == 1) return true;
+    const auto below =
+        std::find_if(instances.begin(), instances.end(), [&](const auto& i) { return i.guid == (*root)[1]; });
+    if (below == instances.end() || below->upperBind.size() != 1) return false;
+    const std::u16string& service = below->upperBind[0];  // of an instance that the engine has made, any
+    return (root->front()[0] == u'{' ? service.size() == 1 : service == root->front().substr(0, 1)) &&
+           below->rootDevice == std::vector(root->begin() + 1, root->end());
   });
 }
 
-// Stacks of three filters, every other time with damaged values, and with writes that fail.
+// Stacks of three filters, every other time with damaged values, and with writes that fail. Virtual adapters are named
+// after their filter.
 TEST_F(EngineTest, AStackStaysWholeOrUntouched) {
   std::mt19937 random(7);
   const auto below = [&random](std::size_t end) { return random() % end; };
+  const auto read = [] {
+    UniqueKey key;
+    key.Open(HKEY_LOCAL_MACHINE, kNetClass.substr(19).data(), KEY_READ);
+    return ztlsim::ReadAdapterInstances(key.Get());
+  };
   const std::u16string filters = u"ABC";
   int changed = 0, refused = 0;
   for (int round = 0; round < 400; ++round) {
@@ -367,9 +339,8 @@ TEST_F(EngineTest, AStackStaysWholeOrUntouched) {
       std::shuffle(above.begin(), above.end(), random);
       above = u'P' + above.substr(below(4));
       for (std::size_t i = 0; i < above.size(); ++i) {
-        const std::u16string name = {above[i], card};
-        stack.insert(0, name + u'\0');
-        add(name, stack, i + 1 < above.size() ? std::u16string(1, above[i + 1]) : u"Tcpip\0T"s + card);
+        stack = std::u16string{above[i], card, u'\0'} + stack;
+        add({above[i], card}, stack, i + 1 < above.size() ? above.substr(i + 1, 1) : u"Tcpip\0T"s + card);
       }
     }
     if (below(2) != 0) add(u"Aspare", u"Aspare\0"s, u"");
@@ -378,26 +349,17 @@ TEST_F(EngineTest, AStackStaysWholeOrUntouched) {
       auto& linkage = instances[below(instances.size())]->CreateSubkey(u"Linkage");
       const char16_t* const name = below(2) != 0 ? u"RootDevice" : u"UpperBind";
       const auto* const other = instances[below(instances.size())]->CreateSubkey(u"Linkage").FindValue(name);
-      switch (below(4)) {
-        case 0:
-          linkage.SetValue(name, REG_SZ, Sz(u"Tcpip"));
-          break;
-        case 1:
-          linkage.parent->SetValue(u"MatchingDeviceId", REG_SZ, Sz(u"unknown"));
-          break;
-        case 2:
-          if (other != nullptr) linkage.SetValue(name, other->type, std::vector<BYTE>(other->data));
-          break;
-        default:
-          linkage.DeleteValue(name);
-      }
+      const std::size_t kind = below(4);
+      if (kind == 0) linkage.SetValue(name, REG_SZ, Sz(u"Tcpip"));
+      if (kind == 1) linkage.parent->SetValue(u"MatchingDeviceId", REG_SZ, Sz(u"unknown"));
+      if (kind == 2 && other != nullptr) linkage.SetValue(name, other->type, std::vector<BYTE>(other->data));
+      if (kind == 3) linkage.DeleteValue(name);
     }
     const std::string dump = Dump(machine_.registry.Root());
-    const Stacks before = ReadStacks(machine_.registry);
-    Client client = MakeClient();
-    client.Open();
+    const auto was = Reached(read());
+    Client client;
     const std::u16string filter = u"id" + filters.substr(below(3), 1);
-    const auto path = Path(client, filter.c_str(), static_cast<int>(below(3)));
+    const auto path = client.Open().Path(filter.c_str(), static_cast<int>(below(3)));
     if (!path) continue;
     SCOPED_TRACE(dump);
     EXPECT_EQ(path->Enable(path->IsEnabled() == S_FALSE), S_OK);
@@ -405,12 +367,10 @@ TEST_F(EngineTest, AStackStaysWholeOrUntouched) {
     if (fails) machine_.faults = {{.operation = Operation::RegSetValueExW, .first = 1 + below(9), .code = 5}};
     const HRESULT hr = client.netCfg->Apply();
     machine_.faults.clear();
-    const Stacks after = ReadStacks(machine_.registry);
-    const std::set<std::string> was = Reached(before), is = Reached(after);
-    if (Failed(hr))
-      ASSERT_EQ(Dump(machine_.registry.Root()), dump);
-    else
-      ASSERT_TRUE(std::includes(is.begin(), is.end(), was.begin(), was.end()));
+    const Instances after = read();
+    const auto is = Reached(after);
+    ASSERT_TRUE(Failed(hr) ? Dump(machine_.registry.Root()) == dump
+                           : std::includes(is.begin(), is.end(), was.begin(), was.end()));
     ASSERT_TRUE(fails || round % 2 != 0 || (hr == S_OK && AreWhole(after)));
     ++(Failed(hr) ? refused : changed);
   }

@@ -24,13 +24,7 @@ std::size_t Slot(Method method) {
   return static_cast<std::size_t>(bits.words[0] - 1) / sizeof(void*);
 }
 
-template <class Public>
-void ExpectIid(const platform::GUID& ours) {
-  const GUID theirs = __uuidof(Public);
-  EXPECT_EQ(std::memcmp(&ours, &theirs, sizeof ours), 0);
-}
-
-// EXPECT_SLOTS(Interface, Method…): each method stands in the same slot in both declarations.
+// EXPECT_SAME(Interface, Method…): both declarations have the same identifier, and each method in the same slot.
 #define PARENTHESES ()
 #define EXPAND(...) EXPAND3(EXPAND3(EXPAND3(__VA_ARGS__)))
 #define EXPAND3(...) EXPAND2(EXPAND2(EXPAND2(__VA_ARGS__)))
@@ -39,53 +33,34 @@ void ExpectIid(const platform::GUID& ours) {
   EXPECT_EQ(Slot(&platform::interface_::method), Slot(&::interface_::method)) << #method; \
   __VA_OPT__(EXPECT_SLOT_AGAIN PARENTHESES(interface_, __VA_ARGS__))
 #define EXPECT_SLOT_AGAIN() EXPECT_SLOT
-#define EXPECT_SLOTS(interface_, ...) EXPAND(EXPECT_SLOT(interface_, __VA_ARGS__))
+#define EXPECT_SAME(interface_, ...)                                                                            \
+  EXPECT_EQ(std::memcmp(&platform::IID_##interface_, &__uuidof(::interface_), sizeof(GUID)), 0) << #interface_; \
+  EXPAND(EXPECT_SLOT(interface_, __VA_ARGS__))
 
-TEST(ComLayout, TheEnginesInterfaces) {
-  ExpectIid<::INetCfg>(platform::IID_INetCfg);
-  EXPECT_SLOTS(INetCfg, Initialize, Uninitialize, Apply, Cancel, EnumComponents, FindComponent, QueryNetCfgClass);
-  ExpectIid<::INetCfgLock>(platform::IID_INetCfgLock);
-  EXPECT_SLOTS(INetCfgLock, AcquireWriteLock, ReleaseWriteLock, IsWriteLocked);
-  ExpectIid<::INetCfgClass>(platform::IID_INetCfgClass);
-  EXPECT_SLOTS(INetCfgClass, FindComponent, EnumComponents);
-  ExpectIid<::INetCfgClassSetup>(platform::IID_INetCfgClassSetup);
-  EXPECT_SLOTS(INetCfgClassSetup, SelectAndInstall, Install, DeInstall);
-  ExpectIid<::INetCfgComponent>(platform::IID_INetCfgComponent);
-  EXPECT_SLOTS(INetCfgComponent, GetDisplayName, SetDisplayName, GetHelpText, GetId, GetCharacteristics,
-               GetInstanceGuid, GetPnpDevNodeId, GetClassGuid, GetBindName, GetDeviceStatus, OpenParamKey,
-               RaisePropertyUi);
-  ExpectIid<::INetCfgComponentBindings>(platform::IID_INetCfgComponentBindings);
-  EXPECT_SLOTS(INetCfgComponentBindings, BindTo, UnbindFrom, SupportsBindingInterface, IsBoundTo, IsBindableTo,
-               EnumBindingPaths, MoveBefore, MoveAfter);
-  ExpectIid<::INetCfgBindingPath>(platform::IID_INetCfgBindingPath);
-  EXPECT_SLOTS(INetCfgBindingPath, IsSamePathAs, IsSubPathOf, IsEnabled, Enable, GetPathToken, GetOwner, GetDepth,
-               EnumBindingInterfaces);
-  ExpectIid<::IEnumNetCfgComponent>(platform::IID_IEnumNetCfgComponent);
-  ExpectIid<::IEnumNetCfgBindingPath>(platform::IID_IEnumNetCfgBindingPath);
-  EXPECT_SLOTS(IEnumNetCfgComponent, Next, Skip, Reset);
-  EXPECT_SLOTS(IEnumNetCfgBindingPath, Clone);
-  ExpectIid<::INetCfgPnpReconfigCallback>(platform::IID_INetCfgPnpReconfigCallback);
-  EXPECT_SLOTS(INetCfgPnpReconfigCallback, SendPnpReconfig);
-  ExpectIid<::INetLanConnectionUiInfo>(platform::IID_INetLanConnectionUiInfo);
-  EXPECT_SLOTS(INetLanConnectionUiInfo, GetDeviceGuid);
+TEST(ComLayout, IsThatOfThePublicHeaders) {
+  EXPECT_SAME(INetCfg, Initialize, Uninitialize, Apply, Cancel, EnumComponents, FindComponent, QueryNetCfgClass);
+  EXPECT_SAME(INetCfgLock, AcquireWriteLock, ReleaseWriteLock, IsWriteLocked);
+  EXPECT_SAME(INetCfgClass, FindComponent, EnumComponents);
+  EXPECT_SAME(INetCfgClassSetup, SelectAndInstall, Install, DeInstall);
+  EXPECT_SAME(INetCfgComponent, GetDisplayName, SetDisplayName, GetHelpText, GetId, GetCharacteristics, GetInstanceGuid,
+              GetPnpDevNodeId, GetClassGuid, GetBindName, GetDeviceStatus, OpenParamKey, RaisePropertyUi);
+  EXPECT_SAME(INetCfgComponentBindings, BindTo, UnbindFrom, SupportsBindingInterface, IsBoundTo, IsBindableTo,
+              EnumBindingPaths, MoveBefore, MoveAfter);
+  EXPECT_SAME(INetCfgBindingPath, IsSamePathAs, IsSubPathOf, IsEnabled, Enable, GetPathToken, GetOwner, GetDepth,
+              EnumBindingInterfaces);
+  EXPECT_SAME(IEnumNetCfgComponent, Next, Skip, Reset);
+  EXPECT_SAME(IEnumNetCfgBindingPath, Clone);
+  EXPECT_SAME(INetCfgPnpReconfigCallback, SendPnpReconfig);
+  EXPECT_SAME(INetLanConnectionUiInfo, GetDeviceGuid);
+  EXPECT_SAME(IUnknown, AddRef, Release);
+  EXPECT_SAME(INetCfgComponentControl, Initialize, ApplyRegistryChanges, ApplyPnpChanges, CancelChanges);
+  EXPECT_SAME(INetCfgComponentSetup, Install, Upgrade, ReadAnswerFile, Removing);
+  EXPECT_SAME(INetCfgComponentPropertyUi, QueryPropertyUi, SetContext, MergePropPages, ValidateProperties,
+              ApplyProperties, CancelProperties);
+  EXPECT_SAME(INetCfgComponentNotifyBinding, QueryBindingPath, NotifyBindingPath);
+  EXPECT_SAME(INetCfgComponentNotifyGlobal, GetSupportedNotifications, SysQueryBindingPath, SysNotifyBindingPath,
+              SysNotifyComponent);
   EXPECT_EQ(std::memcmp(&platform::CLSID_CNetCfg, &CLSID_CNetCfg, sizeof(GUID)), 0);
-}
-
-TEST(ComLayout, TheNotifyObjectsInterfaces) {
-  ExpectIid<::IUnknown>(platform::IID_IUnknown);
-  EXPECT_SLOTS(IUnknown, AddRef, Release);
-  ExpectIid<::INetCfgComponentControl>(platform::IID_INetCfgComponentControl);
-  EXPECT_SLOTS(INetCfgComponentControl, Initialize, ApplyRegistryChanges, ApplyPnpChanges, CancelChanges);
-  ExpectIid<::INetCfgComponentSetup>(platform::IID_INetCfgComponentSetup);
-  EXPECT_SLOTS(INetCfgComponentSetup, Install, Upgrade, ReadAnswerFile, Removing);
-  ExpectIid<::INetCfgComponentPropertyUi>(platform::IID_INetCfgComponentPropertyUi);
-  EXPECT_SLOTS(INetCfgComponentPropertyUi, QueryPropertyUi, SetContext, MergePropPages, ValidateProperties,
-               ApplyProperties, CancelProperties);
-  ExpectIid<::INetCfgComponentNotifyBinding>(platform::IID_INetCfgComponentNotifyBinding);
-  EXPECT_SLOTS(INetCfgComponentNotifyBinding, QueryBindingPath, NotifyBindingPath);
-  ExpectIid<::INetCfgComponentNotifyGlobal>(platform::IID_INetCfgComponentNotifyGlobal);
-  EXPECT_SLOTS(INetCfgComponentNotifyGlobal, GetSupportedNotifications, SysQueryBindingPath, SysNotifyBindingPath,
-               SysNotifyComponent);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <regex>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "tests/support/built_file.h"
 // The public headers come last: they define some of the boundary's names as macros.
@@ -60,10 +59,6 @@ class DllTest : public testing::Test {
     const std::regex line(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d:  ztli64x: ([^\r\n]*)\r\n)");
     return std::regex_replace(std::string(std::istreambuf_iterator<char>(file), {}), line, "$1\n");
   }
-  template <class Function>
-  Function* Export(const char* name) {
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(dll_, name)));
-  }
   template <class Structure = char>
   const Structure* At(std::size_t offset) {
     return reinterpret_cast<const Structure*>(reinterpret_cast<const char*>(dll_) + offset);
@@ -107,30 +102,6 @@ TEST_F(DllTest, TheSystemReadsItsVersionBlock) {
   const DWORD fixed[] = {0xFEEF04BD, 0x10000, 0x40011, 0x4976, 0x40011, 0x4976, 0x3F, 0, 0x10004, 1, 0, 0, 0};
   EXPECT_EQ(std::string(static_cast<const char*>(value), length),
             std::string(reinterpret_cast<const char*>(fixed), sizeof fixed));
-}
-
-TEST_F(DllTest, ItsLifeIsInTheLog) {
-  using ReInstall = HRESULT(void*, void*, char*, int);
-  auto* const reInstall = Export<ReInstall>("?ReInstallZtl@@YAKPEAX0PEADH@Z");
-  ASSERT_TRUE(reInstall != nullptr && reInstall == Export<ReInstall>(MAKEINTRESOURCEA(1)));
-  EXPECT_EQ(LoadLibraryW(path_.c_str()), dll_);
-  Export<HRESULT(REFCLSID, REFIID, void**)>("DllGetClassObject")(kClass, IID_IUnknown, nullptr);
-  Export<HRESULT()>("DllCanUnloadNow")();
-  std::thread([] {}).join();  // comes and goes without a line
-  EXPECT_TRUE(FreeLibrary(dll_));
-  const HRESULT result = reInstall(this, nullptr, nullptr, 7);
-  EXPECT_LT(result, 0);  // the component is not there, or not even the engine
-  EXPECT_TRUE(FreeLibrary(dll_) && GetModuleHandleW(path_.c_str()) == nullptr);
-  ASSERT_NE(dll_ = LoadLibraryW(path_.c_str()), nullptr);
-  const std::string pid = " pid=" + std::to_string(GetCurrentProcessId());
-  const std::string attach = "   INFO: DLL_PROCESS_ATTACH 4.17.0.18806" + pid + " <" + GetCommandLineA() + ">\n";
-  // How far it gets depends on the system's engine; the last result is what it returns.
-  const std::string log = std::regex_replace(Log(), std::regex("  ERROR: Hr.*\n|.*Cfg rc = 0\n"), "");
-  EXPECT_EQ(std::regex_replace(log, std::regex(":Hr\\w+ rc"), " rc"),
-            attach +
-                "   INFO: DllGetClassObject\n   INFO: DllCanUnloadNow hr=0\n   INFO: ReInstallZtl Entry\n"
-                "   INFO: ReInstallZtl rc = " +
-                std::to_string(result) + "\n   INFO: DLL_PROCESS_DETACH" + pid + "\n" + attach);
 }
 
 // From a folder whose name the script must quote.
