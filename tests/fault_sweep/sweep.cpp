@@ -427,6 +427,7 @@ std::string Transcript(const SweptRun& run, const std::filesystem::path& root, s
     if (const auto changes = ztlsim::CompareRegistries(*usual.registry, *outcome.registry); !changes.empty())
       text << "  " << changes.size() << " registry changes\n";
     for (const std::string& line : Added(outcome.log, usual.log)) text << "  " << line << '\n';
+    for (const std::string& left : Added(outcome.left, usual.left)) text << "  left " << left << '\n';
     const bool isClock =
         operation == Operation::time || operation == Operation::localtime || operation == Operation::strftime;
     if (!isClock && !text.str().empty() && written.insert(kind + text.str()).second)
@@ -476,7 +477,14 @@ std::vector<SweptRun> WrittenRuns() {
           {"properties", "properties", Sample("laptop")},
           {"reinstall", "reinstall", Sample("saved-parameters")},
           {"register", "register", Sample("loop")},
-          {"unregister, with a driver", "unregister", Sample("saved-parameters"), 10, true},
+          {"unregister, with the oldest driver that saves", "unregister", Sample("saved-parameters"), 10, true, false,
+           [](auto& machine, auto&) {
+             machine.driver.version = {259, 10, 0, 1};
+           }},
+          {"unregister, with an older driver", "unregister", Sample("saved-parameters"), 10, true, false,
+           [](auto& machine, auto&) {
+             machine.driver.version = {3, 9, 255, 65536};
+           }},
           {"unregister", "unregister", Sample("saved-parameters")},
           {"load", "load", Sample("loop")},
           {"upgrade of a crooked machine", "upgrade", Crooked()},
