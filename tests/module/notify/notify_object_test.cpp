@@ -142,6 +142,7 @@ TEST_F(SampleFilterTest, AnAggregatedInstanceLivesByItsInnerIdentity) {
   inner.Reset();
   const Strings log = TakeLog();
   EXPECT_EQ(std::count(log.begin(), log.end(), "--> ::~CSampleFilter ApplyAction=0 OrderIM=0"), 1);
+  EXPECT_EQ(ztl::g_moduleLocks, 0);
 }
 
 TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
