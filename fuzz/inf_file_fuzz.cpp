@@ -35,7 +35,7 @@ void ztl_fuzz::Check(std::string_view bytes) {
   const std::u16string text = DecodeSetupText(bytes);
   ZTL_HOLDS(rc == ERROR_SUCCESS ? errorLine == 0 : errorLine > 0 && errorLine <= text.size() + 1);
 
-  if (bytes.find('%') == bytes.npos) {
+  if (rc == ERROR_SUCCESS && bytes.find('%') == bytes.npos) {
     InfFile listed;
     listed.Read(bytes, errorLine, true);
     ZTL_HOLDS(listed.HasSignature() == inf.HasSignature());

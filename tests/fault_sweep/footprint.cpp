@@ -1,5 +1,6 @@
 #include "tests/fault_sweep/footprint.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <regex>
@@ -124,8 +125,25 @@ Row Describe(const simulation::Machine& machine, Operation operation, const Argu
       return {"", arguments.number != 0 ? "enables" : "disables"};
     case Operation::EnumBindingPaths:
       return {"", Hex(arguments.number)};
-    case Operation::GetFileVersionInfoSizeW:
+    case Operation::GetWindowsDirectoryA:
+    case Operation::GetModuleFileNameW:
+    case Operation::GetSystemWindowsDirectoryW:
+    case Operation::GetSystemDirectoryW:
     case Operation::GetFileVersionInfoW:
+    case Operation::GetWindowTextW:
+    case Operation::StringFromGUID2:
+      return {arguments.name != nullptr ? Name(arguments.name) : "", most()};
+    case Operation::CoUninitialize:
+      return {"", std::to_string(machine.engine.objects) + " objects of the engine"};
+    case Operation::GlobalAlloc:
+      return {"", Hex(arguments.number2)};
+    case Operation::SendMessageW:
+      return {Hex(arguments.number), ""};
+    case Operation::strftime:
+      return {arguments.path, ""};
+    case Operation::SendPnpReconfig:
+      return {"", "layer " + std::to_string(arguments.number) + ", " + std::to_string(arguments.dataBytes) + " bytes"};
+    case Operation::GetFileVersionInfoSizeW:
     case Operation::CopyFileW:
     case Operation::SetupFindFirstLineW:
     case Operation::GetPrivateProfileStringW:
@@ -136,7 +154,37 @@ Row Describe(const simulation::Machine& machine, Operation operation, const Argu
   }
 }
 
+bool Changes(Operation operation) {
+  switch (operation) {
+    case Operation::RegCreateKeyExW:
+    case Operation::RegSetValueExW:
+    case Operation::RegDeleteValueW:
+    case Operation::RegDeleteKeyW:
+    case Operation::DeviceIoControl:
+    case Operation::SetupCopyOEMInfW:
+    case Operation::CopyFileW:
+    case Operation::DisableThreadLibraryCalls:
+    case Operation::CoInitializeEx:
+    case Operation::CoUninitialize:
+    case Operation::CoFreeUnusedLibraries:
+      return true;
+    default:
+      return (operation >= Operation::AcquireWriteLock && operation <= Operation::Apply) ||
+             operation == Operation::Install || operation == Operation::Enable ||
+             operation == Operation::SendPnpReconfig;
+  }
+}
+
 }  // namespace
+
+std::string ChangeText(const simulation::Machine& machine, Operation operation, const Arguments& arguments) {
+  if (!Changes(operation) || machine.engine.callsUnderWay > 0) return {};
+  const auto [object, how] = Describe(machine, operation, arguments);
+  std::string text = simulation::OperationName(operation);
+  for (const std::string& part : {object, how})
+    if (!part.empty()) text += ", " + part;
+  return text;
+}
 
 void Footprint::See(const simulation::Machine& machine, const std::string& scenario, Operation operation,
                     const Arguments& arguments) {
@@ -145,15 +193,21 @@ void Footprint::See(const simulation::Machine& machine, const std::string& scena
   const auto code = [](const std::string& text) { return text.empty() ? std::string() : "`" + text + "`"; };
   const std::string row = "| " + std::string(simulation::OperationName(operation)) + " | " + code(General(object)) +
                           " | " + General(how) + " | ";
-  const auto [found, isNew] = scenarios_.try_emplace(row);
+  const auto [found, isNew] = counts_.try_emplace(row);
   if (isNew) rows_.push_back(row);
-  if (found->second.find(scenario) == std::string::npos)
-    found->second += (found->second.empty() ? "" : ", ") + scenario;
+  auto& counts = found->second;
+  auto count = std::find_if(counts.begin(), counts.end(), [&](const auto& each) { return each.first == scenario; });
+  if (count == counts.end()) count = counts.insert(count, {scenario, 0});
+  ++count->second;
 }
 
 std::string Footprint::Table() const {
   std::string table = "| Operation | Of what | How | Scenarios |\n|---|---|---|---|\n";
-  for (const std::string& row : rows_) table += row + scenarios_.at(row) + " |\n";
+  for (const std::string& row : rows_) {
+    table += row;
+    for (const auto& [scenario, count] : counts_.at(row)) table += scenario + " " + std::to_string(count) + ", ";
+    table.replace(table.size() - 2, 2, " |\n");
+  }
   return table;
 }
 

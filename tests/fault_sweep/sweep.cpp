@@ -409,24 +409,38 @@ std::string ExportText(const std::string& bytes) {
   return ztlsim::Utf16ToUtf8(text);
 }
 
-// How often the same kind of call fails: the same operation on the same name, or one without a name.
+// How often the same kind of call fails: the same operation on the same name, or one without a name. One that comes
+// after another call than before fails once more.
 constexpr int kFailuresPerKind = 2, kFailuresWithoutName = 6;
 
-// What the run does, and what the first failures of each kind of call change in it: the log, what the methods return
-// and how much of the registry comes out otherwise (failures without such an effect are left out).
-std::string Transcript(const SweptRun& run, const std::filesystem::path& root) {
+// What the run does, its changes ("!") where they come in the log, and what the first failures of each kind of call
+// change in it: the log, what the methods return and how much of the registry comes out otherwise. Failures without
+// such an effect are left out, and those that did the same in an earlier run (`written`).
+std::string Transcript(const SweptRun& run, const std::filesystem::path& root, std::set<std::string>& written) {
   std::vector<Call> calls;
-  const Outcome usual = Execute(run, root, {}, UINT64_MAX, Record(calls));
+  std::ostringstream done;
+  const Outcome usual =
+      Execute(run, root, {}, UINT64_MAX,
+              [&, record = Record(calls)](const simulation::Machine& machine, Operation operation,
+                                          const simulation::Arguments& arguments) {
+                record(machine, operation, arguments);
+                if (const std::string change = ChangeText(machine, operation, arguments); !change.empty())
+                  done << "! " << change << '\n';
+                if (operation == Operation::_write)
+                  done << MessageOf({static_cast<const char*>(arguments.data), arguments.dataBytes});
+              });
   std::ostringstream found;
-  found << "== " << run.name << ": " << usual.calls << " calls\n";
-  for (const std::string& line : usual.log) found << line << '\n';
+  found << "== " << run.name << ": " << usual.calls << " calls\n" << done.str();
   found << ExportText(ztlsim::FormatRegistryChanges(ztlsim::CompareRegistries(*run.registry, *usual.registry)));
   for (const auto& [method, hr] : usual.results) found << method << ' ' << std::hex << hr << std::dec << '\n';
   std::map<std::string, int> failed;
-  std::set<std::string> written;
+  std::set<std::string> contexts;
+  std::string before, twoBefore;
   for (std::size_t n = 0; n < calls.size(); ++n) {
     const auto& [operation, kind] = calls[n];
-    if (failed[kind]++ >= (kind.find(' ') != kind.npos ? kFailuresPerKind : kFailuresWithoutName)) continue;
+    const bool isNew = contexts.insert(kind + before + twoBefore).second;
+    if (!IsOfLog(operation)) twoBefore = std::exchange(before, kind);
+    if (failed[kind]++ >= (kind.find(' ') != kind.npos ? kFailuresPerKind : kFailuresWithoutName) && !isNew) continue;
     const Outcome outcome = Execute(run, root, {{.first = n + 1, .code = CodesOf(operation).transcript}});
     std::ostringstream text;
     if (outcome.results != usual.results)
@@ -435,12 +449,44 @@ std::string Transcript(const SweptRun& run, const std::filesystem::path& root) {
     if (const auto changes = ztlsim::CompareRegistries(*usual.registry, *outcome.registry); !changes.empty())
       text << "  " << changes.size() << " registry changes\n";
     for (const std::string& line : Added(outcome.log, usual.log)) text << "  " << line << '\n';
+    for (const std::string& left : Added(outcome.left, usual.left)) text << "  left " << left << '\n';
     const bool isClock =
         operation == Operation::time || operation == Operation::localtime || operation == Operation::strftime;
     if (!isClock && !text.str().empty() && written.insert(kind + text.str()).second)
       found << "- " << kind << '\n' << text.str();
   }
   return found.str();
+}
+
+// The laptop with what nobody installs: lists without their ends, strangers in the stacks, an order that names classes
+// and more drivers than there is room for.
+std::shared_ptr<Registry> Crooked() {
+  auto registry = Sample("laptop");
+  const std::u16string root = u"HKEY_LOCAL_MACHINE\\";
+  const auto set = [](RegistryKey& key, const char16_t* name, DWORD type, std::u16string text) {
+    std::replace(text.begin(), text.end(), u',', u'\0');
+    const auto* const bytes = reinterpret_cast<const BYTE*>(text.data());
+    key.SetValue(name, type, {bytes, bytes + text.size() * 2});
+  };
+  const std::size_t kLeft = 53;  // characters of the list of drivers, when those of 62 are in it
+  for (const char16_t name : {u'a', u'b', u'c', u'd', u'e'}) {
+    RegistryKey& ndi = registry->Create(root + ztl::kNetServiceClassKey + u"\\{0" + name + u"}\\Ndi");
+    set(ndi, ztl::kServiceValue, REG_SZ, std::u16string(name == u'c' ? kLeft : name == u'e' ? 3 : 62, name) + u',');
+    set(ndi, ztl::kFilterDeviceInfIdValue, REG_SZ, std::u16string(2, name) + u',');
+    set(ndi, ztl::kFilterClassValue, REG_SZ, name == u'd' ? u"other," : u"scheduler,");
+  }
+  set(*registry->Find(root + ztl::kParametersKey), ztl::kImOrderValue, REG_MULTI_SZ,
+      u"ZTL," + std::u16string(62, u'd') + u",Others,scheduler," + std::u16string(kLeft, u'x') + u",,");
+  const auto linkage = [&](std::u16string_view instance) -> RegistryKey& {
+    return *registry->Find(root + ztl::kNetAdapterClassKey + u"\\" + std::u16string(instance) + u"\\Linkage");
+  };
+  const Names stack = Entries(linkage(u"0012"), ztl::kRootDeviceValue);
+  set(linkage(u"0012"), ztl::kRootDeviceValue, REG_MULTI_SZ,
+      u"{STRANGER}," + stack.at(0) + u',' + stack.at(1) + u',' + stack.at(2));
+  set(linkage(u"0012"), ztl::kUpperBindValue, REG_MULTI_SZ, u"Tcpip");
+  set(linkage(u"0013"), ztl::kRootDeviceValue, REG_MULTI_SZ,
+      std::u16string(200, u's') + u',' + std::u16string(100, u't') + u",,");
+  return registry;
 }
 
 std::vector<SweptRun> WrittenRuns() {
@@ -453,14 +499,38 @@ std::vector<SweptRun> WrittenRuns() {
           {"properties", "properties", Sample("laptop")},
           {"reinstall", "reinstall", Sample("saved-parameters")},
           {"register", "register", Sample("loop")},
-          {"unregister, with a driver", "unregister", Sample("saved-parameters"), 10, true},
+          {"unregister, with the oldest driver that saves", "unregister", Sample("saved-parameters"), 10, true, false,
+           [](auto& machine, auto&) {
+             machine.driver.version = {259, 10, 0, 1};
+           }},
+          {"unregister, with an older driver", "unregister", Sample("saved-parameters"), 10, true, false,
+           [](auto& machine, auto&) {
+             machine.driver.version = {3, 9, 255, 65536};
+           }},
           {"unregister", "unregister", Sample("saved-parameters")},
-          {"load", "load", Sample("loop")}};
+          {"load", "load", Sample("loop")},
+          {"upgrade of a crooked machine", "upgrade", Crooked()},
+          {"upgrade, with a lock that is held", "upgrade", Sample("windows-5.2"), 5, false, false,
+           [](auto& machine, auto&) { machine.engine.otherClient = u"Setup"; }},
+          {"notify of a transport, without filter classes", "notify", Sample("laptop"), 10, false, false,
+           [](auto& machine, auto& options) {
+             machine.registry.Create(u"HKEY_LOCAL_MACHINE\\" + std::u16string(ztl::kControlNetworkKey))
+                 .SetValue(ztl::kFilterClassesValue, REG_SZ, {});
+             options.paths.clear();
+             options.changeFlag = NCN_NETTRANS;
+           }},
+          {"unregister, with a driver in use", "unregister", Sample("saved-parameters"), 10, true, false,
+           [](auto& machine, auto&) { machine.driver.isOpen = true; }},
+          {"properties, cancelled", "properties", Sample("laptop"), 10, false, false, [](auto&, auto& options) {
+             options.page.button = ztlsim::PageButton::Cancel;
+             options.pageAgain = true;
+           }}};
 }
 
 std::string Transcripts(const std::filesystem::path& root) {
   std::string text;
-  for (const SweptRun& run : WrittenRuns()) text += Transcript(run, root);
+  std::set<std::string> written;
+  for (const SweptRun& run : WrittenRuns()) text += Transcript(run, root, written);
   return text;
 }
 
@@ -473,8 +543,8 @@ std::string FootprintPage(const std::filesystem::path& root) {
             });
   return R"(# What the module asks of the operating system
 
-Every operation, what it is asked of, and with which rights, flags and sizes, in the order in which the scenarios of
-`ztlsim` first ask it on the sample machines, those that install and remove included. `<instance>` stands for an
+Every operation, what it is asked of, with which rights, flags and sizes, and how often, in the order in which the
+scenarios of `ztlsim` first ask it on the sample machines, those that install and remove included. `<instance>` stands for an
 adapter's key, `<link>` for a device interface's, `<GUID>` for an adapter's or a component's name. What the configuration
 engine asks on its own behalf is left out; what the host of the notify object asks of COM and the engine is not.
 

@@ -50,6 +50,8 @@ std::vector<std::string> WhatIsLeft(const Machine& machine) {
 
 }  // namespace
 
+std::string MessageOf(const std::string& line) { return line.substr(line.find_first_not_of(' ', kSeverityAt)); }
+
 Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vector<simulation::Fault> faults,
                 std::uint64_t most, const Observer& see) {
   Machine machine;
@@ -70,9 +72,11 @@ Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vec
     }
   }
   ztlsim::CallOptions options;
-  if (run.scenario == "notify") options.paths = {{u"qro_ztl->x", S_OK}};
+  if (run.scenario == "notify")
+    options.paths = {{u"qro_ztl->x", S_OK}, {u"qro_ztl->y", S_FALSE}, {u"other->z", E_FAIL}};
   options.adapter = GUID{0x635699C6, 0xF3BE, 0x4629, {0xBC, 0xED, 0x47, 0xAB, 0x3C, 0x5D, 0x1A, 0xEE}};
   options.page.texts = {{ztl::kParam1Control, u"one"}};
+  if (run.arrange) run.arrange(machine, options);
   machine.faults = std::move(faults);
   const std::uint64_t before = machine.Calls();
   std::uint64_t made = 0;
@@ -93,7 +97,7 @@ Outcome Execute(const SweptRun& run, const std::filesystem::path& root, std::vec
   machine.observer = nullptr;
   std::istringstream log(simulation::host::MemoryFile((root / "Windows/temp/ztlinst.log").native()));
   for (std::string line; std::getline(log, line);)
-    if (line.size() > kSeverityAt) outcome.log.push_back(line.substr(line.find_first_not_of(' ', kSeverityAt)));
+    if (line.size() > kSeverityAt) outcome.log.push_back(MessageOf(line));
   outcome.left = WhatIsLeft(machine);
   outcome.registry = machine.registry.Copy();
   return outcome;
@@ -115,9 +119,8 @@ bool IsOfLog(Operation operation) {
 
 const Codes& CodesOf(Operation operation) {
   // The ordinary ones are numbers that no message has for another reason.
-  static const Codes system = {
-      {1009, 1018}, {ERROR_FILE_NOT_FOUND, ERROR_MORE_DATA, ERROR_NO_MORE_ITEMS}, ERROR_ACCESS_DENIED};
-  static const Codes setup = {{1392, 1450}, {0, ERROR_INSUFFICIENT_BUFFER, ERROR_LINE_NOT_FOUND}, ERROR_ACCESS_DENIED};
+  static const Codes system = {{1009, 1018}, {ERROR_FILE_NOT_FOUND, ERROR_MORE_DATA, ERROR_NO_MORE_ITEMS}, 1009};
+  static const Codes setup = {{1392, 1450}, {0, ERROR_INSUFFICIENT_BUFFER, ERROR_LINE_NOT_FOUND}, 1392};
   static const Codes runtime = {
       {RUNTIME_EMFILE, RUNTIME_ENOSPC}, {RUNTIME_ENOENT, RUNTIME_EACCES, RUNTIME_EDEADLOCK}, RUNTIME_EACCES};
   static const Codes results = {{E_FAIL, Bits(0x800706BA)}, {NETCFG_E_NO_WRITE_LOCK, S_FALSE, NETCFG_S_REBOOT}, E_FAIL};

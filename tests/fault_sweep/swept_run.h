@@ -20,6 +20,7 @@ struct SweptRun {
   std::shared_ptr<simulation::Registry> registry;  // which stays as it is
   platform::DWORD windows = 10;
   bool driver = false, package = false;
+  std::function<void(simulation::Machine&, ztlsim::CallOptions&)> arrange = nullptr;  // what else is special about it
 };
 
 struct Outcome {
@@ -29,6 +30,9 @@ struct Outcome {
   std::uint64_t calls = 0;
   std::vector<std::string> left;  // what was opened, made or allocated, and not released
 };
+
+// The severity and the text of a line of the log.
+std::string MessageOf(const std::string& line);
 
 // Runs it on a machine and a drive `root` of its own; `see` sees every call. The process ends with kHangs when it makes
 // more than `most` calls.

@@ -81,6 +81,7 @@ TEST_F(MiniportInfTest, TheBestFitIsFound) {
       {{{4, 17, 0, 18806}}, {{"oem1.inf", "d,4.17.2.1", "3rd"}, {"oem2.inf", "d,4.17.3.1", "3rd"}}, "oem2.inf"},
       {{{4, 17, 0, 0}}, {{"oem1.inf", "4.17.0", "4th"}, {"oem2.inf", "d,4.17", "1st"}}, "oem2.inf"},  // no comma
       {{{300, 17, 0, 5}}, {{"oem1.inf", "d,44.17.0.5", "1st"}}, "oem1.inf"},
+      {{{255, 17, 0, 5}}, {{"oem1.inf", "d,2147483648.17.0.5", "1st"}}, "oem1.inf"},  // the largest there is
       {{{4, 17, 0, 65535}}, {{"oem1.inf", "d,4.17.0.-1", "2st"}}, "oem1.inf"},
       {{{0, 0, 1, 0}}, {{"oem1.inf", "", "3rd"}}, "oem1.inf"},
       {{{0, 0, 0, 9}}, {{"oem1.inf", "d,4.17", ""}}, "oem1.inf"},  // all zero counts as none
@@ -153,11 +154,12 @@ TEST_F(MiniportInfTest, APathOf259CharactersIsTheLongestThatIsKept) {
     const std::string text = folder.substr(0, 120) + "/" + folder.substr(121);
     Write(inf_ / text / "oem1.inf", "");
     Inf(text + "/oem1.inf", "d,4.17.0.2");
+    Inf(text + "/zt.inf", "d,4.16");  // fits worse, but always
     std::u16string directory = kInfDirectory + std::u16string(text.begin(), text.end());
     directory[std::size(kInfDirectory) - 1 + 120] = u'\\';
     char16_t* path = nullptr;
-    EXPECT_EQ(ztl::HrGetProtocolInf(directory.c_str(), &path), length < 260 ? S_OK : HresultFromError(2)) << length;
-    EXPECT_EQ(path == nullptr ? 0 : std::u16string_view(path).size(), length < 260 ? length : 0);
+    EXPECT_EQ(ztl::HrGetProtocolInf(directory.c_str(), &path), S_OK);
+    EXPECT_EQ(std::u16string_view(path).size(), length < 260 ? length : 258);
     CoTaskMemFree(path);
     fs::remove_all(inf_ / folder.substr(0, 120));
   }
@@ -259,6 +261,7 @@ TEST_F(MiniportInfTest, DamagedVersionBlocksAreReadAsFarAsTheyGo) {
   Driver({4, 17, 0, 1});
   EXPECT_EQ(ztl::GetFileVersion(u"C:\\Windows\\System32", ztl::kDriverFile, nullptr), 0x04110000u);
   EXPECT_EQ(TakeLog().back(), "File Version <4.17.0.1> Build# 0 Path <C:\\Windows\\System32\\drivers\\ztl2000.sys>");
+  EXPECT_EQ(ztl::ParseVersion(u"\t\r 4. 17", nullptr), 0x04110000u);
   const std::u16string longPath = u"C:\\Windows\\" + std::u16string(300, u'x');
   EXPECT_EQ(ztl::GetFileVersion(longPath.c_str(), ztl::kDriverFile, nullptr), 0u);
 }

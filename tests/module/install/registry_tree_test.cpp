@@ -98,21 +98,6 @@ TEST_F(RegistryTreeTest, WhatCannotBeDeletedStaysWithItsParents) {
   EXPECT_EQ(TakeLog(), Strings{"DeleteKey none"});
 }
 
-TEST_F(RegistryTreeTest, AnEnumerationThatBreaksOffIsLogged) {
-  machine_.registry.Create(std::u16string(kSource) + u"\\a");
-  const std::pair<Operation, std::string> cases[] = {{Operation::RegEnumKeyExW, "CopyRegTree: RegEnumKey rc=5"},
-                                                     {Operation::RegEnumValueW, "CopyRegTree: RegEnumValue rc=5"}};
-  for (const auto& [operation, error] : cases) {
-    machine_.faults = {{.operation = operation, .code = 5}};
-    Copy(1);
-    EXPECT_EQ(LogErrors(), Strings{error});
-    TakeLog();
-  }
-  machine_.faults = {{.operation = Operation::RegEnumKeyExW, .first = 2, .code = 5}};
-  EXPECT_EQ(ztl::DeleteKey(HKEY_LOCAL_MACHINE, u"From"), ERROR_SUCCESS);
-  EXPECT_EQ(LogErrors(), Strings{"DeleteKey: RegEnumKey rc=5"});
-}
-
 TEST_F(RegistryTreeTest, RestoringFillsInWhatIsMissing) {
   const std::u16string service = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\ZTL";
   const std::u16string product = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillmark\\ZTL";

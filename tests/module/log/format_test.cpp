@@ -45,8 +45,9 @@ TEST(Format, WhatDoesNotFitIsCutAtACharacterAndKeepsItsLineFeed) {
   EXPECT_EQ(Text<5>("%s\n", "abcdef"), "abc\n");
   EXPECT_EQ(Text<5>("%s\n", "abc"), "abc\n");
   EXPECT_EQ(Text<5>("%u\n", 123456u), "123\n");
-  EXPECT_EQ(Text<5>("%S", u"ab网"), "ab");                                   // three bytes in two places
-  EXPECT_EQ(Text<5>("%s", "ab\xE7\xBD\x91"), "ab");                          // the same as 8-bit text
+  EXPECT_EQ(Text<5>("%S", u"ab网"), "ab");           // three bytes in two places
+  EXPECT_EQ(Text<5>("%s", "ab\xE7\xBD\x91"), "ab");  // the same as 8-bit text
+  EXPECT_EQ(Text<5>("%s", "a\U00010000"), "a");
   EXPECT_EQ(Text<5>("%S%s", u"ab网", "c"), "ab");                            // nothing follows what was cut
   EXPECT_EQ(Text<5>("%s", "\x85\x85\x85\x85\x85\x85"), "\x85\x85\x85\x85");  // no UTF-8, so cut anywhere
   for (const auto& [text, bytes] : {std::pair(u"abc\u00E9", 2u), {u"abc\uFFFF", 3u}, {u"abc\U00010000", 4u}}) {

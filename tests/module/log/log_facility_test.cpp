@@ -59,6 +59,12 @@ TEST_F(LogTest, SeveritiesDecideWhereAMessageGoes) {
     if (c.inFile) EXPECT_NE(LogText().find(std::string(c.name) + ": text\r\n"), std::string::npos);
   }
   EXPECT_TRUE(machine_.messageBoxes.empty());
+  LogFacility log = g_ModuleLog;
+  log.popupStyle = 0x30;
+  LogMessage(log, SEV_POPUP, "%s", std::string(2000, 'm').c_str());
+  ASSERT_EQ(machine_.messageBoxes.size(), 1u);
+  EXPECT_EQ(machine_.messageBoxes[0].text, std::string(1039, 'm'));
+  EXPECT_EQ(machine_.messageBoxes[0].caption, "ztli64x");
 }
 
 TEST_F(LogTest, LongTextsAreCutAndStillEndTheirLine) {
@@ -86,12 +92,21 @@ TEST_F(LogTest, RotatesAtTheLimitAndKeepsOneBackup) {
 
   const Strings rotation{"LOG: ", "Enforcing circular\n", "LOG: ",
                          "Copying <C:\\Windows\\temp\\ztlinst.log> to <C:\\Windows\\temp\\ztlinst.log.backup>\n"};
+  std::vector<std::int64_t> locked, modes;
+  machine_.observer = [&](Operation operation, const Arguments& a) {
+    if (operation == Operation::_locking && a.flags == platform::_LK_LOCK) locked.push_back(a.number2);
+    if (operation == Operation::_creat) modes.push_back(a.flags);
+  };
   for (const char fill : {'a', 'b'}) {
     WriteLog(kLimit, fill);
     EXPECT_EQ(Troubles(), rotation);
+    // A byte more than there is, and a carriage return more than is written: whoever appends meanwhile waits.
+    EXPECT_EQ(std::exchange(locked, {}), (std::vector<std::int64_t>{kLimit + 1, 44}));
+    EXPECT_EQ(std::exchange(modes, {}), std::vector<std::int64_t>(2, 0x180));
     EXPECT_EQ(ReadFile(BackupPath()), std::string(kLimit, fill));
     EXPECT_EQ(LogMessages(), Strings{"text"});
   }
+  machine_.observer = nullptr;
   // The backup is the log byte for byte, also where its line ends meet the copy's chunks.
   std::string lines;
   while (lines.size() < kLimit) lines += std::string(lines.size() % 7, 'l') + "\r\r\n";

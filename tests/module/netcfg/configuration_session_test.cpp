@@ -31,6 +31,8 @@ TEST_F(SessionTest, AHeldLockIsWaitedForAndItsHolderTold) {
   machine_.engine.otherClientMilliseconds = 14999;  // given back while it is waited for
   EXPECT_EQ(ztl::HrOpenSession(session), S_OK);
   EXPECT_EQ(machine_.WaitedMilliseconds(), 15000 + 14999);
+  EXPECT_EQ(ztl::HrReleaseINetCfg(false, session.release()), S_OK);  // which leaves the lock to its owner
+  EXPECT_EQ(machine_.Calls(Operation::ReleaseWriteLock), 0u);
 }
 
 // A session that cannot be used gives its lock back; an installation that wants more than it did goes on.

@@ -1,5 +1,6 @@
 #include "module/notify/module.h"
 
+#include "module/log/log_facility.h"
 #include "module/names.h"
 #include "module/notify/notify_object.h"
 #include "module/notify/registrar.h"
@@ -20,6 +21,7 @@ class ModuleTest : public MachineTest {
   void SetUp() override { ztl::DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr); }
   void TearDown() override {
     ztl::DllMain(nullptr, DLL_PROCESS_DETACH, nullptr);
+    EXPECT_EQ(ztl::g_ModuleLog.available, 0u);
     MachineTest::TearDown();
   }
   std::vector<BYTE> Value(const std::u16string& key, std::u16string_view name) {
@@ -120,6 +122,7 @@ TEST_F(ModuleTest, ARegistrationThatFailsLeavesNothing) {
                              "HKCR { 'a }",
                              "HKCR { = s 'x' }",
                              "HKCR { ForceRemove }",
+                             "HKCR { Delete }",
                              "HKCR { a = d '1' }",
                              "HKCR { a = s x }",
                              "HKCR { a { val = s 'x' } }",

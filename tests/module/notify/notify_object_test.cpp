@@ -85,16 +85,6 @@ class SampleFilterTest : public MachineTest {
   void Query(REFIID iid, ComPtr<Interface>& interface) {
     ASSERT_EQ(control_->QueryInterface(iid, reinterpret_cast<void**>(interface.Receive())), S_OK);
   }
-  // Asks for the page, and has no memory for it.
-  void RecordPage() {
-    DWORD defaultPages = 1;
-    UINT pages = 1;
-    BYTE* handles = reinterpret_cast<BYTE*>(this);
-    machine_.faults = {{.operation = Operation::CoTaskMemAlloc, .code = 8}};
-    EXPECT_EQ(page_->MergePropPages(&defaultPages, &handles, &pages, nullptr, nullptr), S_OK);
-    EXPECT_TRUE(defaultPages == 0 && pages == 0 && handles == nullptr);
-    machine_.faults.clear();
-  }
   void Release() {
     setup_.Reset();
     page_.Reset();
@@ -139,12 +129,20 @@ TEST_F(SampleFilterTest, AnAggregatedInstanceLivesByItsInnerIdentity) {
   EXPECT_EQ(control->QueryInterface(IID_INetCfgComponentSetup, &throughOuter), S_OK);
   EXPECT_EQ(throughOuter, &outer);
   EXPECT_EQ(control->QueryInterface(IID_INetCfgComponentControl, &throughOuter), E_NOINTERFACE);
+  Counted context;  // which touches the instance again in its last breath
+  context.touched = inner.Get();
+  ComPtr<INetCfgComponentPropertyUi> page;
+  ASSERT_EQ(inner->QueryInterface(IID_INetCfgComponentPropertyUi, reinterpret_cast<void**>(page.Receive())), S_OK);
+  EXPECT_EQ(page->SetContext(&context), E_NOINTERFACE);
+  page.Reset();
   outer.Release();
   control.Reset();
   EXPECT_EQ(outer.references, 0u);
   TakeLog();
   inner.Reset();
-  EXPECT_EQ(TakeLog().at(0), "--> ::~CSampleFilter ApplyAction=0 OrderIM=0");
+  const Strings log = TakeLog();
+  EXPECT_EQ(std::count(log.begin(), log.end(), "--> ::~CSampleFilter ApplyAction=0 OrderIM=0"), 1);
+  EXPECT_EQ(ztl::g_moduleLocks, 0);
 }
 
 TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
@@ -161,7 +159,7 @@ TEST_F(SampleFilterTest, TheActionDecidesWhatApplyAndReleaseDo) {
       {"remove", [this] { setup_->Removing(); }, "eActRemove", false},
       {"add", [this] { setup_->Removing(), global_->SysNotifyComponent(NCN_ADD, nullptr); }, "default 4", true},
       {"transport", [this] { global_->SysNotifyComponent(NCN_NETTRANS | NCN_REMOVE, nullptr); }, "default 4", true},
-      {"page", [this] { RecordPage(); }, "eActPropertyUI", false},
+      {"page", [this] { page_->MergePropPages(nullptr, nullptr, nullptr, nullptr, nullptr); }, "eActPropertyUI", false},
       {"service", [this] { global_->SysNotifyComponent(NCN_REMOVE | NCN_NETSERVICE, nullptr); }, "default 0", true},
   };
   for (const Case& c : cases)
@@ -228,6 +226,7 @@ TEST_F(SampleFilterTest, ARestartIsAskedForWhenAStackChangedOrTheBridgeStays) {
     Create();
     if (c.remove) setup_->Removing();
     EXPECT_EQ(control_->ApplyPnpChanges(callback_.Get()), c.expected);
+    control_->ApplyPnpChanges(nullptr);
     Release();
   }
   ASSERT_EQ(machine_.engine.pnpReconfigs.size(), 5u);

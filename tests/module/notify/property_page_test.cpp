@@ -160,6 +160,10 @@ TEST_F(PropertyPageTest, TypedTextsAreTakenByOkAndApplyAndStoredLater) {
   const auto callback = ComPtr<INetCfgPnpReconfigCallback>::Attach(simulation::CreatePnpReconfigCallback());
   object.control->ApplyPnpChanges(callback.Get());
   EXPECT_EQ(machine_.engine.pnpReconfigs.back().data, Sz(u"three"));
+  EXPECT_EQ(object.page->SetContext(object.page.Get()), E_NOINTERFACE);  // no connection, so no adapter
+  object.page->SetContext(nullptr);
+  object.control->ApplyPnpChanges(callback.Get());
+  EXPECT_EQ(machine_.engine.pnpReconfigs.back().lower, u"{00000000-0000-0000-0000-000000000000}");
 
   object.control->CancelChanges();
   sheet = object.MakeSheet();

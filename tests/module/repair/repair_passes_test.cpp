@@ -88,12 +88,18 @@ TEST_F(RepairTest, AScanLooksPastWhatItCannotUse) {
          Linkage(u"0006").SetValue(u"RootDevice", REG_MULTI_SZ, {'x', 0, 'y'});
        },
        1, "#x"},
+      {[&] {
+         Instance(u"0000").parent->CreateSubkey(u"9999");  // so that each scan is followed by another one
+         machine_.faults = {{.operation = Operation::Enable, .times = 1000, .code = E_FAIL}};
+       },
+       8, "Enable failed"},
   };
   Load("loop");
   const std::unique_ptr<simulation::Registry> registry = machine_.registry.Copy();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.line);
     machine_.registry.CopyFrom(*registry);
+    machine_.faults.clear();
     c.change();
     const Strings log = CheckLoops();
     EXPECT_EQ(Count(log, "++Fix Binding 7"), c.repaired);
