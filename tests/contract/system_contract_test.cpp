@@ -9,6 +9,7 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <thread>
 
 #include "platform/clock.h"
 #include "platform/com.h"
@@ -33,6 +34,17 @@ namespace platform {
 namespace {
 
 using SystemContract = Contract;
+
+TEST_F(SystemContract, ComIsInitializedOftenAndOnceAtFirst) {
+  std::thread([] {
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_FALSE);
+    CoUninitialize();
+    CoUninitialize();
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    CoUninitialize();
+  }).join();
+}
 
 TEST_F(SystemContract, TheVersionComesInEitherSizeOfItsStructure) {
   constexpr DWORD kWhole = sizeof(OSVERSIONINFOEXW), kOlder = 276;  // the latter ends after szCSDVersion

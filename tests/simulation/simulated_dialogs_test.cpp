@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "simulation/dialog_template.h"
 #include "simulation/resources.h"
 #include "tests/support/machine_fixture.h"
@@ -25,6 +27,18 @@ TEST(DialogTemplate, IsReadToItsEndAndNotCutShort) {
       const std::vector<BYTE> cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
       EXPECT_FALSE(ReadDialogTemplate(cut)) << size;
     }
+  }
+}
+
+using DialogsTest = MachineTest;
+
+TEST_F(DialogsTest, APageOfAnotherSizeOrWithFlagsIsNotMade) {
+  for (const auto& [size, flags] :
+       {std::pair<DWORD, DWORD>(sizeof(PROPSHEETPAGEW), 1), {sizeof(PROPSHEETPAGEW) - 8, 0}}) {
+    PROPSHEETPAGEW page{};
+    page.dwSize = size;
+    page.dwFlags = flags;
+    EXPECT_EQ(CreatePropertySheetPageW(&page), nullptr);
   }
 }
 

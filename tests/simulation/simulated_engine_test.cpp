@@ -156,6 +156,15 @@ TEST_F(EngineTest, ASessionHasTheStacksOfItsBeginningAndItsOwnLock) {
   EXPECT_EQ(client.netCfg->Uninitialize(), NETCFG_E_NOT_INITIALIZED);
 }
 
+TEST_F(EngineTest, ASecondSessionGetsTheLockAsTheMachineSays) {
+  for (const bool granted : {true, false}) {
+    machine_.engine.grantSecondLock = granted;
+    Client first, second;
+    EXPECT_EQ(first.Lock(), S_OK);
+    EXPECT_EQ(second.Lock(), granted ? S_OK : S_FALSE);
+  }
+}
+
 TEST_F(EngineTest, EnumeratorsSayHowManyTheyGave) {
   AddAdapter(u"0004", u"{Q}", u"pci", u"", {u"{Q}"}, {u"Tcpip"});  // an adapter without "ComponentId" is one, too
   Instance(u"0004").SetValue(u"DeviceInstanceID", REG_SZ, Sz(u"Dev\\0004"));

@@ -111,6 +111,13 @@ TEST_F(OrderTest, EveryLimitIsWhereItIs) {
     }
 }
 
+TEST_F(OrderTest, AnInstanceThatDoesNotOpenHidesNoOther) {
+  machine_.registry.Find(std::u16string(kNetClass) + u"\\0000")->denied = platform::KEY_READ;
+  const Strings log = Run();
+  EXPECT_NE(std::find(log.begin(), log.end(), "ReturnOrdinal 0000 open rc=5"), log.end());
+  EXPECT_NE(std::find(log.begin(), log.end(), "++REORDER 0001"), log.end());
+}
+
 TEST_F(OrderTest, AnOwnClassThatLeavesNoRoomStopsThePass) {
   auto ownClass = [this](std::u16string_view text, bool terminated) {
     std::vector<platform::BYTE> data = terminated ? Sz(text) : Bytes(text);
