@@ -45,9 +45,9 @@ void SetupCloseInfFile(HINF inf);
 // when there is none (ERROR_LINE_NOT_FOUND).
 BOOL SetupFindFirstLineW(HINF inf, const char16_t* section, const char16_t* key, INFCONTEXT* line);
 
-// A field of a line, its %strings% and the %numbers% of directories replaced; field 0 is the key. `size`, when not null, receives what the text needs; a
-// null `text` asks for that alone. Zero on failure: ERROR_INVALID_PARAMETER when the line has no such field,
-// ERROR_INSUFFICIENT_BUFFER when `capacity` is too small.
+// A field of a line, its %strings% and the %numbers% of directories replaced; field 0 is the key. `size`, when not
+// null, receives what the text needs; a null `text` asks for that alone. Zero on failure: ERROR_INVALID_PARAMETER when
+// the line has no such field, ERROR_INSUFFICIENT_BUFFER when `capacity` is too small.
 BOOL SetupGetStringFieldW(const INFCONTEXT* line, DWORD field, char16_t* text, DWORD capacity, DWORD* size);
 
 // Copies an INF, named by its full path, into the INF directory under a name oemN.inf of its own, unless it is there
