@@ -152,8 +152,10 @@ TEST_F(MiniportInfTest, APathOf259CharactersIsTheLongestThatIsKept) {
   for (const std::size_t length : {258u, 259u, 260u}) {
     const std::string folder(length - std::size(kInfDirectory) - 8, 'd');  // a backslash for a NUL, and oem1.inf
     const std::string text = folder.substr(0, 120) + "/" + folder.substr(121);
-    Write(inf_ / text / "oem1.inf", "");
-    Inf(text + "/oem1.inf", "d,4.17.0.2");
+    std::error_code error;
+    fs::create_directories(inf_ / text, error);
+    if (!error) Inf(text + "/oem1.inf", "d,4.17.0.2");
+    if (!fs::exists(inf_ / text / "oem1.inf", error)) GTEST_SKIP() << "the host has no paths of this length";
     Inf(text + "/zt.inf", "d,4.16");  // fits worse, but always
     std::u16string directory = kInfDirectory + std::u16string(text.begin(), text.end());
     directory[std::size(kInfDirectory) - 1 + 120] = u'\\';
