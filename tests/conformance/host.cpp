@@ -210,7 +210,7 @@ void ReadKey(HKEY key, const std::string& path, Json& read) {
     rc = RegEnumKeyW(key, index, name.data(), 256);
     if (rc == ERROR_NO_MORE_ITEMS) break;
     const std::string below = path + "\\" + Utf8(name.c_str());
-    HKEY subkey;
+    HKEY subkey = nullptr;
     Check(rc != ERROR_SUCCESS ? rc : RegOpenKeyW(key, name.c_str(), &subkey), below);
     ReadKey(subkey, below, read);
     RegCloseKey(subkey);
