@@ -105,7 +105,7 @@ TEST_F(OrderTest, EveryLimitIsWhereItIs) {
       limit.make(limit.most + static_cast<std::size_t>(past));
       std::string said = limit.said;
       if (const std::size_t at = said.find("xx"); at != said.npos)
-        said.replace(at, 2, static_cast<std::size_t>(2 + past), 'x');
+        said.replace(at, 2, 2 + static_cast<std::size_t>(past), 'x');
       const Strings log = Run();
       EXPECT_EQ(std::count(log.begin(), log.end(), said) > 0, past <= 0);
     }
